@@ -1,0 +1,12 @@
+#pragma once
+
+#include <QString>
+
+// The four events by which a conversion tells how it is going. The object of
+// each is the Converter that posts it; there is no payload.
+namespace ConversionEvents {
+inline const QString progress = QStringLiteral("com.bramblefox.deckwright.progress");
+inline const QString finished = QStringLiteral("com.bramblefox.deckwright.finished");
+inline const QString finishedWithErrorNotKeynote = QStringLiteral("com.bramblefox.deckwright.finishedWithErrorNotKeynote");
+inline const QString finishedWithErrorNotKeynoteFour = QStringLiteral("com.bramblefox.deckwright.finishedWithErrorNotKeynoteFour");
+}

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <QLoggingCategory>
+#include <QString>
+
+Q_DECLARE_LOGGING_CATEGORY(lcDeckwright)
+
+// The developers' debug log. Every diagnostic line of the program passes
+// through Logging::log; nothing reaches the user, the console or a file unless
+// a developer turns the category on, e.g.
+//   QT_LOGGING_RULES="deckwright.debug=true" deckwright
+class Logging
+{
+public:
+    static void log(const QString &message, const char *function, const char *file, int line);
+};
+
+// Fills in the caller's function, source unit and line.
+#define DW_LOG(message) Logging::log((message), Q_FUNC_INFO, __FILE__, __LINE__)

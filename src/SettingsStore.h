@@ -1,0 +1,67 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+#include <QStringList>
+#include <QVariant>
+#include <QVariantMap>
+
+#include <memory>
+
+class SettingsBackend;
+
+// The one process-wide, per-user key/value store. Values are strings, lists of
+// strings, byte blocks or signed integers and keep their kind; booleans are the
+// strings "true" and "false". There is no table of defaults: each reader
+// supplies its own fallback, and a present value of the wrong kind is fatal.
+class SettingsStore
+{
+public:
+    static SettingsStore &standard();
+
+    // The store's four operations.
+    QVariant object(const QString &key) const;                  // invalid when absent
+    void setObject(const QString &key, const QVariant &value); // string, list of strings, bytes
+    void setInteger(const QString &key, qint64 value);
+    bool synchronize();
+
+    // Two-step typed reads: a presence test, then the value as the expected kind.
+    bool contains(const QString &key) const;
+    QString string(const QString &key, const QString &fallback) const;
+    QString requiredString(const QString &key) const;
+    qint64 integer(const QString &key, qint64 fallback) const;
+    QStringList stringList(const QString &key, const QStringList &fallback) const;
+    QByteArray requiredData(const QString &key) const;
+    // Absent means "true"; on exactly when the stored string is "true".
+    bool isOn(const QString &key) const;
+
+    // Scopes: a file of its own (tests, other profiles), or memory only (tests, headless use).
+    void useBackend(std::unique_ptr<SettingsBackend> backend);
+    void useFile(const QString &path);
+    void useMemory(const QVariantMap &values = {});
+    QString location() const;
+
+    ~SettingsStore();
+
+private:
+    SettingsStore();
+    void ensureLoaded() const;
+
+    mutable bool m_loaded = false;
+    mutable QVariantMap m_values;
+    std::unique_ptr<SettingsBackend> m_backend;
+    bool m_dirty = false;
+};
+
+// The keys the program keeps.
+namespace SettingKey {
+inline const QString prezPath = QStringLiteral("prezPath");
+inline const QString errorPrezzes = QStringLiteral("errorPrezzes");
+inline const QString outputPath = QStringLiteral("outputPath");
+inline const QString bookmarkData = QStringLiteral("bookmarkData");
+inline const QString completedAction = QStringLiteral("completedAction");
+inline const QString playSound = QStringLiteral("playSound");
+inline const QString stopForErrors = QStringLiteral("stopForErrors");
+inline const QString checkUpdates = QStringLiteral("checkUpdates");
+inline const QString updateInterval = QStringLiteral("updateInterval");
+}

@@ -1,0 +1,113 @@
+#include "PackageFactory.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QRandomGenerator>
+
+PackageFactory::PackageFactory(QString folder)
+    : m_folder(std::move(folder))
+{
+}
+
+QByteArray PackageFactory::keynoteFourDocument(const QString &title)
+{
+    return QByteArrayLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                             "<key:presentation xmlns:key=\"http://developer.apple.com/namespaces/keynote2\" "
+                             "key:version=\"72007061400\" key:play-mode=\"interactive\">\n"
+                             "  <key:size sfa:w=\"1024\" sfa:h=\"768\"/>\n"
+                             "  <key:title>")
+           + title.toUtf8()
+           + QByteArrayLiteral("</key:title>\n"
+                               "  <key:slide-list><key:slide key:id=\"1\">Caf\xc3\xa9 \xe2\x80\x94 slide one</key:slide></key:slide-list>\n"
+                               "</key:presentation>\n");
+}
+
+QByteArray PackageFactory::keynoteFiveDocument()
+{
+    QByteArray doc = keynoteFourDocument();
+    doc.replace("key:version=\"72007061400\"", "key:version=\"92008102400\"");
+    return doc;
+}
+
+QMap<QString, QByteArray> PackageFactory::defaultMedia()
+{
+    return {
+        {QStringLiteral("Data/photo one.jpg"), pseudoRandom(40000, 1)},
+        {QStringLiteral("Data/movie.v2.mov"), pseudoRandom(90000, 2)},
+        {QStringLiteral("QuickLook/Thumbnail.jpg"), pseudoRandom(3000, 3)},
+        {QStringLiteral("Contents/PkgInfo"), QByteArrayLiteral("????????")},
+    };
+}
+
+QByteArray PackageFactory::pseudoRandom(qint64 size, quint32 seed)
+{
+    QRandomGenerator generator(seed);
+    QByteArray bytes(size, Qt::Uninitialized);
+    for (qint64 i = 0; i < size; ++i)
+        bytes[i] = char(generator.generate() & 0xff);
+    return bytes;
+}
+
+QByteArray PackageFactory::gzip(const QByteArray &data)
+{
+    QProcess process;
+    process.start(QStringLiteral("gzip"), {QStringLiteral("-c"), QStringLiteral("-n")});
+    process.waitForStarted();
+    process.write(data);
+    process.closeWriteChannel();
+    process.waitForFinished(-1);
+    return process.readAllStandardOutput();
+}
+
+static void writeFile(const QString &path, const QByteArray &content)
+{
+    QDir().mkpath(QFileInfo(path).absolutePath());
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly))
+        qFatal("cannot write %s", qPrintable(path));
+    file.write(content);
+}
+
+QString PackageFactory::make(const QString &name, const QByteArray &document,
+                             const QMap<QString, QByteArray> &files) const
+{
+    const QString package = makeWithRawIndex(name, gzip(document));
+    for (auto it = files.begin(); it != files.end(); ++it)
+        writeFile(package + QLatin1Char('/') + it.key(), it.value());
+    return package;
+}
+
+QString PackageFactory::makeWithoutIndex(const QString &name) const
+{
+    const QString package = m_folder + QLatin1Char('/') + name;
+    QDir().mkpath(package);
+    const QMap<QString, QByteArray> media = defaultMedia();
+    for (auto it = media.cbegin(); it != media.cend(); ++it)
+        writeFile(package + QLatin1Char('/') + it.key(), it.value());
+    return package;
+}
+
+QString PackageFactory::makeWithRawIndex(const QString &name, const QByteArray &gzBytes) const
+{
+    const QString package = m_folder + QLatin1Char('/') + name;
+    QDir().mkpath(package);
+    writeFile(package + QLatin1String("/index.apxl.gz"), gzBytes);
+    return package;
+}
+
+QMap<QString, QByteArray> PackageFactory::snapshot(const QString &folder)
+{
+    QMap<QString, QByteArray> files;
+    QDirIterator it(folder, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+    const QDir base(folder);
+    while (it.hasNext()) {
+        const QString path = it.next();
+        QFile file(path);
+        file.open(QIODevice::ReadOnly);
+        files.insert(base.relativeFilePath(path), file.readAll());
+    }
+    return files;
+}
