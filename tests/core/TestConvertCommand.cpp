@@ -7,6 +7,7 @@
 #include <QTest>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 struct Run
@@ -75,12 +76,12 @@ private Q_SLOTS:
             QStringLiteral("skipped: Newer.key: not a Keynote 4 file"),
             QStringLiteral("skipped: notes.txt: not a Keynote file"),
             QStringLiteral("skipped: Empty.key: not a Keynote 4 file"),
-            QStringLiteral("converted: First Talk.key -> %1/First.1.key").arg(out),
+            QStringLiteral("converted: First Talk.key -> %1/First Talk.1.key").arg(out),
             QString(),
         }));
         QCOMPARE(run.err, QString());
         QCOMPARE(QDir(out).entryList(QDir::Files | QDir::Hidden),
-                 QStringList({QStringLiteral("First Talk.key"), QStringLiteral("First.1.key"), QStringLiteral("Second.Talk.key")}));
+                 QStringList({QStringLiteral("First Talk.1.key"), QStringLiteral("First Talk.key"), QStringLiteral("Second.Talk.key")}));
         QVERIFY(!QFileInfo::exists(m_work.filePath(QStringLiteral("config"))));
     }
 
