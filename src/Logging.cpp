@@ -3,7 +3,7 @@
 #include <QFileInfo>
 
 // Off unless a developer enables it: debug and info lines are filtered out by default.
-Q_LOGGING_CATEGORY(lcDeckwright, "deckwright.debug", QtWarningMsg)
+Q_LOGGING_CATEGORY(lcDeckwright, "deckwright", QtWarningMsg)
 
 void Logging::log(const QString &message, const char *function, const char *file, int line)
 {

@@ -7,7 +7,7 @@ Q_DECLARE_LOGGING_CATEGORY(lcDeckwright)
 
 // The developers' debug log. Every diagnostic line of the program passes
 // through Logging::log; nothing reaches the user, the console or a file unless
-// a developer turns the category on, e.g.
+// a developer turns the category "deckwright" on, e.g.
 //   QT_LOGGING_RULES="deckwright.debug=true" deckwright
 class Logging
 {

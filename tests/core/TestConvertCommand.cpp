@@ -1,4 +1,5 @@
 #include "PackageFactory.h"
+#include "TestSettings.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -55,6 +56,7 @@ private Q_SLOTS:
         QDir().mkpath(m_in);
         // The person's own settings must stay untouched: give the runs a config home to watch.
         m_env.insert(QStringLiteral("XDG_CONFIG_HOME"), m_work.filePath(QStringLiteral("config")));
+        m_env.insert(QStringLiteral("XDG_RUNTIME_DIR"), TestSettings::isolateScratch(m_work.path()));
         const PackageFactory factory(m_in);
         factory.make(QStringLiteral("First Talk.key"));
         factory.make(QStringLiteral("Second.Talk.key"));
@@ -174,7 +176,7 @@ private Q_SLOTS:
                  QStringList{QStringLiteral("deckwright-%1").arg(::getuid())});
 
         // The same under $XDG_RUNTIME_DIR, and a folder open to others is refused too.
-        const QString runtime = m_work.filePath(QStringLiteral("runtime"));
+        const QString runtime = m_work.filePath(QStringLiteral("runtime-open"));
         QDir().mkpath(runtime + QStringLiteral("/deckwright"));
         ::chmod(QFile::encodeName(runtime + QStringLiteral("/deckwright")).constData(), 0777);
         env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime);

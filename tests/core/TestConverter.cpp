@@ -91,7 +91,9 @@ private Q_SLOTS:
         QVERIFY(m_work.isValid());
         m_in = m_work.filePath(QStringLiteral("in"));
         QVERIFY(QDir().mkpath(m_in));
+        TestSettings::isolateScratch(m_work.path());
         m_tmp = ScratchDir::path();
+        QVERIFY(m_tmp.startsWith(m_work.path()));
     }
 
     void init()

@@ -6,6 +6,8 @@
 #include "NotificationCenter.h"
 #include "SettingsStore.h"
 
+#include <QDir>
+#include <QFile>
 #include <QUrl>
 
 void TestSettings::useOutputFolder(const QString &folder, const QVariantMap &extra)
@@ -36,4 +38,13 @@ EventRecorder::EventRecorder()
 EventRecorder::~EventRecorder()
 {
     NotificationCenter::defaultCenter().removeObserver(this);
+}
+
+QString TestSettings::isolateScratch(const QString &underFolder)
+{
+    const QString runtime = underFolder + QStringLiteral("/runtime");
+    QDir().mkpath(runtime);
+    QFile::setPermissions(runtime, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(runtime));
+    return runtime;
 }
