@@ -1,0 +1,47 @@
+#include "Alert.h"
+
+#include <QAbstractButton>
+#include <QGuiApplication>
+#include <QMessageBox>
+#include <QPushButton>
+
+namespace {
+Alert::Responder &responder()
+{
+    static Alert::Responder r;
+    return r;
+}
+} // namespace
+
+void Alert::setResponder(Responder r)
+{
+    responder() = std::move(r);
+}
+
+int Alert::runModal()
+{
+    if (responder())
+        return responder()(*this);
+    // Without a screen nobody could answer; never wait for one.
+    if (QGuiApplication::platformName() == QLatin1String("offscreen")
+        || QGuiApplication::platformName() == QLatin1String("minimal")) {
+        qWarning("Alert without a screen: %s %s", qPrintable(m_messageText), qPrintable(m_informativeText));
+        return firstButtonReturn;
+    }
+
+    QMessageBox box(m_parent);
+    box.setIcon(m_style == Critical ? QMessageBox::Critical
+                : m_style == Informational ? QMessageBox::Information
+                                           : QMessageBox::Warning);
+    box.setWindowTitle(QGuiApplication::applicationDisplayName());
+    box.setText(m_messageText);
+    box.setInformativeText(m_informativeText);
+    QStringList titles = m_buttons.isEmpty() ? QStringList{QStringLiteral("OK")} : m_buttons;
+    QList<QAbstractButton *> made;
+    for (int i = 0; i < titles.size(); ++i)
+        made.append(box.addButton(titles.at(i), i == 0 ? QMessageBox::AcceptRole : QMessageBox::RejectRole));
+    box.setDefaultButton(qobject_cast<QPushButton *>(made.first()));
+    box.exec();
+    const int index = int(made.indexOf(box.clickedButton()));
+    return firstButtonReturn + (index < 0 ? 0 : index);
+}

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+#include <functional>
+
+class QWidget;
+
+// Every alert of the program: buttons, a message, an informative text, run
+// modally. Tests answer through the responder instead of a window.
+class Alert
+{
+public:
+    enum Style { Informational, Warning, Critical };
+    // runModal's answer for the first, second, ... button.
+    static constexpr int firstButtonReturn = 1000;
+
+    Alert() = default;
+
+    void addButton(const QString &title) { m_buttons.append(title); }
+    void setMessageText(const QString &text) { m_messageText = text; }
+    void setInformativeText(const QString &text) { m_informativeText = text; }
+    void setStyle(Style style) { m_style = style; }
+    void setParent(QWidget *parent) { m_parent = parent; }
+
+    const QStringList &buttons() const { return m_buttons; }
+    const QString &messageText() const { return m_messageText; }
+    const QString &informativeText() const { return m_informativeText; }
+    Style style() const { return m_style; }
+
+    // Shows the alert and waits for a button; returns firstButtonReturn + its index.
+    int runModal();
+
+    // Test seam: when set, runModal hands the alert to the responder and returns its answer.
+    using Responder = std::function<int(const Alert &)>;
+    static void setResponder(Responder responder);
+
+private:
+    QStringList m_buttons;
+    QString m_messageText;
+    QString m_informativeText;
+    Style m_style = Warning;
+    QWidget *m_parent = nullptr;
+};
