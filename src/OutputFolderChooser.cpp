@@ -1,0 +1,48 @@
+#include "OutputFolderChooser.h"
+
+#include "Fatal.h"
+#include "FolderBookmark.h"
+#include "Logging.h"
+#include "OpenPanel.h"
+#include "SettingsStore.h"
+
+#include <QtGlobal>
+
+bool OutputFolderChooser::run(Copy copy, QWidget *parent)
+{
+    DW_LOG(QLatin1String("showOutputPathDialog"));
+    OpenPanel panel;
+    panel.setPrompt(QStringLiteral("Use"));
+    panel.setWorksWhenModal(true);
+    panel.setAllowsMultipleSelection(false);
+    panel.setCanChooseDirectories(true);
+    panel.setCanChooseFiles(false);
+    panel.setResolvesAliases(true);
+    panel.setTitle(QStringLiteral("Choose Folder To Save To"));
+    panel.setMessage(QStringLiteral("Locate Folder"));
+    const OpenPanel::Response response = panel.runModal(parent);
+
+    if (copy == ApplicationCopy) {
+        // This copy goes by whether the panel holds a folder, not by its answer.
+        if (panel.urls().isEmpty())
+            return false;
+    } else {
+        if (response != OpenPanel::OKResponse)
+            return false;
+        qInfo("OK selected");
+    }
+
+    const QUrl url = panel.url();
+    const QString absoluteString = url.toString(QUrl::FullyEncoded);
+    DW_LOG((copy == ApplicationCopy ? QLatin1String("chosenfile ") : QLatin1String("chosensavefile ")) + absoluteString);
+    DW_LOG(QLatin1String("outputPath : ") + absoluteString);
+    SettingsStore &settings = SettingsStore::standard();
+    settings.setObject(SettingKey::outputPath, absoluteString);
+    const std::optional<QByteArray> bookmark = FolderBookmark::platform().create(url);
+    if (!bookmark)
+        Fatal::fail(QStringLiteral("the output folder %1 cannot be kept: no bookmark could be made for it").arg(url.toLocalFile()));
+    settings.setObject(SettingKey::bookmarkData, *bookmark);
+    DW_LOG(QLatin1String("saved bookmarkdata for later"));
+    settings.synchronize();
+    return true;
+}

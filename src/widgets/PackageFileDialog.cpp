@@ -1,0 +1,154 @@
+#include "PackageFileDialog.h"
+
+#include <QAbstractItemView>
+#include <QApplication>
+#include <QDir>
+#include <QEvent>
+#include <QFileIconProvider>
+#include <QFileInfo>
+#include <QFileSystemModel>
+#include <QKeyEvent>
+#include <QMouseEvent>
+
+namespace {
+// Shows packages as documents rather than folders.
+class PackageIconProvider : public QFileIconProvider
+{
+public:
+    QIcon icon(const QFileInfo &info) const override
+    {
+        if (PackageFileDialog::isPackage(info)) {
+            static const QIcon package = [] {
+                QIcon icon = QIcon::fromTheme(QStringLiteral("x-office-presentation"));
+                if (icon.isNull())
+                    icon = QIcon(QStringLiteral(":/KeynoteIcon.png"));
+                return icon;
+            }();
+            if (!package.isNull())
+                return package;
+            return QFileIconProvider::icon(QFileIconProvider::File);
+        }
+        return QFileIconProvider::icon(info);
+    }
+    QString type(const QFileInfo &info) const override
+    {
+        if (PackageFileDialog::isPackage(info))
+            return QStringLiteral("Keynote Presentation");
+        return QFileIconProvider::type(info);
+    }
+};
+} // namespace
+
+PackageFileDialog::PackageFileDialog(Mode mode, QWidget *parent)
+    : QFileDialog(parent)
+    , m_mode(mode)
+{
+    setWindowFlags(Qt::Widget);
+    setOption(QFileDialog::DontUseNativeDialog, true);
+    setIconProvider(new PackageIconProvider);
+    switch (mode) {
+    case FileOrPackage:
+        setFileMode(QFileDialog::ExistingFile);
+        break;
+    case FilesAndPackages:
+        setFileMode(QFileDialog::ExistingFiles);
+        break;
+    case Folders:
+        setFileMode(QFileDialog::Directory);
+        setOption(QFileDialog::ShowDirsOnly, true);
+        break;
+    }
+    connect(this, &QFileDialog::directoryEntered, this, &PackageFileDialog::onDirectoryEntered);
+    const auto views = findChildren<QAbstractItemView *>();
+    for (QAbstractItemView *view : views) {
+        if (view->objectName() == QLatin1String("listView") || view->objectName() == QLatin1String("treeView")) {
+            view->viewport()->installEventFilter(this);
+            view->installEventFilter(this);
+        }
+    }
+}
+
+void PackageFileDialog::setResolvesLinks(bool on)
+{
+    setOption(QFileDialog::DontResolveSymlinks, !on);
+}
+
+bool PackageFileDialog::isPackage(const QFileInfo &info)
+{
+    return info.isDir() && info.suffix().compare(QLatin1String("key"), Qt::CaseInsensitive) == 0;
+}
+
+bool PackageFileDialog::isPackage(const QString &path)
+{
+    return isPackage(QFileInfo(path));
+}
+
+bool PackageFileDialog::choose(const QStringList &paths)
+{
+    if (paths.isEmpty())
+        return false;
+    for (const QString &path : paths) {
+        const QFileInfo info(path);
+        const bool ok = m_mode == Folders ? info.isDir() && !isPackage(info)
+                                          : info.exists() && (!info.isDir() || isPackage(info));
+        if (!ok)
+            return false;
+    }
+    m_chosen = paths;
+    QDialog::accept();
+    return true;
+}
+
+void PackageFileDialog::accept()
+{
+    const QStringList selected = selectedFiles();
+    if (choose(selected))
+        return;
+    // An ordinary folder (or a typed path) is browsed as usual; a package in folder mode is not.
+    if (m_mode == Folders && selected.size() == 1 && isPackage(selected.first()))
+        return QApplication::beep();
+    QFileDialog::accept();
+}
+
+void PackageFileDialog::onDirectoryEntered(const QString &directory)
+{
+    // However a package was opened (single-click activation, a typed path),
+    // step back out: in file modes that opening means choosing it.
+    if (!isPackage(directory))
+        return;
+    const QFileInfo info(directory);
+    setDirectory(info.absolutePath());
+    if (m_mode != Folders) {
+        selectFile(info.absoluteFilePath());
+        choose({info.absoluteFilePath()});
+    }
+}
+
+bool PackageFileDialog::eventFilter(QObject *watched, QEvent *event)
+{
+    QAbstractItemView *view = qobject_cast<QAbstractItemView *>(watched);
+    if (!view && watched->parent())
+        view = qobject_cast<QAbstractItemView *>(watched->parent());
+    if (view && m_mode != Folders) {
+        QModelIndex index;
+        if (event->type() == QEvent::MouseButtonDblClick)
+            index = view->indexAt(static_cast<QMouseEvent *>(event)->position().toPoint());
+        else if (event->type() == QEvent::KeyPress) {
+            const int key = static_cast<QKeyEvent *>(event)->key();
+            if (key == Qt::Key_Return || key == Qt::Key_Enter)
+                index = view->currentIndex();
+        }
+        if (index.isValid()) {
+            const QString path = index.data(QFileSystemModel::FilePathRole).toString();
+            if (isPackage(path)) {
+                // With several items selected, Enter takes them all; a double-click takes the one clicked.
+                const QStringList selected = selectedFiles();
+                if (event->type() == QEvent::KeyPress && selected.contains(path) && choose(selected))
+                    return true;
+                choose({path});
+                return true;
+            }
+        }
+    }
+    return QFileDialog::eventFilter(watched, event);
+}
