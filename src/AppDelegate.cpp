@@ -6,20 +6,36 @@
 #include "OutputFolderChooser.h"
 #include "ProgressBarWindowController.h"
 #include "SettingsStore.h"
+#include "SoftwareUpdater.h"
 
 #include <QDebug>
 #include <QUrl>
 
+namespace {
+AppDelegate *sharedDelegate = nullptr;
+}
+
+AppDelegate *AppDelegate::shared()
+{
+    return sharedDelegate;
+}
+
 AppDelegate::AppDelegate(QObject *parent)
     : QObject(parent)
     , m_prezPath(QStringLiteral(""))
+    , m_updater(new SoftwareUpdater(this))
     , m_testWindow(std::make_unique<ProgressBarWindowController>(QStringLiteral("ProgressBarView")))
     , m_preferencesWindowController(std::make_unique<ProgressBarWindowController>())
 {
     m_preferencesWindowController->window();
+    sharedDelegate = this;
 }
 
-AppDelegate::~AppDelegate() = default;
+AppDelegate::~AppDelegate()
+{
+    if (sharedDelegate == this)
+        sharedDelegate = nullptr;
+}
 
 void AppDelegate::showOpenDialog()
 {

@@ -6,6 +6,7 @@
 #include <memory>
 
 class ProgressBarWindowController;
+class SoftwareUpdater;
 
 // Owns what the person sees first and drives the batch: the open dialog, the
 // output folder chooser, one conversion after another through the progress
@@ -18,6 +19,10 @@ public:
     explicit AppDelegate(QObject *parent = nullptr);
     ~AppDelegate() override;
 
+    // The application's delegate, while one exists.
+    static AppDelegate *shared();
+
+    SoftwareUpdater *updater() const { return m_updater; }
     ProgressBarWindowController *testWindow() const { return m_testWindow.get(); }
     ProgressBarWindowController *preferencesWindowController() const { return m_preferencesWindowController.get(); }
 
@@ -36,6 +41,7 @@ public Q_SLOTS:
 
 private:
     QString m_prezPath;
+    SoftwareUpdater *m_updater = nullptr;
     std::unique_ptr<ProgressBarWindowController> m_testWindow;
     std::unique_ptr<ProgressBarWindowController> m_preferencesWindowController;
 };
