@@ -17,6 +17,11 @@
 #include <QUrl>
 #include <QUuid>
 
+#if defined(Q_OS_LINUX)
+#include <cerrno>
+#include <unistd.h>
+#endif
+
 namespace {
 const QString kKeynoteFourTag = QStringLiteral("key:version=\"72007061400\"");
 const QString kKeynoteFiveTag = QStringLiteral("key:version=\"92008102400\"");
@@ -31,6 +36,36 @@ QString pathExtension(const QUrl &url)
     const QString name = path.mid(path.lastIndexOf(QLatin1Char('/')) + 1);
     const qsizetype dot = name.lastIndexOf(QLatin1Char('.'));
     return dot > 0 ? name.mid(dot + 1) : QString();
+}
+
+enum class KernelCopy { Done, Unsupported, Failed };
+
+// Copies the rest of one file into another inside the kernel, so that the
+// archive's hundreds of megabytes never pass through our memory. Unsupported
+// (nothing copied) where the kernel or the filesystems cannot do it.
+KernelCopy copyInKernel(int from, int to)
+{
+#if defined(Q_OS_LINUX)
+    bool copiedAny = false;
+    for (;;) {
+        const ssize_t n = ::copy_file_range(from, nullptr, to, nullptr, 1 << 30, 0);
+        if (n > 0) {
+            copiedAny = true;
+            continue;
+        }
+        if (n == 0)
+            return KernelCopy::Done;
+        if (errno == EINTR)
+            continue;
+        if (!copiedAny && (errno == ENOSYS || errno == EXDEV || errno == EINVAL || errno == EOPNOTSUPP || errno == EBADF))
+            return KernelCopy::Unsupported;
+        return KernelCopy::Failed;
+    }
+#else
+    Q_UNUSED(from);
+    Q_UNUSED(to);
+    return KernelCopy::Unsupported;
+#endif
 }
 } // namespace
 
@@ -235,10 +270,14 @@ bool Converter::writeOutput(const QString &archivePath, const QString &destinati
     if (!out.open(QIODevice::WriteOnly | QIODevice::NewOnly))
         return false;
 
-    constexpr qint64 chunkSize = 4 * 1024 * 1024;
-    QByteArray buffer(chunkSize, Qt::Uninitialized);
     bool ok = true;
-    for (;;) {
+    const KernelCopy kernelCopy = copyInKernel(in.handle(), out.handle());
+    // A kernel copy that stopped short is a failure, not a smaller file.
+    if (kernelCopy == KernelCopy::Failed || (kernelCopy == KernelCopy::Done && out.size() != in.size()))
+        ok = false;
+    constexpr qint64 chunkSize = 4 * 1024 * 1024;
+    QByteArray buffer(kernelCopy == KernelCopy::Unsupported ? chunkSize : 0, Qt::Uninitialized);
+    while (kernelCopy == KernelCopy::Unsupported) {
         const qint64 got = in.read(buffer.data(), chunkSize);
         if (got < 0) {
             ok = false;
