@@ -2,6 +2,7 @@
 
 #include <QAbstractButton>
 #include <QGuiApplication>
+#include <QLabel>
 #include <QMessageBox>
 #include <QPushButton>
 
@@ -36,6 +37,14 @@ int Alert::runModal()
     box.setWindowTitle(QGuiApplication::applicationDisplayName());
     box.setText(m_messageText);
     box.setInformativeText(m_informativeText);
+    // The message reads as a heading above the details, and the details get room to breathe.
+    if (auto *message = box.findChild<QLabel *>(QStringLiteral("qt_msgbox_label"))) {
+        QFont font = message->font();
+        font.setBold(true);
+        message->setFont(font);
+    }
+    if (auto *details = box.findChild<QLabel *>(QStringLiteral("qt_msgbox_informativelabel")))
+        details->setMinimumWidth(380);
     QStringList titles = m_buttons.isEmpty() ? QStringList{QStringLiteral("OK")} : m_buttons;
     QList<QAbstractButton *> made;
     for (int i = 0; i < titles.size(); ++i)

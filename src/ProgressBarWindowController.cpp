@@ -16,6 +16,7 @@
 
 #include <QGuiApplication>
 #include <QLabel>
+#include <QScreen>
 #include <QUrl>
 #include <QWidget>
 
@@ -136,6 +137,11 @@ void ProgressBarWindowController::showWindow(QObject *sender)
     Q_UNUSED(sender)
     // 1: the window comes up, a second call with it showing included.
     QWidget *w = window();
+    if (!w->isVisible() && !m_placed) {
+        // Centred once; afterwards it comes back wherever the person moved it.
+        m_placed = true;
+        w->move(w->screen()->availableGeometry().center() - w->rect().center() - QPoint(0, w->height()));
+    }
     w->show();
     w->raise();
     w->activateWindow();

@@ -69,4 +69,5 @@ private:
     QPointer<ProgressIndicator> m_progressIndy;
     QPointer<QLabel> m_exTextField;
     bool m_windowLoaded = false;
+    bool m_placed = false;
 };
