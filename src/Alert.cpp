@@ -19,13 +19,17 @@ void Alert::setResponder(Responder r)
     responder() = std::move(r);
 }
 
+bool Alert::hasScreen()
+{
+    const QString platform = QGuiApplication::platformName();
+    return platform != QLatin1String("offscreen") && platform != QLatin1String("minimal");
+}
+
 int Alert::runModal()
 {
     if (responder())
         return responder()(*this);
-    // Without a screen nobody could answer; never wait for one.
-    if (QGuiApplication::platformName() == QLatin1String("offscreen")
-        || QGuiApplication::platformName() == QLatin1String("minimal")) {
+    if (!hasScreen()) {
         qWarning("Alert without a screen: %s %s", qPrintable(m_messageText), qPrintable(m_informativeText));
         return firstButtonReturn;
     }

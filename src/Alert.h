@@ -36,6 +36,10 @@ public:
     using Responder = std::function<int(const Alert &)>;
     static void setResponder(Responder responder);
 
+    // Whether a person could see and answer a dialog: not so on the offscreen
+    // and minimal platforms, where nothing must ever wait for an answer.
+    static bool hasScreen();
+
 private:
     QStringList m_buttons;
     QString m_messageText;

@@ -38,9 +38,7 @@ const QString kKeynoteIcon = QStringLiteral("KeynoteIcon");
 template <typename T>
 T *required(const QPointer<T> &outlet, const char *name)
 {
-    if (!outlet)
-        Fatal::fail(QStringLiteral("the main window's %1 is not connected").arg(QLatin1String(name)));
-    return outlet;
+    return Fatal::requireOutlet(outlet.data(), QStringLiteral("main window"), name);
 }
 
 // The platform's standard images: the desktop theme's, or Qt's own.

@@ -21,5 +21,14 @@ public:
     // Work that must still happen before the process ends (removing scratch folders).
     static void addCleanup(std::function<void()> cleanup);
 
+    // An outlet a form must connect: its absence is a broken build, not something to work around.
+    template <typename T>
+    static T *requireOutlet(T *outlet, const QString &owner, const char *name)
+    {
+        if (!outlet)
+            fail(QStringLiteral("the %1's %2 is not connected").arg(owner, QLatin1String(name)));
+        return outlet;
+    }
+
     static constexpr int exitStatus = 70;
 };

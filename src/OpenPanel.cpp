@@ -1,5 +1,6 @@
 #include "OpenPanel.h"
 
+#include "Alert.h"
 #include "PackageFileDialog.h"
 
 #include <QDialog>
@@ -37,9 +38,7 @@ OpenPanel::Response OpenPanel::runModal(QWidget *parent)
     m_urls.clear();
     if (responder())
         return responder()(*this);
-    // Without a screen nobody could answer; never wait for one.
-    if (QGuiApplication::platformName() == QLatin1String("offscreen")
-        || QGuiApplication::platformName() == QLatin1String("minimal")) {
+    if (!Alert::hasScreen()) {
         qWarning("Open panel without a screen: %s", qPrintable(m_title));
         return CancelResponse;
     }

@@ -21,13 +21,10 @@ namespace {
 const QString kTrue = QStringLiteral("true");
 const QString kFalse = QStringLiteral("false");
 
-// An outlet the form did not connect is a broken build, not something to work around.
 template <typename Control>
 Control *required(const QPointer<Control> &outlet, const char *name)
 {
-    if (!outlet)
-        Fatal::fail(QStringLiteral("the preferences pane has no %1").arg(QLatin1String(name)));
-    return outlet.data();
+    return Fatal::requireOutlet(outlet.data(), QStringLiteral("preferences pane"), name);
 }
 
 QString senderText(QObject *sender, const char *action)

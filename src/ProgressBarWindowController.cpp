@@ -98,16 +98,12 @@ void ProgressBarWindowController::close()
 
 ProgressIndicator *ProgressBarWindowController::requiredProgressIndy() const
 {
-    if (!m_progressIndy)
-        Fatal::fail(QStringLiteral("the progress window has no progress bar (progressIndy)"));
-    return m_progressIndy;
+    return Fatal::requireOutlet(m_progressIndy.data(), QStringLiteral("progress window"), "progressIndy");
 }
 
 QLabel *ProgressBarWindowController::requiredExTextField() const
 {
-    if (!m_exTextField)
-        Fatal::fail(QStringLiteral("the progress window has no file name label (exTextField)"));
-    return m_exTextField;
+    return Fatal::requireOutlet(m_exTextField.data(), QStringLiteral("progress window"), "exTextField");
 }
 
 QString ProgressBarWindowController::convertFileUrlToPath(const QString &urlText)

@@ -1,4 +1,5 @@
 #include "Alert.h"
+#include "AlertRecorder.h"
 #include "AppDelegate.h"
 #include "BuildConfig.h"
 #include "Converter.h"
@@ -32,7 +33,8 @@ class TestAppDelegate : public QObject
 
 private:
     QTemporaryDir m_work;
-    QList<Alert> m_alerts;
+    AlertRecorder m_recorder;
+    QList<Alert> &m_alerts = m_recorder.alerts;
 
     static QLabel *child(QWidget *panel, int index) { return panel->findChildren<QLabel *>(QString(), Qt::FindDirectChildrenOnly).value(index); }
 
@@ -43,10 +45,6 @@ private Q_SLOTS:
         TestSettings::isolateScratch(m_work.path());
         // Automatic update checks go nowhere: nothing listens on the discard port.
         qputenv("DECKWRIGHT_APPCAST_URL", "http://127.0.0.1:9/appcast.xml");
-        Alert::setResponder([this](const Alert &alert) {
-            m_alerts.append(alert);
-            return Alert::firstButtonReturn;
-        });
         OpenPanel::setResponder([](OpenPanel &) { return OpenPanel::CancelResponse; });
     }
 

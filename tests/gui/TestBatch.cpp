@@ -1,4 +1,5 @@
 #include "Alert.h"
+#include "AlertRecorder.h"
 #include "AppDelegate.h"
 #include "FatalTrap.h"
 #include "FileUrl.h"
@@ -26,7 +27,8 @@ private:
     QTemporaryDir m_work;
     QString m_in;
     QString m_out;
-    QList<Alert> m_alerts;
+    AlertRecorder m_recorder;
+    QList<Alert> &m_alerts = m_recorder.alerts;
     QList<OpenPanel> m_panels;
     std::deque<std::function<OpenPanel::Response(OpenPanel &)>> m_answers;
 
@@ -59,10 +61,6 @@ private Q_SLOTS:
     {
         FatalTrap::install();
         TestSettings::isolateScratch(m_work.path());
-        Alert::setResponder([this](const Alert &alert) {
-            m_alerts.append(alert);
-            return Alert::firstButtonReturn;
-        });
         OpenPanel::setResponder([this](OpenPanel &panel) {
             m_panels.append(panel);
             if (m_answers.empty())

@@ -1,4 +1,5 @@
 #include "Alert.h"
+#include "AlertRecorder.h"
 #include "ConversionEvents.h"
 #include "Converter.h"
 #include "FatalTrap.h"
@@ -49,7 +50,8 @@ private:
     QTemporaryDir m_work;
     QString m_in;
     QString m_out;
-    QList<Alert> m_alerts;
+    AlertRecorder m_recorder;
+    QList<Alert> &m_alerts = m_recorder.alerts;
 
     void useSettings(const QString &package, const QVariantMap &extra = {})
     {
@@ -63,10 +65,6 @@ private Q_SLOTS:
     {
         FatalTrap::install();
         TestSettings::isolateScratch(m_work.path());
-        Alert::setResponder([this](const Alert &alert) {
-            m_alerts.append(alert);
-            return Alert::firstButtonReturn;
-        });
         m_in = m_work.filePath(QStringLiteral("in"));
         QDir().mkpath(m_in);
         const PackageFactory factory(m_in);

@@ -1,0 +1,23 @@
+#pragma once
+
+#include "Alert.h"
+
+#include <QList>
+
+// Answers every alert with its first button and keeps a copy, while it lives.
+class AlertRecorder
+{
+public:
+    AlertRecorder()
+    {
+        Alert::setResponder([this](const Alert &alert) {
+            alerts.append(alert);
+            return Alert::firstButtonReturn;
+        });
+    }
+    ~AlertRecorder() { Alert::setResponder(nullptr); }
+    AlertRecorder(const AlertRecorder &) = delete;
+    AlertRecorder &operator=(const AlertRecorder &) = delete;
+
+    QList<Alert> alerts;
+};
