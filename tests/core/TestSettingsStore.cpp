@@ -3,8 +3,6 @@
 #include "SettingsStore.h"
 
 #include <QFile>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -39,6 +37,7 @@ private Q_SLOTS:
         store().setObject(QStringLiteral("bytes"), QByteArray("\x00\x01{\"base64\":1}\xff", 15));
         store().setInteger(QStringLiteral("number"), 2419200);
         store().setInteger(QStringLiteral("big"), Q_INT64_C(9007199254740993));
+        QVERIFY(!QFile::exists(path())); // nothing reaches the disk before a synchronise
         QVERIFY(store().synchronize());
 
         store().useFile(path()); // what the next run sees
@@ -55,14 +54,6 @@ private Q_SLOTS:
         QCOMPARE(store().integer(QStringLiteral("big"), 0), Q_INT64_C(9007199254740993));
         QVERIFY(!store().contains(QStringLiteral("neverWritten")));
         QVERIFY(!store().object(QStringLiteral("neverWritten")).isValid());
-    }
-
-    void writesWithoutSynchroniseStayInMemoryUntilOne()
-    {
-        store().setObject(SettingKey::prezPath, QStringLiteral("file:///a.key/"));
-        QVERIFY(!QFile::exists(path()));
-        QVERIFY(store().synchronize());
-        QVERIFY(QFile::exists(path()));
     }
 
     void readersFallBackOnlyWhenAbsent()
@@ -118,28 +109,6 @@ private Q_SLOTS:
         QVERIFY(store().synchronize());
         store().useFile(path());
         QCOMPARE(store().string(SettingKey::outputPath, {}), QStringLiteral("file:///tmp/"));
-    }
-
-    void theFileIsReadableJson()
-    {
-        store().setObject(SettingKey::bookmarkData, QByteArray("tok"));
-        store().setInteger(SettingKey::updateInterval, 604800);
-        QVERIFY(store().synchronize());
-        QFile file(path());
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        const QJsonObject json = QJsonDocument::fromJson(file.readAll()).object();
-        QCOMPARE(json.value(SettingKey::updateInterval).toInteger(), 604800);
-        QCOMPARE(json.value(SettingKey::bookmarkData).toObject().value(QStringLiteral("base64")).toString(),
-                 QStringLiteral("dG9r"));
-    }
-
-    void memoryScopeWritesNoFile()
-    {
-        store().useMemory({{SettingKey::outputPath, QStringLiteral("file:///o/")}});
-        store().setObject(SettingKey::playSound, QStringLiteral("false"));
-        QVERIFY(store().synchronize());
-        QVERIFY(!QFile::exists(path()));
-        QCOMPARE(store().string(SettingKey::outputPath, {}), QStringLiteral("file:///o/"));
     }
 
     void defaultLocationFollowsXdgConfigHome()
