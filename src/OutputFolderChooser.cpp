@@ -1,11 +1,13 @@
 #include "OutputFolderChooser.h"
 
 #include "Fatal.h"
+#include "FileUrl.h"
 #include "FolderBookmark.h"
 #include "Logging.h"
 #include "OpenPanel.h"
 #include "SettingsStore.h"
 
+#include <QFileInfo>
 #include <QtGlobal>
 
 bool OutputFolderChooser::run(Copy copy, QWidget *parent)
@@ -20,6 +22,10 @@ bool OutputFolderChooser::run(Copy copy, QWidget *parent)
     panel.setResolvesAliases(true);
     panel.setTitle(QStringLiteral("Choose Folder To Save To"));
     panel.setMessage(QStringLiteral("Locate Folder"));
+    // Start where the current output folder is, so that it is one click away.
+    const QString current = SettingsStore::standard().string(SettingKey::outputPath, QString());
+    if (const std::optional<QString> path = FileUrl::toPath(current); path && QFileInfo(*path).isDir())
+        panel.setDirectory(QFileInfo(*path).absolutePath());
     const OpenPanel::Response response = panel.runModal(parent);
 
     if (copy == ApplicationCopy) {

@@ -9,6 +9,9 @@
 #include <QFileSystemModel>
 #include <QKeyEvent>
 #include <QMouseEvent>
+#include <QHeaderView>
+#include <QSortFilterProxyModel>
+#include <QTreeView>
 
 namespace {
 // Shows packages as documents rather than folders.
@@ -37,6 +40,19 @@ public:
         return QFileIconProvider::type(info);
     }
 };
+// In folder mode packages are documents, not places to save into: not shown.
+class HidePackagesProxy : public QSortFilterProxyModel
+{
+public:
+    using QSortFilterProxyModel::QSortFilterProxyModel;
+
+protected:
+    bool filterAcceptsRow(int row, const QModelIndex &parent) const override
+    {
+        const auto *files = qobject_cast<const QFileSystemModel *>(sourceModel());
+        return !files || !PackageFileDialog::isPackage(files->fileInfo(files->index(row, 0, parent)));
+    }
+};
 } // namespace
 
 PackageFileDialog::PackageFileDialog(Mode mode, QWidget *parent)
@@ -56,6 +72,7 @@ PackageFileDialog::PackageFileDialog(Mode mode, QWidget *parent)
     case Folders:
         setFileMode(QFileDialog::Directory);
         setOption(QFileDialog::ShowDirsOnly, true);
+        setProxyModel(new HidePackagesProxy(this));
         break;
     }
     connect(this, &QFileDialog::directoryEntered, this, &PackageFileDialog::onDirectoryEntered);
@@ -65,6 +82,8 @@ PackageFileDialog::PackageFileDialog(Mode mode, QWidget *parent)
             view->viewport()->installEventFilter(this);
             view->installEventFilter(this);
         }
+        if (auto *tree = qobject_cast<QTreeView *>(view))
+            tree->header()->resizeSection(0, 340); // room for presentation names
     }
 }
 
