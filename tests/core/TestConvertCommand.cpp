@@ -184,21 +184,6 @@ private Q_SLOTS:
         QCOMPARE(second.status, 0);
         QCOMPARE(QDir(runtime + QStringLiteral("/deckwright")).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
     }
-
-    void usesItsOwnFolderUnderTheRuntimeDirectory()
-    {
-        const QString runtime = m_work.filePath(QStringLiteral("runtime2"));
-        QDir().mkpath(runtime);
-        QProcessEnvironment env = m_env;
-        env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime);
-        const Run run = deckwright({QStringLiteral("convert"), QStringLiteral("-o"), makeOut(QStringLiteral("out5")), QStringLiteral("First Talk.key")}, env);
-        QCOMPARE(run.status, 0);
-        const QFileInfo scratch(runtime + QStringLiteral("/deckwright"));
-        QVERIFY(scratch.isDir());
-        QCOMPARE(int(scratch.permissions() & (QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup | QFile::ReadOther
-                                              | QFile::WriteOther | QFile::ExeOther)), 0);
-        QCOMPARE(QDir(scratch.filePath()).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
-    }
 };
 
 QTEST_GUILESS_MAIN(TestConvertCommand)
