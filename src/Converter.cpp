@@ -3,6 +3,7 @@
 #include "ConversionEvents.h"
 #include "Fatal.h"
 #include "FileUtils.h"
+#include "KernelFileCopy.h"
 #include "FolderBookmark.h"
 #include "Logging.h"
 #include "NotificationCenter.h"
@@ -16,11 +17,6 @@
 #include <QStringDecoder>
 #include <QUrl>
 #include <QUuid>
-
-#if defined(Q_OS_LINUX)
-#include <cerrno>
-#include <unistd.h>
-#endif
 
 namespace {
 const QString kKeynoteFourTag = QStringLiteral("key:version=\"72007061400\"");
@@ -36,36 +32,6 @@ QString pathExtension(const QUrl &url)
     const QString name = path.mid(path.lastIndexOf(QLatin1Char('/')) + 1);
     const qsizetype dot = name.lastIndexOf(QLatin1Char('.'));
     return dot > 0 ? name.mid(dot + 1) : QString();
-}
-
-enum class KernelCopy { Done, Unsupported, Failed };
-
-// Copies the rest of one file into another inside the kernel, so that the
-// archive's hundreds of megabytes never pass through our memory. Unsupported
-// (nothing copied) where the kernel or the filesystems cannot do it.
-KernelCopy copyInKernel(int from, int to)
-{
-#if defined(Q_OS_LINUX)
-    bool copiedAny = false;
-    for (;;) {
-        const ssize_t n = ::copy_file_range(from, nullptr, to, nullptr, 1 << 30, 0);
-        if (n > 0) {
-            copiedAny = true;
-            continue;
-        }
-        if (n == 0)
-            return KernelCopy::Done;
-        if (errno == EINTR)
-            continue;
-        if (!copiedAny && (errno == ENOSYS || errno == EXDEV || errno == EINVAL || errno == EOPNOTSUPP || errno == EBADF))
-            return KernelCopy::Unsupported;
-        return KernelCopy::Failed;
-    }
-#else
-    Q_UNUSED(from);
-    Q_UNUSED(to);
-    return KernelCopy::Unsupported;
-#endif
 }
 } // namespace
 
@@ -271,13 +237,13 @@ bool Converter::writeOutput(const QString &archivePath, const QString &destinati
         return false;
 
     bool ok = true;
-    const KernelCopy kernelCopy = copyInKernel(in.handle(), out.handle());
+    const KernelFileCopy::Result kernelCopy = KernelFileCopy::copyRest(in.handle(), out.handle());
     // A kernel copy that stopped short is a failure, not a smaller file.
-    if (kernelCopy == KernelCopy::Failed || (kernelCopy == KernelCopy::Done && out.size() != in.size()))
+    if (kernelCopy == KernelFileCopy::Failed || (kernelCopy == KernelFileCopy::Done && out.size() != in.size()))
         ok = false;
     constexpr qint64 chunkSize = 4 * 1024 * 1024;
-    QByteArray buffer(kernelCopy == KernelCopy::Unsupported ? chunkSize : 0, Qt::Uninitialized);
-    while (kernelCopy == KernelCopy::Unsupported) {
+    QByteArray buffer(kernelCopy == KernelFileCopy::Unsupported ? chunkSize : 0, Qt::Uninitialized);
+    while (kernelCopy == KernelFileCopy::Unsupported) {
         const qint64 got = in.read(buffer.data(), chunkSize);
         if (got < 0) {
             ok = false;
