@@ -7,6 +7,7 @@
 #include "NotificationCenter.h"
 #include "SettingsStore.h"
 
+#include <QCommandLineParser>
 #include <QDir>
 #include <QFileInfo>
 #include <QTextStream>
@@ -22,13 +23,39 @@ QString ConvertCommand::usage()
         "  -o, --output DIR  the folder that receives the converted files\n"
         "  -h, --help        show this help\n"
         "\n"
-        "For each package one line is printed:\n"
+        "For each package one line is printed, in the order given:\n"
         "  converted: PACKAGE -> OUTPUT_FILE\n"
-        "  skipped: PACKAGE: not a Keynote file\n"
-        "  skipped: PACKAGE: not a Keynote 4 file\n"
+        "  skipped: PACKAGE: not found\n"
+        "  skipped: PACKAGE: not a Keynote file (REASON)\n"
+        "  skipped: PACKAGE: not a Keynote 4 file (REASON)\n"
+        "  failed: PACKAGE: could not write OUTPUT_FILE (REASON)\n"
+        "\n"
+        "Why a package is skipped:\n"
+        "  its name does not end in .key\n"
+        "  its name is not valid UTF-8\n"
+        "  it was not found\n"
+        "  index.apxl.gz is missing\n"
+        "  the document is damaged\n"
+        "  the document is not UTF-8 text\n"
+        "  the document is larger than 256 MB\n"
+        "  the document has no Keynote '08 version tag\n"
+        "  already in the Keynote '09 format\n"
+        "  it is a single file, not a Keynote '08 package\n"
+        "  it holds a link to a file outside the package: NAME\n"
+        "  it holds a symbolic link: NAME\n"
+        "  it holds a FIFO, a device or a socket: NAME\n"
+        "  it holds a file that could not be read: NAME\n"
+        "  it holds a folder that could not be read: NAME\n"
+        "  a path in it is too long to copy: NAME\n"
+        "  it could not be copied to the scratch folder (SYSTEM'S REASON)\n"
+        "A failed package was converted but not written: the disk is full, the\n"
+        "output folder is gone or cannot be written, the name is too long.\n"
+        "Nothing already in DIR is ever replaced: a name in use gets a number\n"
+        "(Talk.1.key, Talk.2.key, ...), and a file appears in DIR whole or not at all.\n"
         "\n"
         "Exit status: 0 when every package was converted, 1 when any was not,\n"
-        "2 for a usage error.\n");
+        "2 for a usage error. Interrupted (Ctrl+C, SIGTERM, SIGHUP), the\n"
+        "conversion under way is undone and the command ends by that signal.\n");
 }
 
 namespace {
@@ -43,33 +70,28 @@ int usageError(QTextStream &err, const QString &reason)
 
 int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStream &err)
 {
-    QString outputDir;
-    bool haveOutput = false;
-    QStringList packages;
-    bool optionsEnded = false;
-    for (qsizetype i = 0; i < arguments.size(); ++i) {
-        const QString &arg = arguments.at(i);
-        if (optionsEnded || !arg.startsWith(QLatin1Char('-')) || arg == QLatin1String("-")) {
-            packages.append(arg);
-        } else if (arg == QLatin1String("--")) {
-            optionsEnded = true;
-        } else if (arg == QLatin1String("-h") || arg == QLatin1String("--help")) {
-            out << usage();
-            out.flush();
-            return AllConverted;
-        } else if (arg == QLatin1String("-o") || arg == QLatin1String("--output")) {
-            if (i + 1 >= arguments.size())
-                return usageError(err, QStringLiteral("%1 needs a folder").arg(arg));
-            outputDir = arguments.at(++i);
-            haveOutput = true;
-        } else if (arg.startsWith(QLatin1String("--output="))) {
-            outputDir = arg.mid(int(qstrlen("--output=")));
-            haveOutput = true;
-        } else {
-            return usageError(err, QStringLiteral("unknown option %1").arg(arg));
-        }
+    QCommandLineParser parser;
+    parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsCompactedShortOptions);
+    const QCommandLineOption outputOption({QStringLiteral("o"), QStringLiteral("output")},
+                                          QStringLiteral("The folder that receives the converted files."), QStringLiteral("DIR"));
+    const QCommandLineOption helpOption({QStringLiteral("h"), QStringLiteral("help")}, QStringLiteral("Show this help."));
+    parser.addOption(outputOption);
+    parser.addOption(helpOption);
+    parser.addPositionalArgument(QStringLiteral("PACKAGE"), QStringLiteral("Keynote '08 packages."), QStringLiteral("PACKAGE..."));
+    // The parser expects the program name first.
+    if (!parser.parse(QStringList{QStringLiteral("deckwright convert")} + arguments))
+        return usageError(err, parser.errorText());
+    if (parser.isSet(helpOption)) {
+        out << usage();
+        out.flush();
+        return AllConverted;
     }
-    if (!haveOutput || outputDir.isEmpty())
+    const QStringList outputs = parser.values(outputOption);
+    if (outputs.size() > 1)
+        return usageError(err, QStringLiteral("only one output folder can be given"));
+    const QString outputDir = outputs.isEmpty() ? QString() : outputs.first();
+    const QStringList packages = parser.positionalArguments();
+    if (outputDir.isEmpty())
         return usageError(err, QStringLiteral("no output folder given (--output DIR)"));
     if (packages.isEmpty())
         return usageError(err, QStringLiteral("no package given"));
@@ -94,27 +116,29 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
     int status = AllConverted;
     NotificationCenter &center = NotificationCenter::defaultCenter();
     for (const QString &package : packages) {
-        // Links are followed here so that the scratch copy is a real copy.
-        const QFileInfo info(package);
-        QString path = info.exists() ? info.canonicalFilePath() : info.absoluteFilePath();
+        const QString path = QFileInfo(package).absoluteFilePath();
+        // A name that is not UTF-8 names nothing on disk either; the converter says which it is.
+        if (!QFileInfo::exists(path) && !Converter::cannotRepresent(path)) {
+            out << QStringLiteral("skipped: %1: not found").arg(package) << "\n";
+            out.flush();
+            status = SomeSkipped;
+            continue;
+        }
 
         Converter converter(path);
         QString line;
         center.addObserver(&converter, ConversionEvents::finished, [&](const Notification &) {
-            const QString written = outputFolder + QLatin1Char('/') + converter.outputPrezName();
-            if (QFileInfo::exists(written)) {
-                line = QStringLiteral("converted: %1 -> %2").arg(package, written);
-            } else {
-                line = QStringLiteral("failed: %1: could not write %2").arg(package, written);
-                status = SomeSkipped;
-            }
+            line = QStringLiteral("converted: %1 -> %2").arg(package, outputFolder + QLatin1Char('/') + converter.outputPrezName());
         });
         center.addObserver(&converter, ConversionEvents::finishedWithErrorNotKeynote, [&](const Notification &) {
-            line = QStringLiteral("skipped: %1: not a Keynote file").arg(package);
+            line = QStringLiteral("skipped: %1: not a Keynote file (%2)").arg(package, converter.errorReason());
             status = SomeSkipped;
         });
         center.addObserver(&converter, ConversionEvents::finishedWithErrorNotKeynoteFour, [&](const Notification &) {
-            line = QStringLiteral("skipped: %1: not a Keynote 4 file").arg(package);
+            if (converter.errorOccurred() == Converter::OutputNotWritten)
+                line = QStringLiteral("failed: %1: %2").arg(package, converter.errorReason());
+            else
+                line = QStringLiteral("skipped: %1: not a Keynote 4 file (%2)").arg(package, converter.errorReason());
             status = SomeSkipped;
         });
         converter.doConvert(outputFolder);

@@ -1,8 +1,9 @@
 #include "FileUtils.h"
 
 #include "Fatal.h"
+#include "FileTree.h"
 #include "Logging.h"
-#include "ScratchDir.h"
+#include "ScratchRun.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -17,7 +18,7 @@ FileUtils::FileUtils(const QString &prezOrigPath)
 {
 }
 
-FileUtils::~FileUtils() = default;
+FileUtils::~FileUtils() = default; // the scratch run goes with it
 
 QString FileUtils::prezOrigPath() const
 {
@@ -64,54 +65,42 @@ QString FileUtils::getZipName()
 void FileUtils::rmFile(const QString &path)
 {
     DW_LOG(QLatin1String("removing : ") + path);
-    const QFileInfo info(path);
-    bool removed = false;
-    QString failure;
-    if (info.isDir() && !info.isSymLink()) {
-        removed = QDir(path).removeRecursively();
-        if (!removed)
-            failure = QStringLiteral("“%1” could not be removed completely.").arg(path);
-    } else {
-        QFile file(path);
-        removed = file.remove();
-        if (!removed)
-            failure = info.exists() || info.isSymLink() ? file.errorString()
-                                                        : QStringLiteral("“%1” couldn’t be removed because it doesn’t exist.").arg(path);
+    FileTree::Kind kind;
+    if (!FileTree::kindAt(path, &kind)) {
+        DW_LOG(QLatin1String("Remove failed: ") + QStringLiteral("“%1” couldn’t be removed because it doesn’t exist.").arg(path));
+        return;
     }
-    if (removed)
+    QString failure;
+    if (FileTree::remove(path, &failure))
         DW_LOG(QLatin1String("Remove successful"));
     else
-        DW_LOG(QLatin1String("Remove failed: ") + failure);
+        DW_LOG(QLatin1String("Remove failed: ") + QStringLiteral("“%1” could not be removed completely: %2").arg(path, failure));
 }
 
-QString FileUtils::decodeOutput(const QByteArray &bytes, const QString &launchPath)
+QString FileUtils::decodeOutput(const QByteArray &bytes)
 {
-    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-    QString text = decoder(bytes);
-    if (decoder.hasError())
-        Fatal::fail(QStringLiteral("%1 printed text that is not UTF-8").arg(launchPath));
-    return text;
+    // Only logged and searched for "No such file": a name that is not UTF-8
+    // in zip's list must not end the program.
+    return QString::fromUtf8(bytes);
 }
 
 QString FileUtils::runCommand(const QString &launchPath, const QStringList &arguments)
 {
-    QProcess process;
-    process.setProgram(launchPath);
-    process.setArguments(arguments);
-    process.setInputChannelMode(QProcess::ForwardedInputChannel);
-    process.start(QIODevice::ReadOnly);
-    if (!process.waitForStarted(-1))
+    m_lastCommand = ChildProcess::run(launchPath, arguments, m_fileSizeLimit);
+    if (!m_lastCommand.started)
         return QStringLiteral(" ");
-    // Both streams are drained while waiting, so a chatty standard error cannot stall the child.
-    process.waitForFinished(-1);
-    const QString out = decodeOutput(process.readAllStandardOutput(), launchPath);
-    const QString err = decodeOutput(process.readAllStandardError(), launchPath);
-    return out + QLatin1Char(' ') + err;
+    return decodeOutput(m_lastCommand.standardOutput) + QLatin1Char(' ') + decodeOutput(m_lastCommand.standardError);
 }
 
 std::optional<QString> FileUtils::getTmpDir()
 {
-    return ScratchDir::path();
+    if (!m_run) {
+        m_run = std::make_unique<ScratchRun>();
+        m_tmpDirError = m_run->errorString();
+    }
+    if (!m_run->isValid())
+        return std::nullopt;
+    return m_run->path();
 }
 
 QString FileUtils::tmpDirFromEnvText(const QString &envOutput)
@@ -134,9 +123,10 @@ QString FileUtils::getTmpDirFromEnv()
     QProcess process;
     process.setProgram(QStringLiteral("/usr/bin/env"));
     process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    process.setStandardInputFile(QProcess::nullDevice());
     process.start(QIODevice::ReadOnly);
     if (!process.waitForStarted(-1))
         return QString();
     process.waitForFinished(-1);
-    return tmpDirFromEnvText(decodeOutput(process.readAllStandardOutput(), process.program()));
+    return tmpDirFromEnvText(decodeOutput(process.readAllStandardOutput()));
 }

@@ -1,15 +1,20 @@
 #pragma once
 
-// Copies the rest of one open file into another inside the kernel, so that
-// an archive of hundreds of megabytes never passes through our memory.
+// Copies the rest of one open file into another. Inside the kernel where it
+// can (copy_file_range: an archive of hundreds of megabytes never passes
+// through our memory, and shares blocks where the file system allows),
+// through a 128 KiB buffer where it cannot (across file systems, tmpfs),
+// which is as fast as cp there. A stop request (StopRequest) ends it early.
 class KernelFileCopy
 {
 public:
     enum Result {
-        Done,        // everything copied
-        Unsupported, // nothing copied: the kernel or the filesystems cannot do it
-        Failed,      // stopped part way
+        Done,    // everything copied
+        Failed,  // stopped part way by an error; error() tells which
+        Stopped, // a stop was requested
     };
 
-    static Result copyRest(int fromDescriptor, int toDescriptor);
+    static Result copyRest(int fromDescriptor, int toDescriptor, int *error = nullptr);
+
+    static constexpr long long bufferSize = 128 * 1024;
 };

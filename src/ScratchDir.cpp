@@ -1,16 +1,11 @@
 #include "ScratchDir.h"
 
-#include "Fatal.h"
-
 #include <QDir>
-#include <QTemporaryDir>
+#include <QFile>
 
-#include <memory>
-
-#if defined(Q_OS_UNIX)
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
-#endif
 
 namespace {
 QString withSlash(QString path)
@@ -20,59 +15,61 @@ QString withSlash(QString path)
     return path;
 }
 
-QString fallbackPath()
+QString withoutSlash(QString path)
 {
-    static std::unique_ptr<QTemporaryDir> dir;
-    if (!dir) {
-        dir = std::make_unique<QTemporaryDir>(QDir::tempPath() + QLatin1String("/deckwright-run-XXXXXX"));
-        if (!dir->isValid())
-            Fatal::fail(QStringLiteral("no private scratch folder could be made in %1: %2")
-                            .arg(QDir::tempPath(), dir->errorString()));
-        const QString made = dir->path();
-        Fatal::addCleanup([made] { QDir(made).removeRecursively(); });
-    }
-    return withSlash(dir->path());
+    while (path.size() > 1 && path.endsWith(QLatin1Char('/')))
+        path.chop(1);
+    return path;
+}
+
+constexpr int kMaxAlternatives = 20;
+
+QString tempFolderPath()
+{
+    return withSlash(QDir::tempPath()) + QStringLiteral("deckwright-%1/").arg(::getuid());
 }
 } // namespace
 
 QString ScratchDir::preferredPath()
 {
-#if defined(Q_OS_UNIX) && !defined(Q_OS_MACOS)
     const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
     if (!runtime.isEmpty())
         return withSlash(runtime) + QLatin1String("deckwright/");
-    return withSlash(QDir::tempPath()) + QStringLiteral("deckwright-%1/").arg(::getuid());
-#else
-    // macOS and Windows give every user a temporary folder of their own.
-    return withSlash(QDir::tempPath());
-#endif
+    return tempFolderPath();
+}
+
+bool ScratchDir::isPrivate(int folderDescriptor)
+{
+    struct stat st {};
+    if (::fstat(folderDescriptor, &st) != 0)
+        return false;
+    return S_ISDIR(st.st_mode) && st.st_uid == ::getuid() && (st.st_mode & 077) == 0;
 }
 
 bool ScratchDir::isPrivate(const QString &folder)
 {
-#if defined(Q_OS_UNIX)
-    struct stat st {};
-    if (::lstat(QFile::encodeName(folder).constData(), &st) != 0)
+    // No trailing "/": it would make the kernel follow a link in the last place.
+    const int fd = ::open(QFile::encodeName(withoutSlash(folder)).constData(),
+                          O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0)
         return false;
-    return S_ISDIR(st.st_mode) && st.st_uid == ::getuid() && (st.st_mode & 077) == 0;
-#else
-    return QFileInfo(folder).isDir();
-#endif
+    const bool ok = isPrivate(fd);
+    ::close(fd);
+    return ok;
 }
 
 QString ScratchDir::path()
 {
-#if defined(Q_OS_UNIX) && !defined(Q_OS_MACOS)
-    static bool useFallback = false;
-    if (!useFallback) {
-        const QString preferred = preferredPath();
-        ::mkdir(QFile::encodeName(preferred).constData(), 0700); // an existing one is checked below
-        if (isPrivate(preferred))
-            return preferred;
-        useFallback = true;
+    // The runtime folder first; the temporary folder when that one is unusable.
+    for (const QString &base : {preferredPath(), tempFolderPath()}) {
+        const QString preferred = withoutSlash(base);
+        for (int n = 0; n <= kMaxAlternatives; ++n) {
+            const QString candidate = n == 0 ? preferred : preferred + QLatin1Char('-') + QString::number(n);
+            // An existing one is checked below; mkdir never follows a link.
+            ::mkdir(QFile::encodeName(candidate).constData(), 0700);
+            if (isPrivate(candidate))
+                return withSlash(candidate);
+        }
     }
-    return fallbackPath();
-#else
-    return preferredPath();
-#endif
+    return QString();
 }

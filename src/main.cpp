@@ -5,11 +5,14 @@
 #include "Fatal.h"
 #include "SettingsStore.h"
 #include "SingleInstance.h"
+#include "StopRequest.h"
 
 #include <QApplication>
 #include <QCoreApplication>
 #include <QFileInfo>
 #include <QIcon>
+#include <QSet>
+#include <QSysInfo>
 #include <QTextStream>
 #include <QTimer>
 
@@ -32,8 +35,78 @@ QString mainUsage()
         "  -v, --version  show the version\n");
 }
 
+// Qt's own options, which the desktop application takes before anything
+// else sees the command line: those that take a value, and those that do not.
+const QSet<QString> &qtOptionsWithValue()
+{
+    static const QSet<QString> names{
+        QStringLiteral("platform"), QStringLiteral("platformpluginpath"), QStringLiteral("platformtheme"),
+        QStringLiteral("plugin"), QStringLiteral("qwindowgeometry"), QStringLiteral("qwindowicon"),
+        QStringLiteral("qwindowtitle"), QStringLiteral("session"), QStringLiteral("style"), QStringLiteral("stylesheet"),
+        QStringLiteral("display"), QStringLiteral("geometry"), QStringLiteral("title"), QStringLiteral("name"),
+        QStringLiteral("visual"), QStringLiteral("ncols"), QStringLiteral("cmap")};
+    return names;
+}
+
+const QSet<QString> &qtFlags()
+{
+    static const QSet<QString> names{QStringLiteral("reverse"), QStringLiteral("widgetcount"), QStringLiteral("nograb"),
+                                     QStringLiteral("dograb"), QStringLiteral("testability"), QStringLiteral("qmljsdebugger")};
+    return names;
+}
+
+int usageError(const QString &reason)
+{
+    QTextStream(stderr) << "deckwright: " << reason << "\nTry 'deckwright --help'.\n";
+    return 2;
+}
+
+// Checks the desktop application's command line before Qt sees it, so that
+// a mistake gets a usage error instead of a window, or of an abort inside Qt
+// where there is no display.
+int checkDesktopArguments(int argc, char *argv[])
+{
+    bool optionsEnded = false;
+    bool platformGiven = false;
+    for (int i = 1; i < argc; ++i) {
+        const QString argument = QString::fromLocal8Bit(argv[i]);
+        if (optionsEnded || argument == QLatin1String("-") || !argument.startsWith(QLatin1Char('-'))) {
+            // The first word is a command when it is not a file: a misspelt one is no package.
+            if (!optionsEnded && i == 1 && !argument.contains(QLatin1Char('/')) && !argument.contains(QLatin1Char('.'))
+                && !QFileInfo::exists(argument))
+                return usageError(QStringLiteral("'%1' is neither a command nor a file (the command is 'convert')").arg(argument));
+            continue;
+        }
+        if (argument == QLatin1String("--")) {
+            optionsEnded = true;
+            continue;
+        }
+        QString name = argument.mid(argument.startsWith(QLatin1String("--")) ? 2 : 1);
+        const bool hasValue = name.contains(QLatin1Char('='));
+        name = name.section(QLatin1Char('='), 0, 0);
+        if (name == QLatin1String("platform"))
+            platformGiven = true;
+        if (qtOptionsWithValue().contains(name)) {
+            if (!hasValue)
+                ++i;
+            continue;
+        }
+        if (!qtFlags().contains(name))
+            return usageError(QStringLiteral("unknown option %1").arg(argument));
+    }
+    // Without a display Qt would abort; say what to do instead.
+    if (!platformGiven && QSysInfo::kernelType() == QLatin1String("linux") && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")
+        && qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
+        QTextStream(stderr) << "deckwright: there is no display to show the window on; "
+                               "'deckwright convert --output DIR PACKAGE...' converts without one.\n";
+        return 1;
+    }
+    return 0;
+}
+
 int runConvert(int argc, char *argv[])
 {
+    StopRequest::installSignalHandlers();
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("Deckwright"));
     QCoreApplication::setApplicationVersion(QString::fromUtf8(BuildConfig::version));
@@ -44,6 +117,9 @@ int runConvert(int argc, char *argv[])
 
 int runDesktop(int argc, char *argv[])
 {
+    if (const int status = checkDesktopArguments(argc, argv))
+        return status;
+    StopRequest::installSignalHandlers();
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Deckwright"));
     QApplication::setApplicationDisplayName(QStringLiteral("Deckwright"));
@@ -62,8 +138,7 @@ int runDesktop(int argc, char *argv[])
         if (!optionsEnded && argument == QLatin1String("--")) {
             optionsEnded = true;
         } else if (!optionsEnded && argument.startsWith(QLatin1Char('-'))) {
-            QTextStream(stderr) << "deckwright: unknown option " << argument << "\nTry 'deckwright --help'.\n";
-            return 2;
+            return usageError(QStringLiteral("unknown option %1").arg(argument));
         } else {
             packages.append(QFileInfo(argument).absoluteFilePath());
         }

@@ -62,6 +62,8 @@ private Q_SLOTS:
         factory.make(QStringLiteral("Second.Talk.key"));
         factory.make(QStringLiteral("Newer.key"), PackageFactory::keynoteFiveDocument());
         factory.makeWithoutIndex(QStringLiteral("Empty.key"));
+        QFile pdf(m_in + QStringLiteral("/Talk.pdf"));
+        QVERIFY(pdf.open(QIODevice::WriteOnly));
     }
 
     void printsOneLinePerPackageInOrder()
@@ -69,15 +71,16 @@ private Q_SLOTS:
         const QString out = makeOut(QStringLiteral("out1"));
         const Run run = deckwright({QStringLiteral("convert"), QStringLiteral("--output"), out,
                                     QStringLiteral("First Talk.key"), m_in + QStringLiteral("/Second.Talk.key/"),
-                                    QStringLiteral("Newer.key"), QStringLiteral("notes.txt"), QStringLiteral("Empty.key"),
+                                    QStringLiteral("Newer.key"), QStringLiteral("notes.txt"), QStringLiteral("Empty.key"), QStringLiteral("Talk.pdf"),
                                     QStringLiteral("First Talk.key")});
         QCOMPARE(run.status, 1);
         QCOMPARE(run.out.split(QLatin1Char('\n')), QStringList({
             QStringLiteral("converted: First Talk.key -> %1/First Talk.key").arg(out),
             QStringLiteral("converted: %1/Second.Talk.key/ -> %2/Second.Talk.key").arg(m_in, out),
-            QStringLiteral("skipped: Newer.key: not a Keynote 4 file"),
-            QStringLiteral("skipped: notes.txt: not a Keynote file"),
-            QStringLiteral("skipped: Empty.key: not a Keynote 4 file"),
+            QStringLiteral("skipped: Newer.key: not a Keynote 4 file (already in the Keynote '09 format)"),
+            QStringLiteral("skipped: notes.txt: not found"),
+            QStringLiteral("skipped: Empty.key: not a Keynote 4 file (index.apxl.gz is missing)"),
+            QStringLiteral("skipped: Talk.pdf: not a Keynote file (its name does not end in .key)"),
             QStringLiteral("converted: First Talk.key -> %1/First Talk.1.key").arg(out),
             QString(),
         }));
@@ -104,10 +107,11 @@ private Q_SLOTS:
         const QString file = m_in + QStringLiteral("/First Talk.key/index.apxl.gz");
         QTest::newRow("no package") << QStringList{QStringLiteral("convert"), QStringLiteral("--output"), out} << "no package given";
         QTest::newRow("no output") << QStringList{QStringLiteral("convert"), QStringLiteral("First Talk.key")} << "no output folder given";
-        QTest::newRow("output without value") << QStringList{QStringLiteral("convert"), QStringLiteral("--output")} << "--output needs a folder";
+        QTest::newRow("output without value") << QStringList{QStringLiteral("convert"), QStringLiteral("--output")} << "Missing value after '--output'";
         QTest::newRow("missing folder") << QStringList{QStringLiteral("convert"), QStringLiteral("-o"), out + QStringLiteral("/nope"), QStringLiteral("x.key")} << "does not exist";
         QTest::newRow("not a folder") << QStringList{QStringLiteral("convert"), QStringLiteral("-o"), file, QStringLiteral("x.key")} << "is not a folder";
-        QTest::newRow("unknown option") << QStringList{QStringLiteral("convert"), QStringLiteral("--fast")} << "unknown option --fast";
+        QTest::newRow("unknown option") << QStringList{QStringLiteral("convert"), QStringLiteral("--fast")} << "Unknown option 'fast'";
+        QTest::newRow("two output folders") << QStringList{QStringLiteral("convert"), QStringLiteral("-o"), out, QStringLiteral("-o"), out, QStringLiteral("x.key")} << "only one output folder";
     }
 
     void usageErrors()
@@ -145,7 +149,8 @@ private Q_SLOTS:
         QVERIFY(run.out.contains(QStringLiteral("deckwright convert --output DIR PACKAGE...")));
         run = deckwright({QStringLiteral("convert"), QStringLiteral("--help")});
         QCOMPARE(run.status, 0);
-        QVERIFY(run.out.contains(QStringLiteral("skipped: PACKAGE: not a Keynote 4 file")));
+        QVERIFY(run.out.contains(QStringLiteral("skipped: PACKAGE: not a Keynote 4 file (REASON)")));
+        QVERIFY(run.out.contains(QStringLiteral("failed: PACKAGE: could not write OUTPUT_FILE (REASON)")));
         run = deckwright({QStringLiteral("--version")});
         QCOMPARE(run.status, 0);
         QVERIFY(run.out.startsWith(QStringLiteral("Deckwright ")));
@@ -171,9 +176,11 @@ private Q_SLOTS:
         const Run run = deckwright({QStringLiteral("convert"), QStringLiteral("-o"), out, QStringLiteral("First Talk.key")}, env);
         QCOMPARE(run.status, 0);
         QCOMPARE(PackageFactory::snapshot(victim), (QMap<QString, QByteArray>{{QStringLiteral("First Talk.key/precious"), "mine"}}));
-        // The private folder made for the run is gone with it.
+        // The next free name served instead, and the run's folder in it is gone.
+        const QString used = QStringLiteral("deckwright-%1-1").arg(::getuid());
         QCOMPARE(QDir(shared).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::System),
-                 QStringList{QStringLiteral("deckwright-%1").arg(::getuid())});
+                 QStringList({QStringLiteral("deckwright-%1").arg(::getuid()), used}));
+        QCOMPARE(QDir(shared + QLatin1Char('/') + used).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::System), QStringList());
 
         // The same under $XDG_RUNTIME_DIR, and a folder open to others is refused too.
         const QString runtime = m_work.filePath(QStringLiteral("runtime-open"));
@@ -183,6 +190,7 @@ private Q_SLOTS:
         const Run second = deckwright({QStringLiteral("convert"), QStringLiteral("-o"), out, QStringLiteral("Second.Talk.key")}, env);
         QCOMPARE(second.status, 0);
         QCOMPARE(QDir(runtime + QStringLiteral("/deckwright")).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
+        QCOMPARE(QDir(runtime + QStringLiteral("/deckwright-1")).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
     }
 };
 

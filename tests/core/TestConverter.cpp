@@ -1,14 +1,19 @@
+#include "ConversionEvents.h"
 #include "Converter.h"
 #include "FatalTrap.h"
 #include "FileUtils.h"
 #include "PackageFactory.h"
 #include "ScratchDir.h"
+#include "ScratchRun.h"
+#include "NotificationCenter.h"
 #include "SettingsStore.h"
+#include "StopRequest.h"
 #include "TestSettings.h"
 
 #include <QDir>
 #include <QDirIterator>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -77,9 +82,10 @@ private:
         unzip.waitForFinished(-1);
         if (unzip.exitCode() != 0)
             return {};
-        // Entries keep the scratch folder's path, less the leading "/".
-        const QString root = into.path() + QLatin1Char('/') + m_tmp.mid(1) + folderName;
-        const auto files = PackageFactory::snapshot(root);
+        // Entries keep the path of the run's scratch folder, less the leading "/".
+        QDirIterator runs(into.path() + QLatin1Char('/') + m_tmp.mid(1), {QStringLiteral("run-*")}, QDir::Dirs);
+        const QString root = runs.hasNext() ? runs.next() + QLatin1Char('/') + folderName : QString();
+        const auto files = root.isEmpty() ? QMap<QString, QByteArray>() : PackageFactory::snapshot(root);
         QDir(into.path()).removeRecursively();
         return files;
     }
@@ -133,18 +139,27 @@ private Q_SLOTS:
         QCOMPARE(converted, media);
     }
 
-    void runsTheToolsWithTheirFixedArguments()
+    void runsTheToolsWithTheirFixedArgumentsInAFolderOfTheRunsOwn()
     {
         const QString package = PackageFactory(m_in).make(QStringLiteral("Args.key"));
-        RecordingConverter converter(package);
-        converter.doConvert(m_out);
-        QCOMPARE(converter.commands, QStringList({
-            QStringLiteral("/bin/cp|-r|") + package + QLatin1Char('|') + m_tmp,
-            QStringLiteral("/usr/bin/gunzip|-f|") + m_tmp + QStringLiteral("Args.key/index.apxl.gz"),
-            QStringLiteral("/bin/mv|") + m_tmp + QStringLiteral("Args.key|") + m_tmp + QStringLiteral("Args"),
-            QStringLiteral("/usr/bin/zip|-r|") + m_tmp + QStringLiteral("Args.zip|") + m_tmp + QStringLiteral("Args"),
-            QStringLiteral("/bin/mv|-f|") + m_tmp + QStringLiteral("Args.zip|") + m_tmp + QStringLiteral("Args.key"),
+        RecordingConverter first(package);
+        first.doConvert(m_out);
+        QCOMPARE(first.commands.size(), 5);
+        // The scratch folder is <scratch>/run-XXXXXX/, new for every run.
+        const QString run = first.commands.first().section(QLatin1Char('|'), 3);
+        QVERIFY2(QRegularExpression(QStringLiteral("^%1run-[A-Za-z0-9]{6}/$").arg(QRegularExpression::escape(m_tmp))).match(run).hasMatch(),
+                 qPrintable(run));
+        QCOMPARE(first.commands, QStringList({
+            QStringLiteral("/bin/cp|-r|") + package + QLatin1Char('|') + run,
+            QStringLiteral("/usr/bin/gunzip|-f|") + run + QStringLiteral("Args.key/index.apxl.gz"),
+            QStringLiteral("/bin/mv|") + run + QStringLiteral("Args.key|") + run + QStringLiteral("Args"),
+            QStringLiteral("/usr/bin/zip|-r|") + run + QStringLiteral("Args.zip|") + run + QStringLiteral("Args"),
+            QStringLiteral("/bin/mv|-f|") + run + QStringLiteral("Args.zip|") + run + QStringLiteral("Args.key"),
         }));
+        RecordingConverter second(package);
+        second.doConvert(m_out);
+        QVERIFY(second.commands.first().section(QLatin1Char('|'), 3) != run);
+        QCOMPARE(scratchLeftovers(), QStringList());
     }
 
     void rewritesTheTagInAnyCaseEverywhere()
@@ -166,13 +181,19 @@ private Q_SLOTS:
         QTest::addColumn<QString>("kind");
         QTest::addColumn<qint64>("code");
         QTest::addColumn<QStringList>("events");
-        QTest::newRow("capital extension") << "capitals" << qint64(1) << expected(0, QStringLiteral("notKeynote"));
-        QTest::newRow("other extension") << "other" << qint64(1) << expected(0, QStringLiteral("notKeynote"));
-        QTest::newRow("no document") << "noIndex" << qint64(2) << expected(2, QStringLiteral("notKeynoteFour"));
-        QTest::newRow("not gzip") << "notGzip" << qint64(2) << expected(3, QStringLiteral("notKeynoteFour"));
-        QTest::newRow("already Keynote 09") << "keynote5" << qint64(2) << expected(3, QStringLiteral("notKeynoteFour"));
-        QTest::newRow("not UTF-8") << "latin1" << qint64(2) << expected(3, QStringLiteral("notKeynoteFour"));
-        QTest::newRow("missing package") << "missing" << qint64(2) << expected(2, QStringLiteral("notKeynoteFour"));
+        QTest::addColumn<QString>("reason");
+        const QString four = QStringLiteral("notKeynoteFour");
+        QTest::newRow("capital extension") << "capitals" << qint64(1) << expected(0, QStringLiteral("notKeynote")) << "its name does not end in .key";
+        QTest::newRow("other extension") << "other" << qint64(1) << expected(0, QStringLiteral("notKeynote")) << "its name does not end in .key";
+        QTest::newRow("no document") << "noIndex" << qint64(2) << expected(2, four) << "index.apxl.gz is missing";
+        QTest::newRow("not gzip") << "notGzip" << qint64(2) << expected(3, four) << "the document is damaged";
+        QTest::newRow("truncated gzip") << "truncated" << qint64(2) << expected(3, four) << "the document is damaged";
+        QTest::newRow("already Keynote 09") << "keynote5" << qint64(2) << expected(3, four) << "already in the Keynote '09 format";
+        QTest::newRow("Keynote 09 single file") << "zipFile" << qint64(2) << expected(3, four) << "already in the Keynote '09 format";
+        QTest::newRow("other single file") << "plainFile" << qint64(2) << expected(3, four) << "it is a single file, not a Keynote '08 package";
+        QTest::newRow("no version tag") << "noTag" << qint64(2) << expected(3, four) << "the document has no Keynote '08 version tag";
+        QTest::newRow("not UTF-8") << "latin1" << qint64(2) << expected(3, four) << "the document is not UTF-8 text";
+        QTest::newRow("missing package") << "missing" << qint64(2) << expected(2, four) << "it was not found";
     }
 
     void refusesWhatIsNotAKeynotePackage()
@@ -190,7 +211,16 @@ private Q_SLOTS:
             package = factory.makeWithRawIndex(QStringLiteral("Raw.key"), PackageFactory::keynoteFourDocument());
         else if (kind == QLatin1String("keynote5"))
             package = factory.make(QStringLiteral("Newer.key"), PackageFactory::keynoteFiveDocument());
-        else if (kind == QLatin1String("latin1"))
+        else if (kind == QLatin1String("truncated"))
+            package = factory.makeWithRawIndex(QStringLiteral("Cut.key"), PackageFactory::gzip(PackageFactory::keynoteFourDocument()).chopped(12));
+        else if (kind == QLatin1String("noTag"))
+            package = factory.make(QStringLiteral("Plain.key"), QByteArrayLiteral("<?xml version=\"1.0\"?><presentation/>"));
+        else if (kind == QLatin1String("zipFile") || kind == QLatin1String("plainFile")) {
+            package = m_in + (kind == QLatin1String("zipFile") ? QStringLiteral("/Zipped.key") : QStringLiteral("/Flat.key"));
+            QFile file(package);
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(kind == QLatin1String("zipFile") ? QByteArray("PK\x03\x04rest of an archive", 22) : QByteArray("just text"));
+        } else if (kind == QLatin1String("latin1"))
             package = factory.make(QStringLiteral("Latin.key"), QByteArray("<a key:version=\"72007061400\">caf\xe9</a>"));
         else
             package = m_in + QStringLiteral("/Nowhere.key");
@@ -201,6 +231,7 @@ private Q_SLOTS:
         converter.doConvert(m_out);
         QTEST(events.names, "events");
         QTEST(converter.errorOccurred(), "code");
+        QTEST(converter.errorReason(), "reason");
         QCOMPARE(converter.outputPrezName(), QString());
         QCOMPARE(PackageFactory::snapshot(package), source);
         QCOMPARE(scratchLeftovers(), QStringList());
@@ -231,50 +262,109 @@ private Q_SLOTS:
         QVERIFY(!unpack(m_out + QStringLiteral("/My.2.key"), QStringLiteral("My")).isEmpty());
     }
 
-    void aLeftoverScratchCopyDoesNotSpoilTheNextRun()
+    void leftoversAreSweptAndLiveRunsKept()
     {
         const QString package = PackageFactory(m_in).make(QStringLiteral("Stale.key"));
+        // Left by a killed run, and by the scratch layout of older versions.
+        QVERIFY(QDir().mkpath(m_tmp + QStringLiteral("run-dead00/Stale/junk")));
+        QFile planted(m_tmp + QStringLiteral("run-dead00/Stale.zip"));
+        QVERIFY(planted.open(QIODevice::WriteOnly));
+        planted.write("PK junk");
+        planted.close();
         QVERIFY(QDir().mkpath(m_tmp + QStringLiteral("Stale.key/junk")));
         QVERIFY(QDir().mkpath(m_tmp + QStringLiteral("Stale/junk")));
+        // A run that is still going keeps its folder.
+        auto live = std::make_unique<ScratchRun>();
+        QVERIFY(live->isValid());
+        const QString liveName = live->path().section(QLatin1Char('/'), -2, -2);
+
         Converter converter(package);
         converter.doConvert(m_out);
         QCOMPARE(converter.errorOccurred(), qint64(0));
         const auto converted = unpack(m_out + QStringLiteral("/Stale.key"), QStringLiteral("Stale"));
+        QVERIFY(!converted.isEmpty());
         QVERIFY(!converted.keys().join(QLatin1Char(',')).contains(QStringLiteral("junk")));
+        QCOMPARE(scratchLeftovers(), QStringList{liveName});
+        live.reset();
         QCOMPARE(scratchLeftovers(), QStringList());
     }
 
-    void theOutputFolderMustStillBeThere()
+    void anOutputFolderThatIsGoneIsToldNotFatal()
     {
         const QString package = PackageFactory(m_in).make(QStringLiteral("Gone.key"));
         SettingsStore::standard().useMemory({});
         QVERIFY_FATAL(Converter(package).doConvert(m_out), "no output folder was chosen");
+        QCOMPARE(scratchLeftovers(), QStringList()); // unwound, the run's folder went with it
 
         const QString doomed = m_work.filePath(QStringLiteral("doomed"));
         QVERIFY(QDir().mkpath(doomed));
         TestSettings::useOutputFolder(doomed);
         QVERIFY(QDir(doomed).removeRecursively());
-        QVERIFY_FATAL(Converter(package).doConvert(doomed), "no longer exists");
-        QDir(m_tmp + QStringLiteral("Gone.key")).removeRecursively();
-        QFile::remove(m_tmp + QStringLiteral("Gone.key"));
-        QDir(m_tmp + QStringLiteral("Gone")).removeRecursively();
+        EventRecorder events;
+        Converter converter(package);
+        converter.doConvert(doomed);
+        QCOMPARE(events.names, expected(8, QStringLiteral("notKeynoteFour")));
+        QCOMPARE(converter.errorOccurred(), qint64(Converter::OutputNotWritten));
+        QCOMPARE(converter.errorReason(), QStringLiteral("could not write %1/Gone.key (the output folder no longer exists)").arg(doomed));
+        QCOMPARE(scratchLeftovers(), QStringList());
     }
 
-    void writingTheOutputIsAllOrNothing()
+    void aStopLeavesNothingBehind_data()
     {
-        RecordingConverter converter;
+        QTest::addColumn<int>("atEvent");
+        for (int n = 1; n <= 8; ++n)
+            QTest::addRow("after progress %d", n) << n;
+    }
+
+    void aStopLeavesNothingBehind()
+    {
+        QFETCH(int, atEvent);
+        const QString package = PackageFactory(m_in).make(QStringLiteral("Stop.key"));
+        const auto source = PackageFactory::snapshot(package);
+        EventRecorder events;
+        Converter converter(package);
+        int seen = 0;
+        NotificationCenter::defaultCenter().addObserver(this, ConversionEvents::progress, [&](const Notification &) {
+            if (++seen == atEvent)
+                StopRequest::request();
+        });
+        converter.doConvert(m_out);
+        NotificationCenter::defaultCenter().removeObserver(this);
+        QCOMPARE(events.names, expected(atEvent, QStringLiteral("notKeynoteFour")));
+        QCOMPARE(converter.errorOccurred(), qint64(Converter::Stopped));
+        QCOMPARE(scratchLeftovers(), QStringList());
+        QCOMPARE(QDir(m_out).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden), QStringList());
+        QCOMPARE(PackageFactory::snapshot(package), source);
+        QVERIFY(!StopRequest::pending()); // the next conversion starts afresh
+    }
+
+    void writingTheOutputIsAllOrNothingAndNeverReplaces()
+    {
+        RecordingConverter converter(m_in + QStringLiteral("/A.key"));
         const QString archive = m_work.filePath(QStringLiteral("archive.zip"));
         QFile file(archive);
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.write(PackageFactory::pseudoRandom(9 * 1024 * 1024 + 5, 7));
         file.close();
+        const QByteArray bytes = PackageFactory::snapshot(m_work.path()).value(QStringLiteral("archive.zip"));
 
-        QVERIFY(converter.writeOutput(archive, m_out + QStringLiteral("/A.key")));
-        QCOMPARE(PackageFactory::snapshot(m_out).value(QStringLiteral("A.key")), PackageFactory::snapshot(m_work.path()).value(QStringLiteral("archive.zip")));
-        // An existing file is never replaced, and no partial file stays behind.
-        QVERIFY(!converter.writeOutput(archive, m_out + QStringLiteral("/A.key")));
-        QVERIFY(!converter.writeOutput(m_work.filePath(QStringLiteral("missing.zip")), m_out + QStringLiteral("/B.key")));
-        QCOMPARE(QDir(m_out).entryList(QDir::Files | QDir::Hidden), QStringList{QStringLiteral("A.key")});
+        converter.setOutputPrezName(QStringLiteral("A.key"));
+        QVERIFY(converter.writeOutput(archive, m_out));
+        QCOMPARE(PackageFactory::snapshot(m_out).value(QStringLiteral("A.key")), bytes);
+        // Taken since the name was found free (here: by the first write): the next number.
+        QVERIFY(converter.writeOutput(archive, m_out));
+        QCOMPARE(converter.outputPrezName(), QStringLiteral("A.1.key"));
+        // A dangling link takes a name as well, and is never written through.
+        QVERIFY(QFile::link(m_work.filePath(QStringLiteral("elsewhere.key")), m_out + QStringLiteral("/A.2.key")));
+        QVERIFY(converter.writeOutput(archive, m_out));
+        QCOMPARE(converter.outputPrezName(), QStringLiteral("A.3.key"));
+        QVERIFY(!QFileInfo::exists(m_work.filePath(QStringLiteral("elsewhere.key"))));
+
+        converter.setOutputPrezName(QStringLiteral("B.key"));
+        QVERIFY(!converter.writeOutput(m_work.filePath(QStringLiteral("missing.zip")), m_out));
+        QVERIFY2(converter.errorReason().startsWith(QStringLiteral("could not write %1/B.key (").arg(m_out)), qPrintable(converter.errorReason()));
+        QCOMPARE(QDir(m_out).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System),
+                 QStringList({QStringLiteral("A.1.key"), QStringLiteral("A.2.key"), QStringLiteral("A.3.key"), QStringLiteral("A.key")}));
     }
 
     void aFullDiskLeavesNothingInTheOutputFolder()
@@ -292,11 +382,13 @@ private Q_SLOTS:
         QVERIFY(file.open(QIODevice::WriteOnly));
         file.write(PackageFactory::pseudoRandom(1024 * 1024, 9));
         file.close();
-        RecordingConverter converter;
-        const bool written = converter.writeOutput(archive, small + QStringLiteral("/Big.key"));
+        RecordingConverter converter(m_in + QStringLiteral("/Big.key"));
+        converter.setOutputPrezName(QStringLiteral("Big.key"));
+        const bool written = converter.writeOutput(archive, small);
         const QStringList left = QDir(small).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden);
         QProcess::execute(QStringLiteral("umount"), {small});
         QVERIFY(!written);
+        QCOMPARE(converter.errorReason(), QStringLiteral("could not write %1/Big.key (No space left on device)").arg(small));
         QCOMPARE(left, QStringList());
     }
 };

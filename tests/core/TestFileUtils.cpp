@@ -1,11 +1,15 @@
 #include "FatalTrap.h"
 #include "FileUtils.h"
 #include "ScratchDir.h"
+#include "TestSettings.h"
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <memory>
 
 #include <sys/stat.h>
 
@@ -23,8 +27,16 @@ class TestFileUtils : public QObject
 {
     Q_OBJECT
 
+private:
+    QTemporaryDir m_work;
+
 private Q_SLOTS:
-    void initTestCase() { FatalTrap::install(); }
+    void initTestCase()
+    {
+        FatalTrap::install();
+        QVERIFY(m_work.isValid());
+        TestSettings::isolateScratch(m_work.path());
+    }
 
     void derivedNames_data()
     {
@@ -88,10 +100,32 @@ private Q_SLOTS:
         QVERIFY(result.startsWith(QStringLiteral("out eee")));
     }
 
-    void outputThatIsNotUtf8IsFatal()
+    void childrenAreKeptOnALeash()
     {
         FileUtils utils(QStringLiteral("/d/T.key"));
-        QVERIFY_FATAL(utils.runCommand(QStringLiteral("/usr/bin/printf"), {QStringLiteral("\\377\\376")}), "not UTF-8");
+        // Output that is not UTF-8 (zip listing such a name) is only text to log.
+        QCOMPARE(utils.runCommand(QStringLiteral("/usr/bin/printf"), {QStringLiteral("a\\377b")}),
+                 QStringLiteral("a\uFFFDb "));
+        // The variables through which zip and gzip take options do not reach them.
+        qputenv("ZIPOPT", "-0");
+        qputenv("GZIP", "-1");
+        qputenv("DECKWRIGHT_KEPT", "yes");
+        const QString env = utils.runCommand(QStringLiteral("/usr/bin/env"), {});
+        qunsetenv("ZIPOPT");
+        qunsetenv("GZIP");
+        QVERIFY(env.contains(QStringLiteral("DECKWRIGHT_KEPT=yes")));
+        QVERIFY(!env.contains(QStringLiteral("ZIPOPT=")) && !env.contains(QStringLiteral("\nGZIP=")));
+        // Nothing is read from our standard input, and the status is kept.
+        QCOMPARE(utils.runCommand(QStringLiteral("/bin/cat"), {}), QStringLiteral(" "));
+        QVERIFY(utils.lastCommand().succeeded());
+        utils.runCommand(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), QStringLiteral("exit 3")});
+        QCOMPARE(utils.lastCommand().exitCode, 3);
+        // A cap on what a tool writes stops it there.
+        QTemporaryDir dir;
+        utils.setFileSizeLimit(1000);
+        utils.runCommand(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), QStringLiteral("head -c 5000 /dev/zero > '%1/big'").arg(dir.path())});
+        QVERIFY(!utils.lastCommand().succeeded());
+        QVERIFY(QFileInfo(dir.filePath(QStringLiteral("big"))).size() <= 1000);
     }
 
     void rmFileRemovesFoldersFilesButNotThroughLinks()
@@ -153,8 +187,14 @@ private Q_SLOTS:
         QVERIFY(!ScratchDir::isPrivate(dir.filePath(QStringLiteral("file"))));
         QVERIFY(!ScratchDir::isPrivate(dir.filePath(QStringLiteral("missing"))));
 
-        const std::optional<QString> tmp = FileUtils(QStringLiteral("/d/T.key")).getTmpDir();
+        // Each FileUtils has a private run folder of its own, gone with it.
+        auto first = std::make_unique<FileUtils>(QStringLiteral("/d/T.key"));
+        const std::optional<QString> tmp = first->getTmpDir();
         QVERIFY(tmp && tmp->endsWith(QLatin1Char('/')) && ScratchDir::isPrivate(*tmp));
+        QCOMPARE(first->getTmpDir(), tmp);
+        QVERIFY(FileUtils(QStringLiteral("/d/T.key")).getTmpDir() != tmp);
+        first.reset();
+        QVERIFY(!QFileInfo::exists(*tmp));
     }
 };
 

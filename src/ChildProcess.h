@@ -1,0 +1,32 @@
+#pragma once
+
+#include <QByteArray>
+#include <QProcessEnvironment>
+#include <QString>
+#include <QStringList>
+
+// One run of a system tool, kept on a short leash: it reads nothing from our
+// standard input, it does not see the variables through which zip and gzip
+// take options from the person's environment (the output must not depend on
+// them), it runs in a process group of its own that a stop kills whole, and
+// it never outlives us.
+class ChildProcess
+{
+public:
+    struct Result
+    {
+        bool started = false;
+        bool crashed = false;   // ended by a signal, whose number is exitCode
+        int exitCode = -1;
+        QByteArray standardOutput;
+        QByteArray standardError;
+
+        bool succeeded() const { return started && !crashed && exitCode == 0; }
+    };
+
+    // fileSizeLimit > 0: no file the tool writes may grow beyond it (the tool is stopped).
+    static Result run(const QString &program, const QStringList &arguments, qint64 fileSizeLimit = 0);
+
+    // The inherited environment without ZIPOPT, ZIP, GZIP, UNZIP and UNZIPOPT.
+    static QProcessEnvironment toolEnvironment();
+};

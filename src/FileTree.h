@@ -1,0 +1,60 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <functional>
+
+// Walks and removes folder trees that may hold anything a stranger could put
+// in a package: symbolic links (never followed), FIFOs, devices, names that
+// are not UTF-8, folders we may not enter, nesting thousands of levels deep.
+// Names are handled as the bytes the file system holds, and one folder is
+// open at a time, so neither the names nor the depth can defeat it.
+class FileTree
+{
+public:
+    enum class Kind { File, Folder, Link, Fifo, Device, Socket, Other };
+
+    struct Entry
+    {
+        QByteArray relativePath; // from the root of the walk, "/"-separated bytes
+        Kind kind = Kind::Other;
+        qint64 size = 0;         // of a file
+        int folderDescriptor = -1; // the open folder that holds the entry
+        const char *name = nullptr; // its name in that folder
+    };
+
+    // Returns false to end the walk early.
+    using Visitor = std::function<bool(const Entry &)>;
+
+    struct WalkResult
+    {
+        bool complete = true;    // every folder was read and the visitor never stopped it
+        bool stopped = false;    // the visitor ended it
+        int error = 0;           // errno of the first folder that could not be read
+        QByteArray failedPath;   // that folder, relative to the root ("" for the root)
+    };
+
+    // Visits every entry below the folder at rootPath, parents before their
+    // contents, without following any link (the root itself included). With
+    // makeEnterable, folders we own but may not read, enter or write get those
+    // rights for their owner first, which is how a scratch copy is made workable.
+    static WalkResult walk(const QString &rootPath, const Visitor &visit, bool makeEnterable = false);
+
+    // Removes the item at the path and, for a folder, everything in it. A link
+    // is removed, never what it points to. True when nothing is left; a path
+    // that does not exist counts as removed. error gets the reason otherwise.
+    static bool remove(const QString &path, QString *error = nullptr);
+    // The same for the item `name` in the open folder `folderDescriptor`.
+    static bool removeAt(int folderDescriptor, const QByteArray &name, int *error = nullptr);
+
+    // What is at the path, without following a link there; nothing there: false.
+    static bool kindAt(const QString &path, Kind *kind, qint64 *size = nullptr);
+
+    static QString kindName(Kind kind); // "a symbolic link", "a FIFO", ...
+
+    // Reads a regular file, never through a link. tooLarge: it holds more than maxBytes (nothing read).
+    static bool readFile(const QString &path, qint64 maxBytes, QByteArray *bytes, int *error, bool *tooLarge);
+    // Replaces the contents of an existing regular file, never through a link.
+    static bool rewriteFile(const QString &path, const QByteArray &bytes, int *error);
+};

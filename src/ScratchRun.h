@@ -1,0 +1,38 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+// The private folder of one conversion, inside the scratch folder (ScratchDir):
+// <scratch>/run-XXXXXX, mode 0700, made fresh for the run and removed with
+// it, whatever the outcome. No two runs, in one process or in two, ever share
+// one, so nothing left by an earlier run can reach an output.
+//
+// A run holds an flock on its folder while it lives. A run folder whose lock
+// can be taken belongs to no live process (it was killed): every new run
+// removes those first. A fatal ending removes the live ones.
+class ScratchRun
+{
+public:
+    ScratchRun();
+    ~ScratchRun();
+    ScratchRun(const ScratchRun &) = delete;
+    ScratchRun &operator=(const ScratchRun &) = delete;
+
+    bool isValid() const { return m_runFd >= 0; }
+    QString errorString() const { return m_error; }
+    // The folder, ending in "/".
+    QString path() const { return m_path; }
+    // Removes the folder now (also done on destruction).
+    void remove();
+
+    // Removes whatever in the scratch folder no live run holds; returns how many items.
+    static int sweepStale(int scratchFolderDescriptor);
+
+private:
+    int m_rootFd = -1;
+    int m_runFd = -1;
+    QByteArray m_name;
+    QString m_path;
+    QString m_error;
+};

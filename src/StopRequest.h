@@ -1,0 +1,33 @@
+#pragma once
+
+#include <QtGlobal>
+
+// Ends a conversion early without leaving anything behind. Two things ask
+// for it: SIGINT, SIGTERM or SIGHUP arriving while a conversion runs, and the
+// person (a Stop button). The running child tool and its own children are
+// killed at once; the converter notices at its next step, removes its
+// scratch folder and unfinished output, and for a signal the process then
+// ends by that signal, with the status a shell expects (130, 143, 129).
+// Outside a conversion the signals keep their usual, immediate effect.
+class StopRequest
+{
+public:
+    // Installs the handlers for SIGINT, SIGTERM and SIGHUP. Once per process.
+    static void installSignalHandlers();
+
+    // Whether the current conversion has been asked to stop, and by which signal (0: by the person).
+    static bool pending();
+    static int signalNumber();
+    // The person's stop; kills the running child tool at once.
+    static void request();
+
+    // Brackets one conversion: a signal in between is deferred to its end.
+    static void beginConversion();
+    static void endConversion();
+
+    // The process group of the child tool now running (0: none), killed on a stop.
+    static void setChildGroup(qint64 processGroup);
+
+    // Ends the process by the signal that stopped it; returns when there was none.
+    static void finishSignal();
+};
