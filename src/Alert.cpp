@@ -41,6 +41,7 @@ int Alert::runModal()
     box.setWindowTitle(QGuiApplication::applicationDisplayName());
     box.setText(m_messageText);
     box.setInformativeText(m_informativeText);
+    box.setDetailedText(m_detailedText);
     // The message reads as a heading above the details, and the details get room to breathe.
     if (auto *message = box.findChild<QLabel *>(QStringLiteral("qt_msgbox_label"))) {
         QFont font = message->font();

@@ -21,12 +21,15 @@ public:
     void addButton(const QString &title) { m_buttons.append(title); }
     void setMessageText(const QString &text) { m_messageText = text; }
     void setInformativeText(const QString &text) { m_informativeText = text; }
+    // Shown on request (a Show Details button): the particulars behind the message.
+    void setDetailedText(const QString &text) { m_detailedText = text; }
     void setStyle(Style style) { m_style = style; }
     void setParent(QWidget *parent) { m_parent = parent; }
 
     const QStringList &buttons() const { return m_buttons; }
     const QString &messageText() const { return m_messageText; }
     const QString &informativeText() const { return m_informativeText; }
+    const QString &detailedText() const { return m_detailedText; }
     Style style() const { return m_style; }
 
     // Shows the alert and waits for a button; returns firstButtonReturn + its index.
@@ -44,6 +47,7 @@ private:
     QStringList m_buttons;
     QString m_messageText;
     QString m_informativeText;
+    QString m_detailedText;
     Style m_style = Warning;
     QWidget *m_parent = nullptr;
 };

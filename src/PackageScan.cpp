@@ -72,9 +72,10 @@ PackageScan::Result PackageScan::scanCopy(const QString &copyPath)
 QString PackageScan::whyNotCopied(const QString &packagePath, const QString &destinationPath)
 {
     QString reason;
-    const qsizetype destinationLength = QFile::encodeName(destinationPath).size();
+    // cp names every file by its whole path, on both sides.
+    const qsizetype prefixLength = qMax(QFile::encodeName(destinationPath).size(), QFile::encodeName(packagePath).size());
     const FileTree::WalkResult walk = FileTree::walk(packagePath, [&](const FileTree::Entry &entry) {
-        if (destinationLength + 1 + entry.relativePath.size() >= PATH_MAX) {
+        if (prefixLength + 1 + entry.relativePath.size() >= PATH_MAX) {
             reason = QStringLiteral("a path in it is too long to copy: %1").arg(displayPath(entry.relativePath));
             return false;
         }

@@ -183,14 +183,23 @@ void ProgressBarWindowController::moveProgressBar()
     requiredProgressIndy()->incrementBy(12.5);
 }
 
-void ProgressBarWindowController::reportRejectedFile(const QString &name)
+void ProgressBarWindowController::reportRejectedFile(const QString &name, qint64 code, const QString &reason)
 {
     Alert alert;
     alert.addButton(QStringLiteral("OK"));
     alert.setMessageText(QStringLiteral("A problem occurred."));
-    alert.setInformativeText(QStringLiteral("The file \"") + name
-                             + QStringLiteral("\" is not a Keynote 4 file.\n\nThis converter will only convert Keynote 4 "
-                                              "(iWork '08) files to Keynote 5 (iWork '09) files. This file will be skipped."));
+    if (code == Converter::OutputNotWritten)
+        alert.setInformativeText(QStringLiteral("The file \"") + name
+                                 + QStringLiteral("\" was converted but could not be saved in the output folder.\n\n"
+                                                  "Check that the folder still exists, that you may write in it and that "
+                                                  "its disk has room. This file will be skipped."));
+    else
+        alert.setInformativeText(QStringLiteral("The file \"") + name
+                                 + QStringLiteral("\" is not a Keynote 4 file.\n\nThis converter will only convert Keynote 4 "
+                                                  "(iWork '08) files to Keynote 5 (iWork '09) files. This file will be skipped."));
+    // The converter's own words on this file, for whoever wants them.
+    if (!reason.isEmpty())
+        alert.setDetailedText(reason.left(1).toUpper() + reason.mid(1) + QLatin1Char('.'));
     alert.runModal();
 }
 
@@ -206,13 +215,16 @@ void ProgressBarWindowController::finishedWithErrorNotKeynote()
 
 void ProgressBarWindowController::rejectCurrentFile()
 {
-    // Both refusals look the same to the person, whatever the converter's reason.
     close();
+    // A file the person stopped is no problem to report or to list.
+    const qint64 code = m_converter->errorOccurred();
+    if (code == Converter::Stopped)
+        return;
     SettingsStore &settings = SettingsStore::standard();
     // The name as it stands in the URL text, escapes and all.
     const QString name = FileUtils::lastPathPiece(settings.requiredString(SettingKey::prezPath));
     if (settings.isOn(SettingKey::stopForErrors))
-        reportRejectedFile(name);
+        reportRejectedFile(name, code, m_converter->errorReason());
     saveErrorPrez(name);
 }
 

@@ -59,7 +59,7 @@ protected:
 
 private:
     void rejectCurrentFile();
-    void reportRejectedFile(const QString &name);
+    void reportRejectedFile(const QString &name, qint64 code, const QString &reason);
     ProgressIndicator *requiredProgressIndy() const;
     QLabel *requiredExTextField() const;
 

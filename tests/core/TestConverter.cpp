@@ -309,6 +309,23 @@ private Q_SLOTS:
         QCOMPARE(scratchLeftovers(), QStringList());
     }
 
+    void aFatalEndingRemovesTheRunsFolder()
+    {
+        // The real ending, in a child: the fatal exit itself must take the
+        // run's folder (with the package's copy and its archive) along.
+        const QString package = PackageFactory(m_in).make(QStringLiteral("Doomed.key"));
+        QProcess child;
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert(QStringLiteral("DECKWRIGHT_TEST_FATAL_PACKAGE"), package);
+        child.setProcessEnvironment(env);
+        child.start(QCoreApplication::applicationFilePath(), {});
+        QVERIFY(child.waitForFinished(60000));
+        QCOMPARE(child.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(child.exitCode(), 70);
+        QVERIFY(child.readAllStandardError().contains("fatal: no output folder was chosen"));
+        QCOMPARE(scratchLeftovers(), QStringList());
+    }
+
     void aStopLeavesNothingBehind_data()
     {
         QTest::addColumn<int>("atEvent");
@@ -393,5 +410,22 @@ private Q_SLOTS:
     }
 };
 
-QTEST_GUILESS_MAIN(TestConverter)
+// Run as a child by aFatalEndingRemovesTheRunsFolder: converts the package
+// named in the environment with no output folder chosen, which is fatal.
+static int convertWithoutAnOutputFolder()
+{
+    SettingsStore::standard().useMemory({});
+    Converter(qEnvironmentVariable("DECKWRIGHT_TEST_FATAL_PACKAGE")).doConvert(QStringLiteral("/nowhere"));
+    return 0; // not reached
+}
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+    if (qEnvironmentVariableIsSet("DECKWRIGHT_TEST_FATAL_PACKAGE"))
+        return convertWithoutAnOutputFolder();
+    TestConverter test;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&test, argc, argv);
+}
 #include "TestConverter.moc"

@@ -9,6 +9,7 @@
 #include "ProgressBarWindowController.h"
 #include "RecordingDesktopServices.h"
 #include "SettingsStore.h"
+#include "StopRequest.h"
 #include "TestSettings.h"
 
 #include <QApplication>
@@ -181,6 +182,7 @@ private Q_SLOTS:
             QCOMPARE(m_alerts.first().informativeText(),
                      QStringLiteral("The file \"Not%20Keynote.key\" is not a Keynote 4 file.\n\nThis converter will only "
                                     "convert Keynote 4 (iWork '08) files to Keynote 5 (iWork '09) files. This file will be skipped."));
+            QCOMPARE(m_alerts.first().detailedText(), QStringLiteral("Index.apxl.gz is missing."));
         }
         QVERIFY(!controller.window()->isVisible());
         QVERIFY(desktop.calls().isEmpty());
@@ -191,6 +193,39 @@ private Q_SLOTS:
         controller.showWindow(nullptr);
         QCOMPARE(SettingsStore::standard().stringList(SettingKey::errorPrezzes, {}).last(), QStringLiteral("index.apxl.gz"));
         QCOMPARE(m_alerts.size(), reported ? 1 : 0);
+    }
+
+    void aFileThatCannotBeSavedIsToldSoAndAStoppedOneNotAtAll()
+    {
+        RecordingDesktopServices desktop;
+        useSettings(m_in + QStringLiteral("/My Talk.key"));
+        QVERIFY(QDir(m_out).removeRecursively());
+        ProgressBarWindowController controller(QStringLiteral("ProgressBarView"));
+        controller.showWindow(nullptr);
+        QCOMPARE(controller.converter().errorOccurred(), qint64(Converter::OutputNotWritten));
+        QCOMPARE(m_alerts.size(), 1);
+        QCOMPARE(m_alerts.first().informativeText(),
+                 QStringLiteral("The file \"My%20Talk.key\" was converted but could not be saved in the output folder.\n\n"
+                                "Check that the folder still exists, that you may write in it and that its disk has room. "
+                                "This file will be skipped."));
+        QCOMPARE(m_alerts.first().detailedText(),
+                 QStringLiteral("Could not write %1/My Talk.key (the output folder no longer exists).").arg(m_out));
+        QCOMPARE(SettingsStore::standard().stringList(SettingKey::errorPrezzes, {}), QStringList{QStringLiteral("My%20Talk.key")});
+        QVERIFY(desktop.calls().isEmpty());
+
+        // Stopped half way: nothing to report, nothing recorded, the window gone.
+        QVERIFY(QDir().mkpath(m_out));
+        SettingsStore::standard().setObject(SettingKey::errorPrezzes, QStringList());
+        m_alerts.clear();
+        NotificationCenter::defaultCenter().addObserver(this, ConversionEvents::progress,
+                                                        [](const Notification &) { StopRequest::request(); });
+        controller.showWindow(nullptr);
+        NotificationCenter::defaultCenter().removeObserver(this);
+        QCOMPARE(controller.converter().errorOccurred(), qint64(Converter::Stopped));
+        QVERIFY(m_alerts.isEmpty());
+        QCOMPARE(SettingsStore::standard().stringList(SettingKey::errorPrezzes, {}), QStringList());
+        QVERIFY(!controller.window()->isVisible());
+        QCOMPARE(QDir(m_out).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden), QStringList());
     }
 
     void completionActions_data()
