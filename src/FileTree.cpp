@@ -1,6 +1,7 @@
 #include "FileTree.h"
 
 #include <QFile>
+#include <QRandomGenerator>
 
 #include <algorithm>
 #include <cerrno>
@@ -145,6 +146,8 @@ FileTree::WalkResult FileTree::walk(const QString &rootPath, const Visitor &visi
                 continue; // gone since the folder was read
             entry.kind = kindOf(st.st_mode);
             entry.size = entry.kind == Kind::File ? qint64(st.st_size) : 0;
+            entry.mode = unsigned(st.st_mode & 07777);
+            entry.ours = st.st_uid == ::geteuid();
             if (!visit(entry)) {
                 result.stopped = true;
                 result.complete = false;
@@ -407,4 +410,13 @@ bool FileTree::rewriteFile(const QString &path, const QByteArray &bytes, int *er
         return false;
     }
     return true;
+}
+
+QByteArray FileTree::randomName(const QByteArray &prefix)
+{
+    static const char letters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+    QByteArray name = prefix;
+    for (int i = 0; i < 6; ++i)
+        name += letters[QRandomGenerator::system()->bounded(int(sizeof letters - 1))];
+    return name;
 }

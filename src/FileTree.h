@@ -20,6 +20,8 @@ public:
         QByteArray relativePath; // from the root of the walk, "/"-separated bytes
         Kind kind = Kind::Other;
         qint64 size = 0;         // of a file
+        unsigned mode = 0;       // permission bits
+        bool ours = false;       // owned by this process's user
         int folderDescriptor = -1; // the open folder that holds the entry
         const char *name = nullptr; // its name in that folder
     };
@@ -52,6 +54,9 @@ public:
     static bool kindAt(const QString &path, Kind *kind, qint64 *size = nullptr);
 
     static QString kindName(Kind kind); // "a symbolic link", "a FIFO", ...
+
+    // prefix + six random letters and digits, for names we make beside others.
+    static QByteArray randomName(const QByteArray &prefix);
 
     // Reads a regular file, never through a link. tooLarge: it holds more than maxBytes (nothing read).
     static bool readFile(const QString &path, qint64 maxBytes, QByteArray *bytes, int *error, bool *tooLarge);

@@ -1,9 +1,9 @@
 #include "OutputFile.h"
 
+#include "FileTree.h"
 #include "KernelFileCopy.h"
 
 #include <QFile>
-#include <QRandomGenerator>
 
 #include <cerrno>
 #include <cstdio>
@@ -16,20 +16,14 @@
 namespace {
 constexpr mode_t kMode = 0644; // narrowed by the person's umask, as any new file
 
+bool g_unnamedFilesTried = true;
+
 bool haveProcFd()
 {
     static const bool have = ::access("/proc/self/fd", X_OK) == 0;
     return have;
 }
 
-QByteArray hiddenName()
-{
-    static const char letters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
-    QByteArray name(".dw-");
-    for (int i = 0; i < 6; ++i)
-        name += letters[QRandomGenerator::system()->bounded(int(sizeof letters - 1))];
-    return name;
-}
 } // namespace
 
 OutputFile::OutputFile(const QString &folder)
@@ -40,7 +34,7 @@ OutputFile::OutputFile(const QString &folder)
         return;
     }
 #if defined(O_TMPFILE)
-    if (haveProcFd()) {
+    if (g_unnamedFilesTried && haveProcFd()) {
         m_fd = ::openat(m_folderFd, ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, kMode);
         if (m_fd >= 0)
             return;
@@ -53,7 +47,7 @@ OutputFile::OutputFile(const QString &folder)
 #endif
     // A short name, so that names of 255 bytes still fit when it is renamed.
     for (int attempt = 0; attempt < 100; ++attempt) {
-        const QByteArray name = hiddenName();
+        const QByteArray name = FileTree::randomName(".dw-");
         m_fd = ::openat(m_folderFd, name.constData(), O_CREAT | O_EXCL | O_WRONLY | O_NOFOLLOW | O_CLOEXEC, kMode);
         if (m_fd >= 0) {
             m_hiddenName = name;
@@ -63,6 +57,11 @@ OutputFile::OutputFile(const QString &folder)
             break;
     }
     failed(errno);
+}
+
+void OutputFile::setUnnamedFilesTried(bool tried)
+{
+    g_unnamedFilesTried = tried;
 }
 
 OutputFile::~OutputFile()

@@ -29,6 +29,10 @@ public:
     // The reason of the last failure, as the system words it.
     QString errorString() const { return m_error; }
 
+    // Whether unnamed files are tried at all; tests turn them off to try
+    // the hidden-name way that file systems without them get.
+    static void setUnnamedFilesTried(bool tried);
+
 private:
     Result failed(int error);
 

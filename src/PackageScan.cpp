@@ -8,6 +8,7 @@
 #include <climits>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -44,6 +45,10 @@ PackageScan::Result PackageScan::scanCopy(const QString &copyPath)
     const FileTree::WalkResult walk = FileTree::walk(copyPath, [&](const FileTree::Entry &entry) {
         switch (entry.kind) {
         case FileTree::Kind::File:
+            // cp keeps the source's bits: a file others could read but its
+            // owner could not would stop zip in our own copy.
+            if (entry.ours && !(entry.mode & S_IRUSR))
+                ::fchmodat(entry.folderDescriptor, entry.name, entry.mode | S_IRUSR | S_IWUSR, 0);
             result.bytes += entry.size;
             ++result.files;
             return true;

@@ -5,7 +5,6 @@
 #include "ScratchDir.h"
 
 #include <QFile>
-#include <QRandomGenerator>
 
 #include <algorithm>
 #include <cerrno>
@@ -42,14 +41,6 @@ void registerFatalCleanup()
     });
 }
 
-QByteArray randomName()
-{
-    static const char letters[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
-    QByteArray name("run-");
-    for (int i = 0; i < 6; ++i)
-        name += letters[QRandomGenerator::system()->bounded(int(sizeof letters - 1))];
-    return name;
-}
 
 QString errnoText(int error)
 {
@@ -79,7 +70,7 @@ ScratchRun::ScratchRun()
     sweepStale(m_rootFd);
     int error = 0;
     for (int attempt = 0; attempt < 100; ++attempt) {
-        const QByteArray name = randomName();
+        const QByteArray name = FileTree::randomName("run-");
         if (::mkdirat(m_rootFd, name.constData(), 0700) == 0) {
             m_runFd = ::openat(m_rootFd, name.constData(), kDirFlags);
             if (m_runFd >= 0 && ::flock(m_runFd, LOCK_EX | LOCK_NB) == 0) {

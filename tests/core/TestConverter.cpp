@@ -6,6 +6,7 @@
 #include "ScratchDir.h"
 #include "ScratchRun.h"
 #include "NotificationCenter.h"
+#include "OutputFile.h"
 #include "SettingsStore.h"
 #include "StopRequest.h"
 #include "TestSettings.h"
@@ -14,6 +15,7 @@
 #include <QDirIterator>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -355,8 +357,18 @@ private Q_SLOTS:
         QVERIFY(!StopRequest::pending()); // the next conversion starts afresh
     }
 
+    void writingTheOutputIsAllOrNothingAndNeverReplaces_data()
+    {
+        QTest::addColumn<bool>("unnamed");
+        QTest::newRow("unnamed file, then linked") << true;
+        QTest::newRow("hidden name, then renamed") << false; // file systems without unnamed files
+    }
+
     void writingTheOutputIsAllOrNothingAndNeverReplaces()
     {
+        QFETCH(bool, unnamed);
+        OutputFile::setUnnamedFilesTried(unnamed);
+        const auto restore = qScopeGuard([] { OutputFile::setUnnamedFilesTried(true); });
         RecordingConverter converter(m_in + QStringLiteral("/A.key"));
         const QString archive = m_work.filePath(QStringLiteral("archive.zip"));
         QFile file(archive);
