@@ -135,10 +135,20 @@ int ScratchRun::sweepStale(int scratchFolderDescriptor)
 
     int removed = 0;
     for (const std::string &name : names) {
-        // A live run keeps its folder locked; anything else here is a leftover
-        // of ours (the folder is private): a killed run, or scratch copies of
-        // an older version of Deckwright.
-        const int fd = ::openat(scratchFolderDescriptor, name.c_str(), kDirFlags);
+        // A live run keeps its folder locked; a run folder nobody holds was
+        // left by a killed run. Besides those, only what older versions of
+        // Deckwright left here goes (copies, folders, zips); anything else,
+        // such as the running application's socket, is not scratch.
+        const bool isRun = name.compare(0, 4, "run-") == 0;
+        struct stat st {};
+        if (::fstatat(scratchFolderDescriptor, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
+            continue;
+        const bool oldLeftover = S_ISDIR(st.st_mode)
+                                 || (S_ISREG(st.st_mode) && name.size() > 4
+                                     && (name.compare(name.size() - 4, 4, ".key") == 0 || name.compare(name.size() - 4, 4, ".zip") == 0));
+        if (!isRun && !oldLeftover)
+            continue;
+        const int fd = S_ISDIR(st.st_mode) ? ::openat(scratchFolderDescriptor, name.c_str(), kDirFlags) : -1;
         if (fd >= 0 && ::flock(fd, LOCK_EX | LOCK_NB) != 0) {
             ::close(fd);
             continue;

@@ -26,7 +26,8 @@ public:
     // Removes the folder now (also done on destruction).
     void remove();
 
-    // Removes whatever in the scratch folder no live run holds; returns how many items.
+    // Removes the run folders no live run holds, and the scratch copies
+    // older versions left in the scratch folder; returns how many items.
     static int sweepStale(int scratchFolderDescriptor);
 
 private:

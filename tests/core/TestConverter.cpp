@@ -2,11 +2,11 @@
 #include "Converter.h"
 #include "FatalTrap.h"
 #include "FileUtils.h"
+#include "NotificationCenter.h"
+#include "OutputFile.h"
 #include "PackageFactory.h"
 #include "ScratchDir.h"
 #include "ScratchRun.h"
-#include "NotificationCenter.h"
-#include "OutputFile.h"
 #include "SettingsStore.h"
 #include "StopRequest.h"
 #include "TestSettings.h"
@@ -18,6 +18,12 @@
 #include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <cstring>
+
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 namespace {
 QStringList expected(int progress, const QString &last)
@@ -71,7 +77,7 @@ private:
 
     QStringList scratchLeftovers() const
     {
-        return QDir(m_tmp).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden);
+        return QDir(m_tmp).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System);
     }
 
     // Unpacks the archive and returns the files under the folder the entries name.
@@ -275,6 +281,14 @@ private Q_SLOTS:
         planted.close();
         QVERIFY(QDir().mkpath(m_tmp + QStringLiteral("Stale.key/junk")));
         QVERIFY(QDir().mkpath(m_tmp + QStringLiteral("Stale/junk")));
+        // The running application's socket lives here too, and is no scratch.
+        const int sock = ::socket(AF_UNIX, SOCK_STREAM, 0);
+        sockaddr_un address {};
+        address.sun_family = AF_UNIX;
+        const QByteArray socketPath = QFile::encodeName(m_tmp + QStringLiteral("instance.sock"));
+        std::strncpy(address.sun_path, socketPath.constData(), sizeof address.sun_path - 1);
+        QCOMPARE(::bind(sock, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+        const auto closeSocket = qScopeGuard([&] { ::close(sock); ::unlink(socketPath.constData()); });
         // A run that is still going keeps its folder.
         auto live = std::make_unique<ScratchRun>();
         QVERIFY(live->isValid());
@@ -286,9 +300,9 @@ private Q_SLOTS:
         const auto converted = unpack(m_out + QStringLiteral("/Stale.key"), QStringLiteral("Stale"));
         QVERIFY(!converted.isEmpty());
         QVERIFY(!converted.keys().join(QLatin1Char(',')).contains(QStringLiteral("junk")));
-        QCOMPARE(scratchLeftovers(), QStringList{liveName});
+        QCOMPARE(scratchLeftovers(), QStringList({QStringLiteral("instance.sock"), liveName}));
         live.reset();
-        QCOMPARE(scratchLeftovers(), QStringList());
+        QCOMPARE(scratchLeftovers(), QStringList{QStringLiteral("instance.sock")});
     }
 
     void anOutputFolderThatIsGoneIsToldNotFatal()
