@@ -41,6 +41,7 @@ QString ConvertCommand::usage()
         "  the document has no Keynote '08 version tag\n"
         "  already in the Keynote '09 format\n"
         "  it is a single file, not a Keynote '08 package\n"
+        "  it is a FIFO, a device or a socket\n"
         "  it holds a link to a file outside the package: NAME\n"
         "  it holds a symbolic link: NAME\n"
         "  it holds a FIFO, a device or a socket: NAME\n"

@@ -45,6 +45,11 @@ int openFolder(int parent, const char *name, bool makeEnterable)
             && ::fchmodat(parent, name, (st.st_mode & 07777) | S_IRWXU, 0) == 0)
             fd = ::openat(parent, name, kDirFlags);
     }
+    // A folder we could open but not write (copied from a read-only
+    // package) would keep its contents; ours, it gets the owner's rights.
+    struct stat st {};
+    if (fd >= 0 && makeEnterable && ::fstat(fd, &st) == 0 && st.st_uid == ::geteuid() && (st.st_mode & S_IRWXU) != S_IRWXU)
+        ::fchmod(fd, (st.st_mode & 07777) | S_IRWXU);
     return fd;
 }
 

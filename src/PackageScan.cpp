@@ -45,9 +45,9 @@ PackageScan::Result PackageScan::scanCopy(const QString &copyPath)
     const FileTree::WalkResult walk = FileTree::walk(copyPath, [&](const FileTree::Entry &entry) {
         switch (entry.kind) {
         case FileTree::Kind::File:
-            // cp keeps the source's bits: a file others could read but its
-            // owner could not would stop zip in our own copy.
-            if (entry.ours && !(entry.mode & S_IRUSR))
+            // cp keeps the source's bits: a read-only document could not be
+            // rewritten, and a file only others may read would stop zip.
+            if (entry.ours && (entry.mode & (S_IRUSR | S_IWUSR)) != (S_IRUSR | S_IWUSR))
                 ::fchmodat(entry.folderDescriptor, entry.name, entry.mode | S_IRUSR | S_IWUSR, 0);
             result.bytes += entry.size;
             ++result.files;

@@ -155,43 +155,6 @@ private Q_SLOTS:
         QCOMPARE(run.status, 0);
         QVERIFY(run.out.startsWith(QStringLiteral("Deckwright ")));
     }
-
-    void aPlantedLinkInTheSharedTempFolderIsNeverUsed()
-    {
-        // Another user plants <tmp>/deckwright-<uid> as a link to a folder of ours.
-        const QString shared = m_work.filePath(QStringLiteral("sharedtmp"));
-        const QString victim = m_work.filePath(QStringLiteral("victim"));
-        QDir().mkpath(shared);
-        QDir().mkpath(victim + QStringLiteral("/First Talk.key"));
-        QFile precious(victim + QStringLiteral("/First Talk.key/precious"));
-        QVERIFY(precious.open(QIODevice::WriteOnly));
-        precious.write("mine");
-        precious.close();
-        QVERIFY(QFile::link(victim, shared + QStringLiteral("/deckwright-%1").arg(::getuid())));
-
-        QProcessEnvironment env = m_env;
-        env.remove(QStringLiteral("XDG_RUNTIME_DIR"));
-        env.insert(QStringLiteral("TMPDIR"), shared);
-        const QString out = makeOut(QStringLiteral("out4"));
-        const Run run = deckwright({QStringLiteral("convert"), QStringLiteral("-o"), out, QStringLiteral("First Talk.key")}, env);
-        QCOMPARE(run.status, 0);
-        QCOMPARE(PackageFactory::snapshot(victim), (QMap<QString, QByteArray>{{QStringLiteral("First Talk.key/precious"), "mine"}}));
-        // The next free name served instead, and the run's folder in it is gone.
-        const QString used = QStringLiteral("deckwright-%1-1").arg(::getuid());
-        QCOMPARE(QDir(shared).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::System),
-                 QStringList({QStringLiteral("deckwright-%1").arg(::getuid()), used}));
-        QCOMPARE(QDir(shared + QLatin1Char('/') + used).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::System), QStringList());
-
-        // The same under $XDG_RUNTIME_DIR, and a folder open to others is refused too.
-        const QString runtime = m_work.filePath(QStringLiteral("runtime-open"));
-        QDir().mkpath(runtime + QStringLiteral("/deckwright"));
-        ::chmod(QFile::encodeName(runtime + QStringLiteral("/deckwright")).constData(), 0777);
-        env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime);
-        const Run second = deckwright({QStringLiteral("convert"), QStringLiteral("-o"), out, QStringLiteral("Second.Talk.key")}, env);
-        QCOMPARE(second.status, 0);
-        QCOMPARE(QDir(runtime + QStringLiteral("/deckwright")).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
-        QCOMPARE(QDir(runtime + QStringLiteral("/deckwright-1")).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
-    }
 };
 
 QTEST_GUILESS_MAIN(TestConvertCommand)

@@ -409,31 +409,6 @@ private Q_SLOTS:
         QCOMPARE(QDir(m_out).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System),
                  QStringList({QStringLiteral("A.1.key"), QStringLiteral("A.2.key"), QStringLiteral("A.3.key"), QStringLiteral("A.key")}));
     }
-
-    void aFullDiskLeavesNothingInTheOutputFolder()
-    {
-        const QString small = m_work.filePath(QStringLiteral("small"));
-        QVERIFY(QDir().mkpath(small));
-        QProcess mount;
-        mount.start(QStringLiteral("mount"), {QStringLiteral("-t"), QStringLiteral("tmpfs"), QStringLiteral("-o"),
-                                              QStringLiteral("size=256k"), QStringLiteral("tmpfs"), small});
-        mount.waitForFinished();
-        if (mount.exitStatus() != QProcess::NormalExit || mount.exitCode() != 0)
-            QSKIP("a small tmpfs cannot be mounted here (needs root with mount rights)");
-        const QString archive = m_work.filePath(QStringLiteral("big.zip"));
-        QFile file(archive);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(PackageFactory::pseudoRandom(1024 * 1024, 9));
-        file.close();
-        RecordingConverter converter(m_in + QStringLiteral("/Big.key"));
-        converter.setOutputPrezName(QStringLiteral("Big.key"));
-        const bool written = converter.writeOutput(archive, small);
-        const QStringList left = QDir(small).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden);
-        QProcess::execute(QStringLiteral("umount"), {small});
-        QVERIFY(!written);
-        QCOMPARE(converter.errorReason(), QStringLiteral("could not write %1/Big.key (No space left on device)").arg(small));
-        QCOMPARE(left, QStringList());
-    }
 };
 
 // Run as a child by aFatalEndingRemovesTheRunsFolder: converts the package

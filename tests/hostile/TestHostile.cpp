@@ -1,0 +1,795 @@
+#include "PackageFactory.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QThread>
+
+#include <csignal>
+#include <cstring>
+#include <memory>
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+using namespace Qt::StringLiterals;
+
+// Attacks the built program with hostile packages, planted names, a hostile
+// environment, full disks and signals, and checks each promise by its effects
+// on the disk and in the process table.
+namespace {
+// Relative path -> octal mode, plus the content hash of a file or the target of a link.
+using Tree = QMap<QByteArray, QByteArray>;
+
+const QString kBinary = QStringLiteral(DECKWRIGHT_BINARY);
+const QByteArray kOldTag = "key:version=\"72007061400\"";
+const QByteArray kNewTag = "key:version=\"92008102400\"";
+
+#define QVERIFY_NO_PROBLEM(expression) \
+    do { const QString problem_ = (expression); QVERIFY2(problem_.isEmpty(), qPrintable(problem_)); } while (false)
+
+QByteArray bytes(const QString &path) { return QFile::encodeName(path); }
+
+QByteArray sha1(const QByteArray &path)
+{
+    QCryptographicHash hash(QCryptographicHash::Sha1);
+    const int fd = ::open(path.constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+    QByteArray buffer(1 << 20, Qt::Uninitialized);
+    for (ssize_t n; fd >= 0 && (n = ::read(fd, buffer.data(), size_t(buffer.size()))) > 0;)
+        hash.addData(QByteArrayView(buffer.constData(), n));
+    if (fd >= 0)
+        ::close(fd);
+    return fd < 0 ? QByteArray("unreadable") : hash.result().toHex();
+}
+
+// Everything below a folder as lstat sees it: no link followed, nothing opened but files.
+Tree tree(const QByteArray &root)
+{
+    Tree result;
+    QList<QByteArray> pending{QByteArray()};
+    while (!pending.isEmpty()) {
+        const QByteArray rel = pending.takeLast();
+        DIR *dir = ::opendir((rel.isEmpty() ? root : root + '/' + rel).constData());
+        if (!dir) {
+            result.insert(rel, "unreadable");
+            continue;
+        }
+        while (const dirent *entry = ::readdir(dir)) {
+            const QByteArray name(entry->d_name), path = rel.isEmpty() ? name : rel + '/' + name;
+            struct stat st {};
+            if (name == "." || name == ".." || ::lstat((root + '/' + path).constData(), &st) != 0)
+                continue;
+            QByteArray what = QByteArray::number(st.st_mode, 8);
+            char target[4096];
+            if (S_ISDIR(st.st_mode))
+                pending.append(path);
+            else if (S_ISREG(st.st_mode))
+                what += ' ' + sha1(root + '/' + path);
+            else if (S_ISLNK(st.st_mode))
+                what += " -> " + QByteArray(target, int(qMax<ssize_t>(::readlink((root + '/' + path).constData(), target, sizeof target), 0)));
+            result.insert(path, what);
+        }
+        ::closedir(dir);
+    }
+    return result;
+}
+
+bool isA(const QByteArray &description, mode_t type) { return (description.split(' ').first().toUInt(nullptr, 8) & S_IFMT) == type; }
+
+// The regular files of a tree, relative path -> content hash.
+Tree filesOf(const Tree &all)
+{
+    Tree files;
+    for (auto it = all.begin(); it != all.end(); ++it)
+        if (isA(it.value(), S_IFREG))
+            files.insert(it.key(), it.value().mid(it.value().indexOf(' ') + 1));
+    return files;
+}
+
+// The names in a folder, hidden ones included.
+QStringList ls(const QString &folder)
+{
+    DIR *dir = ::opendir(bytes(folder).constData());
+    if (!dir)
+        return {u"<cannot read %1>"_s.arg(folder)};
+    QStringList names;
+    while (const dirent *entry = ::readdir(dir))
+        if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
+            names.append(QString::fromUtf8(entry->d_name));
+    ::closedir(dir);
+    names.sort();
+    return names;
+}
+
+QByteArray output(const QString &program, const QStringList &arguments, int *status = nullptr)
+{
+    QProcess process;
+    process.start(program, arguments);
+    process.waitForFinished(120000);
+    if (status)
+        *status = process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+    return process.readAllStandardOutput() + process.readAllStandardError();
+}
+
+// Runs a setup script in a folder, with the extra variables in its environment.
+int shell(const QString &script, const QString &folder, const QMap<QString, QString> &extra = {})
+{
+    QProcess process;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    for (auto it = extra.begin(); it != extra.end(); ++it)
+        env.insert(it.key(), it.value());
+    process.setProcessEnvironment(env);
+    process.setWorkingDirectory(folder);
+    process.setProcessChannelMode(QProcess::ForwardedChannels);
+    process.start(u"sh"_s, {u"-ec"_s, script});
+    process.waitForFinished(120000);
+    return process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1;
+}
+
+// A socket's name stays on disk once the socket is closed.
+bool bindSocket(const QByteArray &path)
+{
+    sockaddr_un address {};
+    address.sun_family = AF_UNIX;
+    qstrncpy(address.sun_path, path.constData(), sizeof address.sun_path);
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    const bool bound = ::bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0;
+    ::close(fd);
+    return bound;
+}
+
+// Processes whose command line holds the text: pid -> the name of their program.
+QMap<qint64, QByteArray> processesMentioning(const QByteArray &text)
+{
+    QMap<qint64, QByteArray> found;
+    for (const QString &entry : QDir(u"/proc"_s).entryList(QDir::Dirs)) {
+        bool numeric = false;
+        const qint64 pid = entry.toLongLong(&numeric);
+        QFile cmdline(u"/proc/%1/cmdline"_s.arg(entry));
+        if (numeric && pid != ::getpid() && cmdline.open(QIODevice::ReadOnly) && cmdline.readAll().contains(text))
+            found.insert(pid, QFileInfo(QFile::symLinkTarget(u"/proc/%1/exe"_s.arg(entry))).fileName().toUtf8());
+    }
+    return found;
+}
+
+qint64 highWaterKiB(qint64 pid)
+{
+    QFile status(u"/proc/%1/status"_s.arg(pid));
+    const QRegularExpressionMatch match = QRegularExpression(u"VmHWM:\\s+(\\d+) kB"_s)
+                                              .match(status.open(QIODevice::ReadOnly) ? QString::fromLatin1(status.readAll()) : QString());
+    return match.hasMatch() ? match.captured(1).toLongLong() : -1;
+}
+
+// Small tmpfs mounts, gone with the guard however the test ends.
+struct Mounts
+{
+    QStringList points;
+    QString mount(const QString &point, const QString &size)
+    {
+        int status = 0;
+        const QByteArray said = output(u"mount"_s, {u"-t"_s, u"tmpfs"_s, u"-o"_s, u"size=%1,mode=0700"_s.arg(size), u"tmpfs"_s, point}, &status);
+        if (status == 0)
+            points.prepend(point);
+        return status == 0 ? QString() : QString::fromLocal8Bit(said).trimmed();
+    }
+    ~Mounts()
+    {
+        for (const QString &point : points)
+            if (QProcess::execute(u"umount"_s, {point}) != 0)
+                QProcess::execute(u"umount"_s, {u"-l"_s, point});
+    }
+};
+
+// One case's folders: packages in in/, results in out/, scratch under runtime/.
+struct Site
+{
+    QString dir, in, out, runtime;
+    QProcessEnvironment env;
+    QString root() const { return runtime + u"/deckwright"_s; }
+};
+
+struct Run
+{
+    bool finished = false;
+    QProcess::ExitStatus exit = QProcess::CrashExit;
+    int code = -1;
+    QByteArray out, err;
+};
+
+QByteArray lines(const QStringList &texts) { return texts.join(u'\n').toUtf8() + '\n'; }
+QString fill(QString line, const QString &package, const QString &folder) { return line.replace(u"%1"_s, package).replace(u"%2"_s, folder); }
+} // namespace
+
+class TestHostile : public QObject
+{
+    Q_OBJECT
+
+private:
+    QTemporaryDir m_work;
+    QString m_victim;
+    Tree m_victimBefore;
+    QByteArray m_passwdBefore;
+    int m_count = 0;
+    QString m_big;
+    Tree m_bigBefore;
+
+    Site site()
+    {
+        Site s;
+        s.dir = m_work.filePath(QString::number(++m_count));
+        s.in = s.dir + u"/in"_s;
+        s.out = s.dir + u"/out"_s;
+        s.runtime = s.dir + u"/runtime"_s;
+        for (const QString &folder : {s.in, s.out, s.runtime})
+            QDir().mkpath(folder);
+        ::chmod(bytes(s.runtime).constData(), 0700);
+        s.env = QProcessEnvironment::systemEnvironment();
+        s.env.insert(u"XDG_CONFIG_HOME"_s, s.dir + u"/config"_s);
+        s.env.insert(u"XDG_RUNTIME_DIR"_s, s.runtime);
+        return s;
+    }
+
+    std::unique_ptr<QProcess> start(const QProcessEnvironment &env, const QString &program, const QStringList &arguments)
+    {
+        auto process = std::make_unique<QProcess>();
+        process->setProcessEnvironment(env);
+        process->setWorkingDirectory(m_work.path());
+        process->start(program, arguments);
+        return process;
+    }
+    Run run(const QProcessEnvironment &env, const QString &program, const QStringList &arguments)
+    {
+        const auto process = start(env, program, arguments);
+        Run result;
+        // Generous: only a hang (a link loop, a FIFO read) should ever reach it.
+        if (!(result.finished = process->waitForFinished(60000))) {
+            process->kill();
+            process->waitForFinished();
+        }
+        result.exit = process->exitStatus();
+        result.code = process->exitCode();
+        result.out = process->readAllStandardOutput();
+        result.err = process->readAllStandardError();
+        return result;
+    }
+    QStringList convertArguments(const Site &s, const QStringList &packages, const QString &folder = QString())
+    {
+        return QStringList{u"convert"_s, u"--output"_s, folder.isEmpty() ? s.out : folder} + packages;
+    }
+    Run convert(const Site &s, const QStringList &packages, const QString &folder = QString())
+    {
+        return run(s.env, kBinary, convertArguments(s, packages, folder));
+    }
+
+    // The archive must test whole and hold exactly the package's files, its document rewritten.
+    QString archiveProblem(const QString &archive, const QString &package)
+    {
+        int status = 0;
+        const QByteArray tested = output(u"unzip"_s, {u"-tqq"_s, archive}, &status);
+        if (status != 0)
+            return u"unzip -t %1: %2"_s.arg(archive, QString::fromLocal8Bit(tested));
+        const QString into = m_work.filePath(u"extracted"_s);
+        output(u"unzip"_s, {u"-qq"_s, archive, u"-d"_s, into});
+        const Tree all = tree(bytes(into));
+        QProcess::execute(u"rm"_s, {u"-rf"_s, into});
+        // Entries carry the run folder's path: the package's folder is the one right below it.
+        const QRegularExpression below(u"(^|/)run-[A-Za-z0-9]{6}/[^/]+$"_s);
+        QByteArray top;
+        for (auto it = all.begin(); it != all.end(); ++it)
+            if (isA(it.value(), S_IFDIR) && below.match(QString::fromUtf8(it.key())).hasMatch())
+                top = it.key() + '/';
+        Tree got;
+        const Tree files = filesOf(all);
+        for (auto it = files.begin(); it != files.end(); ++it) {
+            if (top.isEmpty() || !it.key().startsWith(top))
+                return u"stray entry in %1: %2"_s.arg(archive, QString::fromUtf8(it.key()));
+            got.insert(it.key().mid(top.size()), it.value());
+        }
+        Tree want = filesOf(tree(bytes(package)));
+        want.remove("index.apxl.gz");
+        QProcess gunzip;
+        gunzip.start(u"gunzip"_s, {u"-c"_s, package + u"/index.apxl.gz"_s});
+        gunzip.waitForFinished(120000);
+        want.insert("index.apxl", QCryptographicHash::hash(gunzip.readAllStandardOutput().replace(kOldTag, kNewTag), QCryptographicHash::Sha1).toHex());
+        if (got != want)
+            return u"%1 holds [%2], the package [%3]"_s.arg(archive, QString::fromUtf8(got.keys().join(", ")), QString::fromUtf8(want.keys().join(", ")));
+        return QString();
+    }
+
+    // What a finished command may leave: these archives, each whole, and the other
+    // names in the output folder; an empty scratch folder; files outside as they were.
+    QString outcome(const Site &s, const QMap<QString, QString> &archives, const QStringList &others = {})
+    {
+        QStringList names = archives.keys() + others;
+        names.sort();
+        if (ls(s.out) != names)
+            return u"the output folder holds: "_s + ls(s.out).join(u", "_s);
+        for (auto it = archives.begin(); it != archives.end(); ++it)
+            if (const QString problem = archiveProblem(s.out + u'/' + it.key(), it.value()); !problem.isEmpty())
+                return problem;
+        // A command that never needed one may not have made the scratch folder at all.
+        if (!ls(s.runtime).isEmpty() && (ls(s.runtime) != QStringList{u"deckwright"_s} || !ls(s.root()).isEmpty()))
+            return u"the scratch folder holds: %1 / %2"_s.arg(ls(s.runtime).join(u", "_s), ls(s.root()).join(u", "_s));
+        if (tree(bytes(m_victim)) != m_victimBefore || sha1("/etc/passwd") != m_passwdBefore)
+            return u"a file outside the package changed"_s;
+        return QString();
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY(m_work.isValid());
+        QVERIFY(QFileInfo::exists(kBinary));
+        // Files outside every package that no conversion may touch.
+        m_victim = m_work.filePath(u"victim"_s);
+        QDir().mkpath(m_victim);
+        QCOMPARE(shell(u"mkdir sub; printf secret > secret.txt; printf mine > sub/precious"_s, m_victim), 0);
+        QFile doc(m_victim + u"/doc.apxl.gz"_s);
+        QVERIFY(doc.open(QIODevice::WriteOnly) && doc.write(PackageFactory::gzip(PackageFactory::keynoteFourDocument())) > 0);
+        doc.close();
+        m_victimBefore = tree(bytes(m_victim));
+        m_passwdBefore = sha1("/etc/passwd");
+    }
+
+    void cleanupTestCase()
+    {
+        // Read-only folders, names that are not UTF-8 and deep trees defeat QTemporaryDir.
+        QProcess::execute(u"chmod"_s, {u"-R"_s, u"u+rwX"_s, m_work.path()});
+        QProcess::execute(u"find"_s, {m_work.path(), u"-mindepth"_s, u"1"_s, u"-delete"_s});
+    }
+
+    void refusesCraftedPackages_data()
+    {
+        QTest::addColumn<QString>("script"); // run inside the package
+        QTest::addColumn<QByteArray>("socket");
+        QTest::addColumn<QString>("reason"); // ending in "*": the line starts so
+        const QString out = u"it holds a link to a file outside the package: "_s;
+        QTest::newRow("document a link out") << "printf garbage > index.apxl.gz; ln -s \"$VICTIM/secret.txt\" index.apxl" << QByteArray() << out + "index.apxl";
+        QTest::newRow("relative link out, gz a folder") << "rm index.apxl.gz; mkdir index.apxl.gz; ln -s ../../../victim/secret.txt index.apxl" << QByteArray() << out + "index.apxl";
+        QTest::newRow("document a link inside") << "ln -s 'Data/photo one.jpg' index.apxl" << QByteArray() << "it holds a symbolic link: index.apxl";
+        QTest::newRow("link to /etc/passwd") << "ln -s /etc/passwd Data/passwd" << QByteArray() << out + "Data/passwd";
+        QTest::newRow("link to a folder outside") << "ln -s \"$VICTIM\" Data/victim" << QByteArray() << out + "Data/victim";
+        QTest::newRow("link to itself") << "ln -s . self" << QByteArray() << "it holds a symbolic link: self";
+        QTest::newRow("link to /") << "ln -s / root" << QByteArray() << out + "root";
+        QTest::newRow("link out through a subfolder") << "ln -s Data/../.. up" << QByteArray() << out + "up";
+        QTest::newRow("gz a link to a document outside") << "rm index.apxl.gz; ln -s \"$VICTIM/doc.apxl.gz\" index.apxl.gz" << QByteArray() << out + "index.apxl.gz";
+        QTest::newRow("gz a FIFO") << "rm index.apxl.gz; mkfifo index.apxl.gz" << QByteArray() << "it holds a FIFO: index.apxl.gz";
+        QTest::newRow("socket") << "true" << QByteArray("Data/sock") << "it holds a socket: Data/sock";
+        QTest::newRow("device") << "mknod Data/null c 1 3" << QByteArray() << "it holds a device: Data/null";
+        QTest::newRow("deeper than PATH_MAX") << "d=.; for i in $(seq 2100); do d=$d/d; done; mkdir -p $d" << QByteArray() << "a path in it is too long to copy: d/d/*";
+        QTest::newRow("package a single file") << "cd ..; rm -r Talk.key; cp \"$VICTIM/doc.apxl.gz\" Talk.key" << QByteArray() << "it is a single file, not a Keynote '08 package";
+        QTest::newRow("package a FIFO") << "cd ..; rm -r Talk.key; mkfifo Talk.key" << QByteArray() << "*";
+    }
+
+    void refusesCraftedPackages()
+    {
+        QFETCH(QString, script);
+        QFETCH(QByteArray, socket);
+        QFETCH(QString, reason);
+        if (script.startsWith(u"mknod"_s) && ::geteuid() != 0)
+            QSKIP("making a device needs root");
+        const Site s = site();
+        const QString package = PackageFactory(s.in).make(u"Talk.key"_s);
+        QCOMPARE(shell(script, package, {{u"VICTIM"_s, m_victim}}), 0);
+        QVERIFY(socket.isEmpty() || bindSocket(bytes(package) + '/' + socket));
+        const Tree before = tree(bytes(package));
+        const Run r = convert(s, {package});
+        QVERIFY2(r.finished, "the command hung");
+        const QString expected = u"skipped: %1: not a Keynote 4 file (%2"_s.arg(package, reason);
+        if (reason.endsWith(u'*'))
+            QVERIFY2(r.out.startsWith(expected.chopped(1).toUtf8()) && r.out.count('\n') == 1, r.out.constData());
+        else
+            QCOMPARE(r.out, lines({expected + u')'}));
+        QCOMPARE(r.code, 1);
+        QCOMPARE(tree(bytes(package)), before);
+        QVERIFY_NO_PROBLEM(outcome(s, {}));
+    }
+
+    void convertsUnusualPackages_data()
+    {
+        QTest::addColumn<QString>("script"); // run in the folder holding Talk.key; $ARG is the package's name
+        QTest::addColumn<QString>("argument");
+        QTest::addColumn<QString>("written");
+        const QString talk = u"Talk.key"_s, longest = QString(251, u'T') + u".key"_s;
+        QTest::newRow("read-only") << "cd Talk.key; find . -type f -exec chmod 0444 {} +; find . -type d -exec chmod 0555 {} +" << talk << talk;
+        QTest::newRow("file name not UTF-8") << "printf 'not utf-8' > \"Talk.key/Data/$(printf 'caf\\351.jpg')\"" << talk << talk;
+        QTest::newRow("300 folders deep") << "d=Talk.key; for i in $(seq 300); do d=$d/d; done; mkdir -p $d; printf deep > $d/leaf.txt" << talk << talk;
+        QTest::newRow("hidden file, empty folder") << "printf x > Talk.key/.hidden; mkdir Talk.key/Empty" << talk << talk;
+        QTest::newRow("given as a link") << "ln -s Talk.key Alias.key" << "Alias.key" << talk;
+        QTest::newRow("name of 255 bytes") << "mv Talk.key \"$ARG\"" << longest << longest;
+        QTest::newRow("name with dots") << "mv Talk.key \"$ARG\"" << "Talk.v2.final.key" << "Talk.v2.final.key";
+    }
+
+    void convertsUnusualPackages()
+    {
+        QFETCH(QString, script);
+        QFETCH(QString, argument);
+        QFETCH(QString, written);
+        const Site s = site();
+        PackageFactory(s.in).make(u"Talk.key"_s);
+        const QString after = PackageFactory(s.in).make(u"After.key"_s);
+        QCOMPARE(shell(script, s.in, {{u"ARG"_s, argument}}), 0);
+        const QString package = s.in + u'/' + argument, real = QFileInfo(package).canonicalFilePath();
+        const Tree before = tree(bytes(real));
+        // An output folder given in a roundabout way is named by its clean absolute path.
+        const Run r = convert(s, {package, after}, s.out + u"/../out/./"_s);
+        QVERIFY2(r.finished, "the command hung");
+        QCOMPARE(r.out, lines({u"converted: %1 -> %2/%3"_s.arg(package, s.out, written), u"converted: %1 -> %2/After.key"_s.arg(after, s.out)}));
+        QCOMPARE(r.code, 0);
+        QCOMPARE(tree(bytes(real)), before);
+        QVERIFY_NO_PROBLEM(outcome(s, {{written, real}, {u"After.key"_s, after}}));
+    }
+
+    void aLongNameThatCannotBeNumberedFails()
+    {
+        // The numbered name (the part before the first dot + ".1.key") outgrows 255 bytes.
+        const Site s = site();
+        const QString name = QString(251, u'T');
+        const QString package = PackageFactory(s.in).make(name + u".key"_s);
+        const Run r = convert(s, {package, package});
+        QCOMPARE(r.out, lines({u"converted: %1 -> %2/%3.key"_s.arg(package, s.out, name),
+                               u"failed: %1: could not write %2/%3.1.key (File name too long)"_s.arg(package, s.out, name)}));
+        QCOMPARE(r.code, 1);
+        QVERIFY_NO_PROBLEM(outcome(s, {{name + u".key"_s, package}}));
+    }
+
+    void neverWritesOverOrThroughANameInUse_data()
+    {
+        QTest::addColumn<QString>("package");
+        QTest::addColumn<QString>("script"); // run in the output folder
+        QTest::addColumn<QString>("written");
+        const QString talk = u"Talk.key"_s;
+        QTest::newRow("dangling link out") << talk << "ln -s \"$VICTIM/planted.key\" Talk.key" << "Talk.1.key";
+        QTest::newRow("link to a file outside") << talk << "ln -s \"$VICTIM/secret.txt\" Talk.key" << "Talk.1.key";
+        QTest::newRow("a file") << talk << "printf mine > Talk.key" << "Talk.1.key";
+        QTest::newRow("file, folder, link at the numbers") << talk << "printf mine > Talk.key; mkdir Talk.1.key; ln -s \"$VICTIM/planted.2.key\" Talk.2.key" << "Talk.3.key";
+        QTest::newRow("dotted name") << "Talk.v2.key" << "printf mine > Talk.v2.key" << "Talk.1.key";
+    }
+
+    void neverWritesOverOrThroughANameInUse()
+    {
+        QFETCH(QString, package);
+        QFETCH(QString, script);
+        QFETCH(QString, written);
+        const Site s = site();
+        const QString path = PackageFactory(s.in).make(package);
+        QCOMPARE(shell(script, s.out, {{u"VICTIM"_s, m_victim}}), 0);
+        const QStringList planted = ls(s.out);
+        Tree expected = tree(bytes(s.out));
+        const Run r = convert(s, {path});
+        QCOMPARE(r.out, lines({u"converted: %1 -> %2/%3"_s.arg(path, s.out, written)}));
+        expected.insert(written.toUtf8(), tree(bytes(s.out)).value(written.toUtf8()));
+        QCOMPARE(tree(bytes(s.out)), expected);
+        QVERIFY_NO_PROBLEM(outcome(s, {{written, path}}, planted));
+    }
+
+    void leavesAPlantedScratchNameAlone_data()
+    {
+        QTest::addColumn<bool>("runtime"); // $XDG_RUNTIME_DIR, or the temporary folder without it
+        QTest::addColumn<QString>("script"); // plants $NAME in that folder; $SRC holds the package
+        QTest::newRow("runtime: link to the package's folder") << true << "ln -s \"$SRC\" \"$NAME\"";
+        QTest::newRow("tmp: link to the package's folder") << false << "ln -s \"$SRC\" \"$NAME\"";
+        QTest::newRow("runtime: folder open to all") << true << "mkdir -m 0777 \"$NAME\"; printf theirs > \"$NAME/Talk.zip\"";
+        QTest::newRow("runtime: another user's folder") << true << "mkdir -m 0700 \"$NAME\"; printf theirs > \"$NAME/x\"; chown -R nobody \"$NAME\"";
+        QTest::newRow("tmp: a file") << false << "printf theirs > \"$NAME\"";
+    }
+
+    void leavesAPlantedScratchNameAlone()
+    {
+        QFETCH(bool, runtime);
+        QFETCH(QString, script);
+        if (script.contains(u"chown"_s) && ::geteuid() != 0)
+            QSKIP("giving a folder to another user needs root");
+        Site s = site();
+        const QString base = s.dir + u"/base"_s;
+        QDir().mkpath(base);
+        ::chmod(bytes(base).constData(), 0700);
+        const QString name = runtime ? u"deckwright"_s : u"deckwright-%1"_s.arg(::getuid());
+        const QString package = PackageFactory(s.in).make(u"Talk.key"_s);
+        QCOMPARE(shell(u"printf neighbour > notes.txt"_s, s.in), 0);
+        QCOMPARE(shell(script, base, {{u"NAME"_s, name}, {u"SRC"_s, s.in}}), 0);
+        s.env.remove(u"XDG_RUNTIME_DIR"_s);
+        s.env.insert(runtime ? u"XDG_RUNTIME_DIR"_s : u"TMPDIR"_s, base);
+        const Tree sourceBefore = tree(bytes(s.in));
+        Tree expected = tree(bytes(base));
+        const Run r = convert(s, {package});
+        QCOMPARE(r.out, lines({u"converted: %1 -> %2/Talk.key"_s.arg(package, s.out)}));
+        QCOMPARE(tree(bytes(s.in)), sourceBefore);
+        // The planted name as it was; the next name served, and is empty again.
+        expected.insert((name + u"-1"_s).toUtf8(), QByteArray::number(S_IFDIR | 0700, 8));
+        QCOMPARE(tree(bytes(base)), expected);
+        QVERIFY_NO_PROBLEM(outcome(s, {{u"Talk.key"_s, package}}));
+    }
+
+    void sweepsStaleLeftoversButNotLiveRuns()
+    {
+        const Site s = site();
+        const QString package = PackageFactory(s.in).make(u"Talk.key"_s), live = s.root() + u"/run-live01"_s;
+        QDir().mkpath(s.root());
+        ::chmod(bytes(s.root()).constData(), 0700);
+        // An old archive holding other entries, a killed run's folder, and a run still alive.
+        QCOMPARE(shell(u"mkdir -p intruder run-dead01 run-live01/Talk; printf evil > intruder/evil.txt; zip -qr Talk.zip intruder;"
+                       "cp Talk.zip run-dead01/; rm -r intruder; printf live > run-live01/Talk/keep"_s, s.root()), 0);
+        const Tree liveBefore = tree(bytes(live));
+        const int liveFd = ::open(bytes(live).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        QVERIFY(liveFd >= 0 && ::flock(liveFd, LOCK_EX) == 0);
+        Run r = convert(s, {package});
+        ::close(liveFd);
+        QCOMPARE(r.out, lines({u"converted: %1 -> %2/Talk.key"_s.arg(package, s.out)}));
+        QCOMPARE(ls(s.root()), QStringList{u"run-live01"_s});
+        QCOMPARE(tree(bytes(live)), liveBefore);
+        // Once its process is gone, the next run takes it away.
+        r = convert(s, {package});
+        QCOMPARE(r.code, 0);
+        QVERIFY_NO_PROBLEM(outcome(s, {{u"Talk.key"_s, package}, {u"Talk.1.key"_s, package}}));
+    }
+
+    void concurrentRunsWriteWholeFilesUnderTheirOwnNames_data()
+    {
+        QTest::addColumn<QStringList>("packages"); // in in/, converted at the same time
+        QTest::addColumn<QString>("stem");
+        QTest::newRow("the same package") << QStringList{u"Talk.key"_s, u"Talk.key"_s} << "Talk";
+        QTest::newRow("two packages of one name") << QStringList{u"a/Mid.key"_s, u"b/Mid.key"_s} << "Mid";
+    }
+
+    void concurrentRunsWriteWholeFilesUnderTheirOwnNames()
+    {
+        QFETCH(QStringList, packages);
+        QFETCH(QString, stem);
+        const Site s = site();
+        std::vector<std::unique_ptr<QProcess>> processes;
+        for (const QString &package : packages) {
+            const QFileInfo info(s.in + u'/' + package);
+            if (!info.exists()) // a few megabytes, different for each, so that the runs overlap
+                PackageFactory(info.absolutePath()).make(info.fileName(), PackageFactory::keynoteFourDocument(package),
+                                                         {{u"Data/media.bin"_s, PackageFactory::pseudoRandom(6 << 20, quint32(qHash(package)))}});
+        }
+        for (const QString &package : packages)
+            processes.push_back(start(s.env, kBinary, convertArguments(s, {s.in + u'/' + package})));
+        QMap<QString, QString> written;
+        for (size_t i = 0; i < processes.size(); ++i) {
+            QVERIFY(processes[i]->waitForFinished(60000));
+            const QString line = QString::fromUtf8(processes[i]->readAllStandardOutput()).trimmed();
+            const QString prefix = u"converted: %1/%2 -> %3/"_s.arg(s.in, packages[int(i)], s.out);
+            QVERIFY2(line.startsWith(prefix), qPrintable(line));
+            written.insert(line.mid(prefix.size()), s.in + u'/' + packages[int(i)]);
+        }
+        // Different names, each holding the package of the run that named it.
+        QCOMPARE(written.keys(), QStringList({stem + u".1.key"_s, stem + u".key"_s}));
+        QVERIFY_NO_PROBLEM(outcome(s, written));
+    }
+
+    void ignoresToolOptionsInTheEnvironment()
+    {
+        Site s = site();
+        // A document that deflates well, and options that would store it or drop the pictures.
+        const QString package = PackageFactory(s.in).make(u"Talk.key"_s, PackageFactory::keynoteFourDocument(u"Talk "_s.repeated(2000)));
+        const QMap<QString, QString> hostile{{u"ZIPOPT"_s, u"-0 -x *.jpg"_s}, {u"ZIP"_s, u"-0"_s}, {u"GZIP"_s, u"-1"_s}, {u"UNZIP"_s, u"-x *"_s}};
+        for (auto it = hostile.begin(); it != hostile.end(); ++it)
+            s.env.insert(it.key(), it.value());
+        const Run r = convert(s, {package});
+        QCOMPARE(r.out, lines({u"converted: %1 -> %2/Talk.key"_s.arg(package, s.out)}));
+        QVERIFY_NO_PROBLEM(outcome(s, {{u"Talk.key"_s, package}}));
+        const QStringList document = QString::fromUtf8(output(u"unzip"_s, {u"-v"_s, s.out + u"/Talk.key"_s}))
+                                         .split(u'\n').filter(QRegularExpression(u"/Talk/index\\.apxl$"_s));
+        QCOMPARE(document.size(), 1);
+        QVERIFY2(document.first().contains(u"Defl"_s), qPrintable(document.first()));
+    }
+
+    void aSignalUndoesTheConversion_data()
+    {
+        QTest::addColumn<int>("signalNumber");
+        for (const auto &[name, number] : {std::pair{"SIGINT", SIGINT}, {"SIGTERM", SIGTERM}, {"SIGHUP", SIGHUP}, {"SIGKILL", SIGKILL}})
+            QTest::newRow(name) << number;
+    }
+
+    void aSignalUndoesTheConversion()
+    {
+        QFETCH(int, signalNumber);
+        if (m_big.isEmpty()) {
+            // Incompressible media, so that zip is busy for seconds.
+            m_big = PackageFactory(m_work.filePath(u"big"_s)).make(u"Talk.key"_s, PackageFactory::keynoteFourDocument(), {});
+            QCOMPARE(shell(u"mkdir Data; for i in 1 2 3 4; do head -c 50M /dev/urandom > Data/part$i.bin; done"_s, m_big), 0);
+            m_bigBefore = tree(bytes(m_big));
+        }
+        const Site s = site();
+        const QByteArray root = bytes(s.root());
+        const auto process = start(s.env, kBinary, convertArguments(s, {m_big}));
+        QVERIFY(process->waitForStarted());
+        QElapsedTimer waited;
+        waited.start();
+        while (!processesMentioning(root).values().contains("zip") && process->state() != QProcess::NotRunning && waited.elapsed() < 60000)
+            QThread::msleep(20);
+        QVERIFY2(process->state() == QProcess::Running && processesMentioning(root).values().contains("zip"), "zip never ran");
+        ::kill(pid_t(process->processId()), signalNumber);
+        QVERIFY(process->waitForFinished(60000));
+        // Ended by that very signal.
+        QCOMPARE(process->exitStatus(), QProcess::CrashExit);
+        QCOMPARE(process->exitCode(), signalNumber);
+        // No tool outlives the command.
+        for (waited.restart(); !processesMentioning(root).isEmpty() && waited.elapsed() < 3000;)
+            QThread::msleep(50);
+        QVERIFY2(processesMentioning(root).isEmpty(), processesMentioning(root).values().join(' ').constData());
+        QCOMPARE(ls(s.out), QStringList());
+        QCOMPARE(tree(bytes(m_big)), m_bigBefore);
+        if (signalNumber == SIGKILL) {
+            // The killed run's folder is the next run's to remove.
+            const QString small = PackageFactory(s.in).make(u"Small.key"_s);
+            QCOMPARE(convert(s, {small}).code, 0);
+            QVERIFY_NO_PROBLEM(outcome(s, {{u"Small.key"_s, small}}));
+        } else {
+            QVERIFY_NO_PROBLEM(outcome(s, {}));
+        }
+    }
+
+    void refusesAGzipBombCheaply()
+    {
+        const Site s = site();
+        // Gzip members concatenate: 16 of 64 MiB of zeros make a 1 GiB document.
+        const QString package = PackageFactory(s.in).makeWithRawIndex(u"Bomb.key"_s, PackageFactory::gzip(QByteArray(64 << 20, '\0')).repeated(16));
+        const auto process = start(s.env, kBinary, convertArguments(s, {package}));
+        QVERIFY(process->waitForStarted());
+        qint64 highWater = -1;
+        QElapsedTimer waited;
+        waited.start();
+        while (!process->waitForFinished(10) && waited.elapsed() < 60000)
+            highWater = qMax(highWater, highWaterKiB(process->processId()));
+        QCOMPARE(process->state(), QProcess::NotRunning);
+        QCOMPARE(process->readAllStandardOutput(), lines({u"skipped: %1: not a Keynote 4 file (the document is larger than 256 MB)"_s.arg(package)}));
+        QVERIFY2(highWater > 0 && highWater < 150 * 1024, qPrintable(u"peak %1 KiB"_s.arg(highWater)));
+        QVERIFY_NO_PROBLEM(outcome(s, {}));
+    }
+
+    void convertsA200MBDocument()
+    {
+        const Site s = site();
+        const QString package = PackageFactory(s.in).make(u"Large.key"_s);
+        QFile document(package + u"/index.apxl"_s);
+        QVERIFY(document.open(QIODevice::WriteOnly));
+        const QByteArray head = PackageFactory::keynoteFourDocument();
+        document.write(head.left(head.indexOf("</key:presentation>")));
+        document.write(QByteArray("  <key:notes>Lorem ipsum dolor sit amet, consectetur adipiscing.</key:notes>\n").repeated(200000000 / 77));
+        document.write("</key:presentation>\n");
+        document.close();
+        QCOMPARE(shell(u"gzip -1 -n -f index.apxl"_s, package), 0);
+        const Run r = convert(s, {package});
+        QCOMPARE(r.out, lines({u"converted: %1 -> %2/Large.key"_s.arg(package, s.out)}));
+        QVERIFY_NO_PROBLEM(outcome(s, {{u"Large.key"_s, package}}));
+    }
+
+    void reportsFullDisks_data()
+    {
+        QTest::addColumn<QString>("scratchSize");
+        QTest::addColumn<QString>("outputSize");
+        QTest::addColumn<int>("mediaKiB");
+        QTest::addColumn<QString>("line"); // %1 the package, %2 the output folder; ending in ": " the line starts so
+        QTest::newRow("scratch full while copying") << "1m" << "" << 3072 << "skipped: %1: not a Keynote 4 file (it could not be copied to the scratch folder (No space left on device))";
+        QTest::newRow("scratch full while zipping") << "1m" << "" << 700 << "failed: %1: ";
+        QTest::newRow("output folder full") << "" << "256k" << 1024 << "failed: %1: could not write %2/Talk.key (No space left on device)";
+    }
+
+    void reportsFullDisks()
+    {
+        QFETCH(QString, scratchSize);
+        QFETCH(QString, outputSize);
+        QFETCH(int, mediaKiB);
+        QFETCH(QString, line);
+        const Site s = site();
+        Mounts mounts;
+        for (const auto &[point, size] : {std::pair{s.runtime, scratchSize}, std::pair{s.out, outputSize}}) {
+            const QString failure = size.isEmpty() ? QString() : mounts.mount(point, size);
+            if (!failure.isEmpty())
+                QSKIP(qPrintable(u"a small tmpfs cannot be mounted here (%1)"_s.arg(failure)));
+        }
+        const QString package = PackageFactory(s.in).make(u"Talk.key"_s, PackageFactory::keynoteFourDocument(),
+                                                          {{u"Data/media.bin"_s, PackageFactory::pseudoRandom(mediaKiB * 1024, 7)}});
+        const Tree before = tree(bytes(package));
+        const Run r = convert(s, {package});
+        const QString expected = fill(line, package, s.out);
+        QVERIFY2(line.endsWith(u": "_s) ? r.out.startsWith(expected.toUtf8()) && r.out.count('\n') == 1 : r.out == lines({expected}), r.out.constData());
+        QCOMPARE(r.code, 1);
+        QCOMPARE(tree(bytes(package)), before);
+        QVERIFY_NO_PROBLEM(outcome(s, {}));
+    }
+
+    void runsAsAnUnprivilegedUser_data()
+    {
+        QTest::addColumn<QString>("script"); // run as root inside the package
+        QTest::addColumn<QString>("line");   // %1 the package, %2 the output folder
+        const QString converted = u"converted: %1 -> %2/Talk.key"_s;
+        QTest::newRow("unreadable file") << "printf secret > Data/secret.jpg; chmod 000 Data/secret.jpg"
+                                         << "skipped: %1: not a Keynote 4 file (it holds a file that could not be read: Data/secret.jpg)";
+        QTest::newRow("unreadable folder") << "mkdir -p Hidden/Inner; printf x > Hidden/Inner/a; chmod 000 Hidden"
+                                           << "skipped: %1: not a Keynote 4 file (it holds a folder that could not be read: Hidden)";
+        QTest::newRow("read-only package") << "find . -type f -exec chmod 0444 {} +; find . -type d -exec chmod 0555 {} +" << converted;
+        QTest::newRow("read-only folder inside") << "chmod 0555 Data" << converted;
+    }
+
+    void runsAsAnUnprivilegedUser()
+    {
+        QFETCH(QString, script);
+        QFETCH(QString, line);
+        if (::geteuid() != 0 || QProcess::execute(u"sh"_s, {u"-c"_s, u"exec >/dev/null; command -v setpriv && id nobody && getent group nogroup"_s}) != 0)
+            QSKIP("needs root, setpriv, the user nobody and the group nogroup to run as someone else");
+        const Site s = site();
+        // Everything on the way is open to nobody; the scratch and output folders are nobody's.
+        for (const QString &folder : {m_work.path(), s.dir, s.in})
+            ::chmod(bytes(folder).constData(), 0755);
+        for (const QString &folder : {s.runtime, s.out})
+            QCOMPARE(QProcess::execute(u"chown"_s, {u"nobody:nogroup"_s, folder}), 0);
+        const QString package = PackageFactory(s.in).make(u"Talk.key"_s);
+        QCOMPARE(shell(script, package), 0);
+        const Tree before = tree(bytes(package));
+        const Run r = run(s.env, u"setpriv"_s, QStringList{u"--reuid=nobody"_s, u"--regid=nogroup"_s, u"--clear-groups"_s, kBinary} + convertArguments(s, {package}));
+        QCOMPARE(r.out, lines({fill(line, package, s.out)}));
+        QCOMPARE(tree(bytes(package)), before);
+        QVERIFY_NO_PROBLEM(outcome(s, line.startsWith(u"converted"_s) ? QMap<QString, QString>{{u"Talk.key"_s, package}} : QMap<QString, QString>()));
+    }
+
+    void refusesAPackagePathThatIsNotUtf8_data()
+    {
+        QTest::addColumn<QByteArray>("path"); // relative to the case's folder
+        QTest::newRow("package name") << QByteArray("in/caf\xe9.key");
+        QTest::newRow("folder name") << QByteArray("in/caf\xe9/Talk.key");
+    }
+
+    void refusesAPackagePathThatIsNotUtf8()
+    {
+        QFETCH(QByteArray, path);
+        Site s = site();
+        const QByteArray full = bytes(s.dir) + '/' + path;
+        ::mkdir(full.left(full.lastIndexOf('/')).constData(), 0755);
+        QVERIFY(::rename(bytes(PackageFactory(s.in).make(u"Made.key"_s)).constData(), full.constData()) == 0);
+        const Tree before = tree(full);
+        // Only a shell hands the raw bytes on: the path travels as printf escapes.
+        QByteArray escaped;
+        for (const char c : path)
+            escaped += uchar(c) < 0x80 ? QByteArray(1, c) : "\\" + QByteArray::number(uchar(c), 8);
+        s.env.insert(u"BIN"_s, kBinary);
+        s.env.insert(u"OUT"_s, s.out);
+        s.env.insert(u"RAW"_s, QString::fromLatin1(escaped));
+        const Run r = run(s.env, u"sh"_s, {u"-c"_s, u"cd \"$OUT/..\" && exec \"$BIN\" convert --output \"$OUT\" \"$(printf \"$RAW\")\""_s});
+        QCOMPARE(r.out, "skipped: " + QString::fromUtf8(path).toUtf8() + ": not a Keynote 4 file (its name is not valid UTF-8)\n");
+        QCOMPARE(r.code, 1);
+        QCOMPARE(tree(full), before);
+        QVERIFY_NO_PROBLEM(outcome(s, {}));
+    }
+
+    void aMistakeWithoutADisplayIsAUsageError_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QString>("named"); // what the reason must name
+        QTest::newRow("unknown option") << QStringList{u"--bogus"_s} << "--bogus";
+        QTest::newRow("misspelt command") << QStringList{u"conver"_s} << "conver";
+        QTest::newRow("unknown convert option") << QStringList{u"convert"_s, u"--bogus"_s} << "bogus";
+    }
+
+    void aMistakeWithoutADisplayIsAUsageError()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(QString, named);
+        QProcessEnvironment env = site().env;
+        for (const QString &name : {u"DISPLAY"_s, u"WAYLAND_DISPLAY"_s, u"QT_QPA_PLATFORM"_s})
+            env.remove(name);
+        const Run r = run(env, kBinary, arguments);
+        QCOMPARE(r.exit, QProcess::NormalExit);
+        QCOMPARE(r.code, 2);
+        QCOMPARE(r.out, QByteArray());
+        const QString reason = QString::fromUtf8(r.err).section(u'\n', 0, 0);
+        QVERIFY2(reason.startsWith(u"deckwright"_s) && reason.contains(named), r.err.constData());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestHostile)
+#include "TestHostile.moc"
