@@ -34,11 +34,7 @@ void registerFatalCleanup()
     if (registered)
         return;
     registered = true;
-    Fatal::addCleanup([] {
-        const std::vector<ScratchRun *> runs = liveRuns();
-        for (ScratchRun *run : runs)
-            run->remove();
-    });
+    Fatal::addCleanup(&ScratchRun::removeAll);
 }
 
 
@@ -114,6 +110,13 @@ void ScratchRun::remove()
     FileTree::removeAt(m_rootFd, m_name);
     ::close(m_runFd); // releases the lock, after the folder is gone
     m_runFd = -1;
+}
+
+void ScratchRun::removeAll()
+{
+    const std::vector<ScratchRun *> runs = liveRuns();
+    for (ScratchRun *run : runs)
+        run->remove();
 }
 
 int ScratchRun::sweepStale(int scratchFolderDescriptor)

@@ -26,6 +26,10 @@ public:
     // Removes the folder now (also done on destruction).
     void remove();
 
+    // Removes the folders of every live run of this process, for an ending
+    // that will not unwind to their owners.
+    static void removeAll();
+
     // Removes the run folders no live run holds, and the scratch copies
     // older versions left in the scratch folder; returns how many items.
     static int sweepStale(int scratchFolderDescriptor);

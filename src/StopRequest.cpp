@@ -2,6 +2,7 @@
 
 #include <csignal>
 
+#include <fcntl.h>
 #include <sys/types.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@ namespace {
 volatile sig_atomic_t g_converting = 0;
 volatile sig_atomic_t g_stop = 0;        // 1 + signal number, or 1 for the person
 volatile sig_atomic_t g_childGroup = 0;
+int g_pipe[2] = {-1, -1};
 
 const int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
@@ -30,11 +32,17 @@ void onSignal(int signalNumber)
     if (!g_stop)
         g_stop = 1 + signalNumber;
     killChildGroup();
+    if (g_pipe[1] >= 0) {
+        const char byte = 1;
+        [[maybe_unused]] const ssize_t n = ::write(g_pipe[1], &byte, 1);
+    }
 }
 } // namespace
 
 void StopRequest::installSignalHandlers()
 {
+    if (g_pipe[0] < 0 && ::pipe2(g_pipe, O_CLOEXEC | O_NONBLOCK) != 0)
+        g_pipe[0] = g_pipe[1] = -1;
     struct sigaction action {};
     action.sa_handler = onSignal;
     sigemptyset(&action.sa_mask);
@@ -74,9 +82,17 @@ void StopRequest::beginConversion()
 
 void StopRequest::endConversion()
 {
-    g_converting = 0;
     g_childGroup = 0;
+    // A signal the converter did not get to (it came while an alert about
+    // the file was open) takes effect now that the run is cleaned up.
+    finishSignal();
+    g_converting = 0;
     g_stop = 0; // the converter has told its outcome
+}
+
+int StopRequest::signalDescriptor()
+{
+    return g_pipe[0];
 }
 
 void StopRequest::setChildGroup(qint64 processGroup)

@@ -21,7 +21,8 @@ public:
     // The person's stop; kills the running child tool at once.
     static void request();
 
-    // Brackets one conversion: a signal in between is deferred to its end.
+    // Brackets one conversion: a signal in between is deferred to its end,
+    // where it takes effect.
     static void beginConversion();
     static void endConversion();
 
@@ -30,4 +31,9 @@ public:
 
     // Ends the process by the signal that stopped it; returns when there was none.
     static void finishSignal();
+
+    // Readable when a signal was deferred, for an event loop that runs
+    // inside a conversion (an alert about the file is open): it can end the
+    // process at once instead of when the alert is answered. -1 without handlers.
+    static int signalDescriptor();
 };

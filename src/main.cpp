@@ -4,6 +4,7 @@
 #include "ConvertCommand.h"
 #include "Fatal.h"
 #include "SettingsStore.h"
+#include "ScratchRun.h"
 #include "SingleInstance.h"
 #include "StopRequest.h"
 
@@ -12,9 +13,12 @@
 #include <QFileInfo>
 #include <QIcon>
 #include <QSet>
+#include <QSocketNotifier>
 #include <QSysInfo>
 #include <QTextStream>
 #include <QTimer>
+
+#include <memory>
 
 namespace {
 QString mainUsage()
@@ -129,6 +133,18 @@ int runDesktop(int argc, char *argv[])
     QApplication::setWindowIcon(QIcon(QStringLiteral(":/icons/deckwright.svg")));
     // Closing the main window hides it; Deckwright runs until the person quits.
     QApplication::setQuitOnLastWindowClosed(false);
+
+    // A signal that comes while an alert about a file is open (its event loop
+    // runs inside the conversion) ends the program now, the run's folder removed,
+    // rather than once the alert is answered.
+    std::unique_ptr<QSocketNotifier> stopSignals;
+    if (StopRequest::signalDescriptor() >= 0) {
+        stopSignals = std::make_unique<QSocketNotifier>(StopRequest::signalDescriptor(), QSocketNotifier::Read);
+        QObject::connect(stopSignals.get(), &QSocketNotifier::activated, [] {
+            ScratchRun::removeAll();
+            StopRequest::finishSignal();
+        });
+    }
 
     // Qt has taken its own options; what is left are packages.
     QStringList packages;
