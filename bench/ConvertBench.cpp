@@ -4,12 +4,12 @@
 //
 //   deckwright-bench-convert --output DIR PACKAGE
 
-#include "ConversionEvents.h"
-#include "Converter.h"
-#include "FileUrl.h"
-#include "FolderBookmark.h"
-#include "NotificationCenter.h"
-#include "SettingsStore.h"
+#include "core/ConversionEvents.h"
+#include "core/Converter.h"
+#include "core/FileUrl.h"
+#include "core/FolderBookmark.h"
+#include "core/NotificationCenter.h"
+#include "core/SettingsStore.h"
 
 #include <QCoreApplication>
 #include <QDir>

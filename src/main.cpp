@@ -1,12 +1,12 @@
-#include "Alert.h"
-#include "AppDelegate.h"
-#include "BuildConfig.h"
-#include "ConvertCommand.h"
-#include "Fatal.h"
-#include "SettingsStore.h"
-#include "ScratchRun.h"
-#include "SingleInstance.h"
-#include "StopRequest.h"
+#include "gui/Alert.h"
+#include "gui/AppDelegate.h"
+#include "gui/BuildConfig.h"
+#include "cli/ConvertCommand.h"
+#include "core/Fatal.h"
+#include "core/SettingsStore.h"
+#include "core/ScratchRun.h"
+#include "gui/SingleInstance.h"
+#include "core/StopRequest.h"
 
 #include <QApplication>
 #include <QCoreApplication>

@@ -1,6 +1,6 @@
-#include "HyperlinkTextField.h"
+#include "widgets/HyperlinkTextField.h"
 
-#include "DesktopServices.h"
+#include "platform/DesktopServices.h"
 
 #include <QAbstractTextDocumentLayout>
 #include <QMouseEvent>

@@ -1,4 +1,4 @@
-#include "PackageFileDialog.h"
+#include "widgets/PackageFileDialog.h"
 
 #include <QAbstractItemView>
 #include <QApplication>

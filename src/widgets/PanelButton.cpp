@@ -1,4 +1,4 @@
-#include "PanelButton.h"
+#include "widgets/PanelButton.h"
 
 #include <QPainter>
 #include <QPainterPath>

@@ -1,6 +1,6 @@
-#include "PreferencesWindow.h"
+#include "widgets/PreferencesWindow.h"
 
-#include "SettingsStore.h"
+#include "core/SettingsStore.h"
 
 #include <QCloseEvent>
 #include <QGuiApplication>

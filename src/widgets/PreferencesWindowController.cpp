@@ -1,7 +1,7 @@
-#include "PreferencesWindowController.h"
+#include "widgets/PreferencesWindowController.h"
 
-#include "Fatal.h"
-#include "PreferencesWindow.h"
+#include "core/Fatal.h"
+#include "widgets/PreferencesWindow.h"
 
 #include <QAction>
 #include <QActionGroup>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "PreferencesWindowControllerProtocol.h"
+#include "widgets/PreferencesWindowControllerProtocol.h"
 
 #include <QHash>
 #include <QObject>

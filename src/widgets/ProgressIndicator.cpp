@@ -1,4 +1,4 @@
-#include "ProgressIndicator.h"
+#include "widgets/ProgressIndicator.h"
 
 #include <QCoreApplication>
 

@@ -1,7 +1,7 @@
-#include "FatalTrap.h"
-#include "FileUtils.h"
-#include "ScratchDir.h"
-#include "TestSettings.h"
+#include "support/FatalTrap.h"
+#include "core/FileUtils.h"
+#include "core/ScratchDir.h"
+#include "support/TestSettings.h"
 
 #include <QDir>
 #include <QFile>

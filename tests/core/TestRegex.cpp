@@ -1,4 +1,4 @@
-#include "Regex.h"
+#include "core/Regex.h"
 
 #include <QTest>
 #include <QTextBoundaryFinder>

@@ -1,6 +1,6 @@
-#include "FatalTrap.h"
-#include "JsonSettingsBackend.h"
-#include "SettingsStore.h"
+#include "support/FatalTrap.h"
+#include "core/JsonSettingsBackend.h"
+#include "core/SettingsStore.h"
 
 #include <QFile>
 #include <QTemporaryDir>

@@ -1,4 +1,4 @@
-#include "FreedesktopDesktopServices.h"
+#include "platform/freedesktop/FreedesktopDesktopServices.h"
 
 #include <QtTest>
 

@@ -1,5 +1,5 @@
-#include "HyperlinkTextField.h"
-#include "RecordingDesktopServices.h"
+#include "widgets/HyperlinkTextField.h"
+#include "support/gui/RecordingDesktopServices.h"
 
 #include <QTextDocument>
 #include <QtTest>

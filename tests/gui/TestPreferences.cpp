@@ -1,8 +1,8 @@
-#include "FatalTrap.h"
-#include "OpenPanel.h"
-#include "Preferences.h"
-#include "SettingsBackend.h"
-#include "SettingsStore.h"
+#include "support/FatalTrap.h"
+#include "gui/OpenPanel.h"
+#include "gui/Preferences.h"
+#include "core/SettingsBackend.h"
+#include "core/SettingsStore.h"
 
 #include <QDir>
 #include <QLoggingCategory>

@@ -1,6 +1,6 @@
-#include "PreferencesWindow.h"
-#include "PreferencesWindowController.h"
-#include "SettingsStore.h"
+#include "widgets/PreferencesWindow.h"
+#include "widgets/PreferencesWindowController.h"
+#include "core/SettingsStore.h"
 
 #include <QtTest>
 #include <QtWidgets>

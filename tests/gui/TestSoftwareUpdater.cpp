@@ -1,7 +1,7 @@
-#include "AlertRecorder.h"
-#include "RecordingDesktopServices.h"
-#include "SettingsStore.h"
-#include "SoftwareUpdater.h"
+#include "support/gui/AlertRecorder.h"
+#include "support/gui/RecordingDesktopServices.h"
+#include "core/SettingsStore.h"
+#include "gui/SoftwareUpdater.h"
 
 #include <QDateTime>
 #include <QSignalSpy>

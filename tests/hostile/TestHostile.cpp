@@ -1,4 +1,4 @@
-#include "PackageFactory.h"
+#include "support/PackageFactory.h"
 
 #include <QCryptographicHash>
 #include <QDir>

@@ -1,6 +1,6 @@
-#include "FatalTrap.h"
+#include "support/FatalTrap.h"
 
-#include "Fatal.h"
+#include "core/Fatal.h"
 
 void FatalTrap::install()
 {

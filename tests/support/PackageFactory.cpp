@@ -1,4 +1,4 @@
-#include "PackageFactory.h"
+#include "support/PackageFactory.h"
 
 #include <QDir>
 #include <QDirIterator>

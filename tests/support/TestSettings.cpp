@@ -1,10 +1,8 @@
-#include "TestSettings.h"
+#include "support/TestSettings.h"
 
-#include "ConversionEvents.h"
-#include "FileUrl.h"
-#include "FolderBookmark.h"
-#include "NotificationCenter.h"
-#include "SettingsStore.h"
+#include "core/FileUrl.h"
+#include "core/FolderBookmark.h"
+#include "core/SettingsStore.h"
 
 #include <QDir>
 #include <QFile>
@@ -16,28 +14,6 @@ void TestSettings::useOutputFolder(const QString &folder, const QVariantMap &ext
     values.insert(SettingKey::outputPath, FileUrl::absoluteString(folder));
     values.insert(SettingKey::bookmarkData, *FolderBookmark::platform().create(QUrl::fromLocalFile(folder)));
     SettingsStore::standard().useMemory(values);
-}
-
-EventRecorder::EventRecorder()
-{
-    const QList<QPair<QString, QString>> events = {
-        {ConversionEvents::progress, QStringLiteral("progress")},
-        {ConversionEvents::finished, QStringLiteral("finished")},
-        {ConversionEvents::finishedWithErrorNotKeynote, QStringLiteral("notKeynote")},
-        {ConversionEvents::finishedWithErrorNotKeynoteFour, QStringLiteral("notKeynoteFour")},
-    };
-    for (const auto &event : events) {
-        const QString shortName = event.second;
-        NotificationCenter::defaultCenter().addObserver(this, event.first, [this, shortName](const Notification &n) {
-            names.append(shortName);
-            objects.append(n.object);
-        });
-    }
-}
-
-EventRecorder::~EventRecorder()
-{
-    NotificationCenter::defaultCenter().removeObserver(this);
 }
 
 QString TestSettings::isolateScratch(const QString &underFolder)

@@ -1,10 +1,7 @@
 #pragma once
 
 #include <QString>
-#include <QStringList>
 #include <QVariantMap>
-
-class Converter;
 
 // Test scaffolding around the process-wide singletons.
 class TestSettings
@@ -15,14 +12,4 @@ public:
     // Gives this test process a scratch folder of its own, so parallel runs
     // (and real conversions on the machine) never meet. Call before any conversion.
     static QString isolateScratch(const QString &underFolder);
-};
-
-// Records the conversion events, in order, while it lives.
-class EventRecorder
-{
-public:
-    EventRecorder();
-    ~EventRecorder();
-    QStringList names;       // short names: progress, finished, notKeynote, notKeynoteFour
-    QList<Converter *> objects;
 };

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Alert.h"
+#include "gui/Alert.h"
 
 #include <QList>
 

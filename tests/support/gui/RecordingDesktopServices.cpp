@@ -1,4 +1,4 @@
-#include "RecordingDesktopServices.h"
+#include "support/gui/RecordingDesktopServices.h"
 
 RecordingDesktopServices::RecordingDesktopServices()
 {

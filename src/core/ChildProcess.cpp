@@ -1,0 +1,54 @@
+#include "core/ChildProcess.h"
+
+#include "core/StopRequest.h"
+#include "platform/system/SystemCalls.h"
+
+#include <QProcess>
+
+#include <csignal>
+
+#include <sys/resource.h>
+#include <unistd.h>
+
+QProcessEnvironment ChildProcess::toolEnvironment()
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    for (const char *name : {"ZIPOPT", "ZIP", "GZIP", "UNZIP", "UNZIPOPT"})
+        environment.remove(QLatin1String(name));
+    return environment;
+}
+
+ChildProcess::Result ChildProcess::run(const QString &program, const QStringList &arguments, qint64 fileSizeLimit)
+{
+    Result result;
+    QProcess process;
+    process.setProgram(program);
+    process.setArguments(arguments);
+    process.setProcessEnvironment(toolEnvironment());
+    process.setStandardInputFile(QProcess::nullDevice());
+    const pid_t parent = ::getpid();
+    process.setChildProcessModifier([parent, fileSizeLimit] {
+        // Runs in the child between fork and exec: async-signal-safe calls only.
+        ::setpgid(0, 0);
+        if (!SystemCalls::dieWithParent(parent))
+            ::_exit(127);
+        if (fileSizeLimit > 0) {
+            struct rlimit limit {};
+            limit.rlim_cur = limit.rlim_max = rlim_t(fileSizeLimit);
+            ::setrlimit(RLIMIT_FSIZE, &limit);
+        }
+    });
+    process.start(QIODevice::ReadOnly);
+    if (!process.waitForStarted(-1))
+        return result;
+    result.started = true;
+    StopRequest::setChildGroup(process.processId());
+    // Both streams are drained while waiting, so a chatty standard error cannot stall the child.
+    process.waitForFinished(-1);
+    StopRequest::setChildGroup(0);
+    result.crashed = process.exitStatus() == QProcess::CrashExit;
+    result.exitCode = process.exitCode();
+    result.standardOutput = process.readAllStandardOutput();
+    result.standardError = process.readAllStandardError();
+    return result;
+}

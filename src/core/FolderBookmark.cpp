@@ -1,0 +1,3 @@
+#include "core/FolderBookmark.h"
+
+FolderBookmark::~FolderBookmark() = default;

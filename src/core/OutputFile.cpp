@@ -1,0 +1,135 @@
+#include "core/OutputFile.h"
+
+#include "core/FileTree.h"
+#include "core/KernelFileCopy.h"
+#include "platform/system/SystemCalls.h"
+
+#include <QFile>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+constexpr mode_t kMode = 0644; // narrowed by the person's umask, as any new file
+
+bool g_unnamedFilesTried = true;
+
+} // namespace
+
+OutputFile::OutputFile(const QString &folder)
+{
+    m_folderFd = ::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (m_folderFd < 0) {
+        failed(errno);
+        return;
+    }
+    if (g_unnamedFilesTried) {
+        m_fd = SystemCalls::openUnnamedFile(m_folderFd, kMode);
+        if (m_fd >= 0)
+            return;
+        // Only a file system without unnamed files falls through to a hidden name.
+        if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL && errno != ENOENT) {
+            failed(errno);
+            return;
+        }
+    }
+    // A short name, so that names of 255 bytes still fit when it is renamed.
+    for (int attempt = 0; attempt < 100; ++attempt) {
+        const QByteArray name = FileTree::randomName(".dw-");
+        m_fd = ::openat(m_folderFd, name.constData(), O_CREAT | O_EXCL | O_WRONLY | O_NOFOLLOW | O_CLOEXEC, kMode);
+        if (m_fd >= 0) {
+            m_hiddenName = name;
+            return;
+        }
+        if (errno != EEXIST)
+            break;
+    }
+    failed(errno);
+}
+
+void OutputFile::setUnnamedFilesTried(bool tried)
+{
+    g_unnamedFilesTried = tried;
+}
+
+OutputFile::~OutputFile()
+{
+    if (m_fd >= 0)
+        ::close(m_fd);
+    if (!m_published && !m_hiddenName.isEmpty() && m_folderFd >= 0)
+        ::unlinkat(m_folderFd, m_hiddenName.constData(), 0);
+    if (m_folderFd >= 0)
+        ::close(m_folderFd);
+}
+
+OutputFile::Result OutputFile::failed(int error)
+{
+    m_error = QString::fromLocal8Bit(std::strerror(error));
+    return Failed;
+}
+
+OutputFile::Result OutputFile::fill(const QString &archivePath)
+{
+    if (m_fd < 0)
+        return Failed;
+    const int in = ::open(QFile::encodeName(archivePath).constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+    if (in < 0)
+        return failed(errno);
+    struct stat source {};
+    if (::fstat(in, &source) != 0 || !S_ISREG(source.st_mode)) {
+        const int error = errno ? errno : EINVAL;
+        ::close(in);
+        return failed(error);
+    }
+    int error = 0;
+    const KernelFileCopy::Result copied = KernelFileCopy::copyRest(in, m_fd, &error);
+    ::close(in);
+    if (copied == KernelFileCopy::Stopped)
+        return Stopped;
+    if (copied == KernelFileCopy::Failed)
+        return failed(error);
+    // Short of the source means something went wrong quietly: not a smaller file.
+    struct stat written {};
+    if (::fstat(m_fd, &written) != 0)
+        return failed(errno);
+    if (written.st_size != source.st_size)
+        return failed(EIO);
+    if (::fsync(m_fd) != 0)
+        return failed(errno);
+    return Ok;
+}
+
+OutputFile::Result OutputFile::publish(const QString &name)
+{
+    if (m_fd < 0 || m_published)
+        return Failed;
+    const QByteArray target = QFile::encodeName(name);
+    if (m_hiddenName.isEmpty()) {
+        char self[64];
+        std::snprintf(self, sizeof self, "/proc/self/fd/%d", m_fd);
+        // linkat never replaces: an existing name, a dangling link included, is EEXIST.
+        if (::linkat(AT_FDCWD, self, m_folderFd, target.constData(), AT_SYMLINK_FOLLOW) != 0)
+            return errno == EEXIST ? Taken : failed(errno);
+        m_published = true;
+        return Ok;
+    }
+    if (SystemCalls::renameNoReplace(m_folderFd, m_hiddenName.constData(), target.constData()) == 0) {
+        m_published = true;
+        return Ok;
+    }
+    if (errno == EEXIST)
+        return Taken;
+    if (errno != EINVAL && errno != ENOSYS)
+        return failed(errno);
+    // No exclusive rename here: a second name, then the hidden one goes.
+    if (::linkat(m_folderFd, m_hiddenName.constData(), m_folderFd, target.constData(), 0) != 0)
+        return errno == EEXIST ? Taken : failed(errno);
+    m_published = true;
+    ::unlinkat(m_folderFd, m_hiddenName.constData(), 0);
+    return Ok;
+}

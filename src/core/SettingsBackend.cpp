@@ -1,0 +1,3 @@
+#include "core/SettingsBackend.h"
+
+SettingsBackend::~SettingsBackend() = default;

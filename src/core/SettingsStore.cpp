@@ -1,0 +1,167 @@
+#include "core/SettingsStore.h"
+
+#include "core/Fatal.h"
+#include "core/SettingsBackend.h"
+#include "core/JsonSettingsBackend.h"
+
+namespace {
+QString kindName(const QVariant &value)
+{
+    switch (value.typeId()) {
+    case QMetaType::QString: return QStringLiteral("a string");
+    case QMetaType::QStringList: return QStringLiteral("a list of strings");
+    case QMetaType::QByteArray: return QStringLiteral("a byte block");
+    case QMetaType::LongLong: return QStringLiteral("an integer");
+    default: return QStringLiteral("a value of type ") + QString::fromLatin1(value.typeName());
+    }
+}
+
+[[noreturn]] void wrongKind(const QString &key, const QVariant &value, const char *expected)
+{
+    Fatal::fail(QStringLiteral("the setting %1 holds %2, not %3").arg(key, kindName(value), QLatin1String(expected)));
+}
+} // namespace
+
+SettingsStore::SettingsStore()
+    : m_backend(new JsonSettingsBackend(JsonSettingsBackend::defaultPath()))
+{
+}
+
+SettingsStore::~SettingsStore()
+{
+    // prezPath is written without a synchronise; keep it for the next run all the same.
+    if (m_dirty)
+        synchronize();
+}
+
+SettingsStore &SettingsStore::standard()
+{
+    static SettingsStore store;
+    return store;
+}
+
+void SettingsStore::ensureLoaded() const
+{
+    if (m_loaded)
+        return;
+    m_loaded = true;
+    if (m_backend)
+        m_values = m_backend->load();
+}
+
+QVariant SettingsStore::object(const QString &key) const
+{
+    ensureLoaded();
+    return m_values.value(key);
+}
+
+void SettingsStore::setObject(const QString &key, const QVariant &value)
+{
+    const int type = value.typeId();
+    if (type != QMetaType::QString && type != QMetaType::QStringList && type != QMetaType::QByteArray)
+        Fatal::fail(QStringLiteral("the setting %1 cannot hold %2").arg(key, kindName(value)));
+    ensureLoaded();
+    m_values.insert(key, value);
+    m_dirty = true;
+}
+
+void SettingsStore::setInteger(const QString &key, qint64 value)
+{
+    ensureLoaded();
+    m_values.insert(key, QVariant::fromValue<qint64>(value));
+    m_dirty = true;
+}
+
+bool SettingsStore::synchronize()
+{
+    ensureLoaded();
+    if (!m_backend)
+        return true;
+    const bool ok = m_backend->save(m_values);
+    if (ok)
+        m_dirty = false;
+    return ok;
+}
+
+bool SettingsStore::contains(const QString &key) const
+{
+    ensureLoaded();
+    return m_values.contains(key);
+}
+
+QString SettingsStore::string(const QString &key, const QString &fallback) const
+{
+    if (!contains(key))
+        return fallback;
+    const QVariant value = object(key);
+    if (value.typeId() != QMetaType::QString)
+        wrongKind(key, value, "a string");
+    return value.toString();
+}
+
+QString SettingsStore::requiredString(const QString &key) const
+{
+    if (!contains(key))
+        Fatal::fail(QStringLiteral("the setting %1 is missing").arg(key));
+    return string(key, QString());
+}
+
+qint64 SettingsStore::integer(const QString &key, qint64 fallback) const
+{
+    if (!contains(key))
+        return fallback;
+    const QVariant value = object(key);
+    if (value.typeId() != QMetaType::LongLong && value.typeId() != QMetaType::Int)
+        wrongKind(key, value, "an integer");
+    return value.toLongLong();
+}
+
+QStringList SettingsStore::stringList(const QString &key, const QStringList &fallback) const
+{
+    if (!contains(key))
+        return fallback;
+    const QVariant value = object(key);
+    if (value.typeId() != QMetaType::QStringList)
+        wrongKind(key, value, "a list of strings");
+    return value.toStringList();
+}
+
+QByteArray SettingsStore::requiredData(const QString &key) const
+{
+    if (!contains(key))
+        Fatal::fail(QStringLiteral("the setting %1 is missing").arg(key));
+    const QVariant value = object(key);
+    if (value.typeId() != QMetaType::QByteArray)
+        wrongKind(key, value, "a byte block");
+    return value.toByteArray();
+}
+
+bool SettingsStore::isOn(const QString &key) const
+{
+    return string(key, QStringLiteral("true")) == QLatin1String("true");
+}
+
+void SettingsStore::useBackend(std::unique_ptr<SettingsBackend> backend)
+{
+    m_backend = std::move(backend);
+    m_values.clear();
+    m_loaded = false;
+    m_dirty = false;
+}
+
+void SettingsStore::useFile(const QString &path)
+{
+    useBackend(std::make_unique<JsonSettingsBackend>(path));
+}
+
+void SettingsStore::useMemory(const QVariantMap &values)
+{
+    useBackend(nullptr);
+    m_values = values;
+    m_loaded = true;
+}
+
+QString SettingsStore::location() const
+{
+    return m_backend ? m_backend->location() : QStringLiteral("(memory)");
+}

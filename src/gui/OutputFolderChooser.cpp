@@ -1,0 +1,54 @@
+#include "gui/OutputFolderChooser.h"
+
+#include "core/Fatal.h"
+#include "core/FileUrl.h"
+#include "core/FolderBookmark.h"
+#include "core/Logging.h"
+#include "gui/OpenPanel.h"
+#include "core/SettingsStore.h"
+
+#include <QFileInfo>
+#include <QtGlobal>
+
+bool OutputFolderChooser::run(Copy copy, QWidget *parent)
+{
+    DW_LOG(QLatin1String("showOutputPathDialog"));
+    OpenPanel panel;
+    panel.setPrompt(QStringLiteral("Use"));
+    panel.setWorksWhenModal(true);
+    panel.setAllowsMultipleSelection(false);
+    panel.setCanChooseDirectories(true);
+    panel.setCanChooseFiles(false);
+    panel.setResolvesAliases(true);
+    panel.setTitle(QStringLiteral("Choose Folder To Save To"));
+    panel.setMessage(QStringLiteral("Locate Folder"));
+    // Start where the current output folder is, so that it is one click away.
+    const QString current = SettingsStore::standard().string(SettingKey::outputPath, QString());
+    if (const std::optional<QString> path = FileUrl::toPath(current); path && QFileInfo(*path).isDir())
+        panel.setDirectory(QFileInfo(*path).absolutePath());
+    const OpenPanel::Response response = panel.runModal(parent);
+
+    if (copy == ApplicationCopy) {
+        // This copy goes by whether the panel holds a folder, not by its answer.
+        if (panel.urls().isEmpty())
+            return false;
+    } else {
+        if (response != OpenPanel::OKResponse)
+            return false;
+        qInfo("OK selected");
+    }
+
+    const QUrl url = panel.url();
+    const QString absoluteString = url.toString(QUrl::FullyEncoded);
+    DW_LOG((copy == ApplicationCopy ? QLatin1String("chosenfile ") : QLatin1String("chosensavefile ")) + absoluteString);
+    DW_LOG(QLatin1String("outputPath : ") + absoluteString);
+    SettingsStore &settings = SettingsStore::standard();
+    settings.setObject(SettingKey::outputPath, absoluteString);
+    const std::optional<QByteArray> bookmark = FolderBookmark::platform().create(url);
+    if (!bookmark)
+        Fatal::fail(QStringLiteral("the output folder %1 cannot be kept: no bookmark could be made for it").arg(url.toLocalFile()));
+    settings.setObject(SettingKey::bookmarkData, *bookmark);
+    DW_LOG(QLatin1String("saved bookmarkdata for later"));
+    settings.synchronize();
+    return true;
+}

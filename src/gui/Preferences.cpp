@@ -1,0 +1,289 @@
+#include "gui/Preferences.h"
+
+#include "gui/AppDelegate.h"
+#include "core/Fatal.h"
+#include "core/FileUrl.h"
+#include "core/FileUtils.h"
+#include "core/Logging.h"
+#include "gui/OutputFolderChooser.h"
+#include "core/SettingsStore.h"
+#include "gui/SoftwareUpdater.h"
+#include "ui_Preferences.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QPushButton>
+#include <QStyle>
+#include <QVariant>
+#include <QWidget>
+
+namespace {
+const QString kTrue = QStringLiteral("true");
+const QString kFalse = QStringLiteral("false");
+
+template <typename Control>
+Control *required(const QPointer<Control> &outlet, const char *name)
+{
+    return Fatal::requireOutlet(outlet.data(), QStringLiteral("preferences pane"), name);
+}
+
+QString senderText(QObject *sender, const char *action)
+{
+    if (auto *combo = qobject_cast<QComboBox *>(sender))
+        return combo->currentText();
+    const QVariant text = sender ? sender->property("text") : QVariant();
+    if (!text.isValid())
+        Fatal::fail(QStringLiteral("%1 was sent by a control without a text").arg(QLatin1String(action)));
+    return text.toString();
+}
+
+// The check box states as the settings code counts them: 1 on, 0 off, -1 mixed.
+int senderState(QObject *sender, const char *action)
+{
+    if (auto *box = qobject_cast<QCheckBox *>(sender)) {
+        switch (box->checkState()) {
+        case Qt::Checked: return 1;
+        case Qt::PartiallyChecked: return -1;
+        case Qt::Unchecked: return 0;
+        }
+    }
+    if (auto *button = qobject_cast<QAbstractButton *>(sender))
+        return button->isChecked() ? 1 : 0;
+    Fatal::fail(QStringLiteral("%1 was sent by a control without a state").arg(QLatin1String(action)));
+}
+} // namespace
+
+Preferences::Preferences(QObject *parent)
+    : QObject(parent)
+{
+}
+
+Preferences::~Preferences()
+{
+    // The window may still hold the view; it only borrows it.
+    delete m_view.data();
+}
+
+QWidget *Preferences::preferenceView()
+{
+    if (!m_viewLoaded) {
+        m_viewLoaded = true;
+        loadView();
+        viewDidLoad();
+    }
+    if (!m_view)
+        Fatal::fail(QStringLiteral("the preferences pane has no view"));
+    return m_view;
+}
+
+QString Preferences::preferenceIdentifier() const
+{
+    return QStringLiteral("GeneralPreferencesIdentifier");
+}
+
+QString Preferences::preferenceTitle() const
+{
+    return QStringLiteral("General");
+}
+
+QIcon Preferences::preferenceIcon() const
+{
+    static const char *const names[] = {"bluetooth", "preferences-system-bluetooth", "bluetooth-active",
+                                        "bluetooth-symbolic"};
+    for (const char *name : names) {
+        const QIcon icon = QIcon::fromTheme(QLatin1String(name));
+        if (!icon.isNull())
+            return icon;
+    }
+    return QIcon(QStringLiteral(":/bluetooth.png"));
+}
+
+void Preferences::loadView()
+{
+    auto *view = new QWidget;
+    Ui::Preferences form;
+    form.setupUi(view);
+    m_finishedActionCombo = form.finishedActionCombo;
+    m_intervalCombo = form.intervalCombo;
+    m_checkForUpdates = form.checkForUpdates;
+    m_stopForErrors = form.stopForErrors;
+    m_outputPathChooserButton = form.outputPathChooserButton;
+    m_sendSoundButton = form.sendSoundButton;
+    m_checkNowButton = form.checkNowButton;
+    if (form.outputPathChooserButton->icon().isNull())
+        form.outputPathChooserButton->setIcon(view->style()->standardIcon(QStyle::SP_DirIcon));
+    // The pane is the window's whole content and the window does not stretch it.
+    view->setFixedSize(view->size().expandedTo(view->sizeHint()));
+    m_view = view;
+    connectActions();
+}
+
+void Preferences::connectActions()
+{
+    // Only what the person does writes: activated and clicked, never the
+    // programmatic changes made while filling the controls.
+    QComboBox *finished = required(m_finishedActionCombo, "finishedActionCombo");
+    connect(finished, &QComboBox::activated, this, [this, finished] { pickedCompletionAction(finished); });
+    QComboBox *interval = required(m_intervalCombo, "intervalCombo");
+    connect(interval, &QComboBox::activated, this, [this, interval] { pickedIntervalAction(interval); });
+    QCheckBox *sound = required(m_sendSoundButton, "sendSoundButton");
+    connect(sound, &QCheckBox::clicked, this, [this, sound] { soundCheckBox(sound); });
+    QCheckBox *stop = required(m_stopForErrors, "stopForErrors");
+    connect(stop, &QCheckBox::clicked, this, [this, stop] { checkStopForErrorsAction(stop); });
+    QCheckBox *updates = required(m_checkForUpdates, "checkForUpdates");
+    connect(updates, &QCheckBox::clicked, this, [this, updates] { checkUpdatesAction(updates); });
+    QPushButton *output = required(m_outputPathChooserButton, "outputPathChooserButton");
+    connect(output, &QPushButton::clicked, this, [this, output] { showOutputPathDialog(output); });
+    QPushButton *checkNow = required(m_checkNowButton, "checkNowButton");
+    connect(checkNow, &QPushButton::clicked, this, [this, checkNow] { checkForUpdates(checkNow); });
+}
+
+void Preferences::viewDidLoad()
+{
+    DW_LOG(QLatin1String("viewdidload, start"));
+    SettingsStore &settings = SettingsStore::standard();
+
+    const QString completedAction = settings.string(SettingKey::completedAction, QStringLiteral("Do Nothing"));
+    DW_LOG(QLatin1String("viewdidload : completedAction : ") + completedAction);
+    // A value that names no item leaves the combo box as it is.
+    required(m_finishedActionCombo, "finishedActionCombo")->setCurrentText(completedAction);
+
+    const QString playSound = settings.string(SettingKey::playSound, kTrue);
+    DW_LOG(QLatin1String("viewdidload : playSound : ") + playSound);
+    DW_LOG(QLatin1String("soundCheckBox : ") + playSound);
+    required(m_sendSoundButton, "sendSoundButton")->setChecked(playSound == kTrue);
+
+    const qint64 updateInterval = settings.integer(SettingKey::updateInterval, 86400);
+    DW_LOG(QLatin1String("updateInterval : ") + QString::number(updateInterval));
+    // 2419200 is written for "Year" and shown as "Month"; any other number shows nothing.
+    QString intervalName;
+    if (updateInterval == 86400)
+        intervalName = QStringLiteral("Day");
+    else if (updateInterval == 604800)
+        intervalName = QStringLiteral("Week");
+    else if (updateInterval == 2419200)
+        intervalName = QStringLiteral("Month");
+    QComboBox *interval = required(m_intervalCombo, "intervalCombo");
+    interval->setCurrentIndex(intervalName.isEmpty() ? -1 : interval->findText(intervalName));
+
+    // Logged under the sound's labels; the log has always read this way.
+    const QString checkUpdates = settings.string(SettingKey::checkUpdates, kTrue);
+    DW_LOG(QLatin1String("viewdidload : playSound : ") + checkUpdates);
+    DW_LOG(QLatin1String("soundCheckBox : ") + checkUpdates);
+    required(m_checkForUpdates, "checkForUpdates")->setChecked(checkUpdates == kTrue);
+
+    const QString stopForErrors = settings.string(SettingKey::stopForErrors, kTrue);
+    DW_LOG(QLatin1String("viewdidload : stopForErrors : ") + stopForErrors);
+    required(m_stopForErrors, "stopForErrors")->setChecked(stopForErrors == kTrue);
+
+    settings.synchronize();
+    updatePathButton();
+}
+
+void Preferences::updatePathButton()
+{
+    const QString outputPath = SettingsStore::standard().string(SettingKey::outputPath, QString());
+    DW_LOG(QLatin1String("updatePathButton : outputPath : ") + outputPath);
+    QString title;
+    if (outputPath.isEmpty()) {
+        title = QStringLiteral("Not Set");
+    } else {
+        const QString piece = FileUtils::lastPathPiece(outputPath);
+        const std::optional<QString> name = FileUrl::removingPercentEncoding(piece);
+        if (!name)
+            Fatal::fail(QStringLiteral("the output folder name \"%1\" is not valid percent-encoded UTF-8").arg(piece));
+        title = *name;
+    }
+    required(m_outputPathChooserButton, "outputPathChooserButton")->setText(title);
+}
+
+void Preferences::pickedCompletionAction(QObject *sender)
+{
+    const QString text = senderText(sender, "pickedCompletionAction");
+    DW_LOG(QLatin1String("pickedCompletionAction : ") + text);
+    SettingsStore &settings = SettingsStore::standard();
+    // Stored as it stands; the readers know the three actions.
+    settings.setObject(SettingKey::completedAction, text);
+    settings.synchronize();
+}
+
+void Preferences::pickedIntervalAction(QObject *sender)
+{
+    const QString text = senderText(sender, "pickedIntervalAction");
+    DW_LOG(QLatin1String("pickedIntervalAction : ") + text);
+    SettingsStore &settings = SettingsStore::standard();
+    // "Year" stores 28 days, which viewDidLoad shows as "Month"; "Month" itself stores nothing.
+    if (text == QLatin1String("Day"))
+        settings.setInteger(SettingKey::updateInterval, 86400);
+    else if (text == QLatin1String("Week"))
+        settings.setInteger(SettingKey::updateInterval, 604800);
+    else if (text == QLatin1String("Year"))
+        settings.setInteger(SettingKey::updateInterval, 2419200);
+    settings.synchronize();
+}
+
+void Preferences::soundCheckBox(QObject *sender)
+{
+    const int state = senderState(sender, "soundCheckBox");
+    DW_LOG(QLatin1String("soundCheckBox : ") + QString::number(state));
+    SettingsStore &settings = SettingsStore::standard();
+    if (state == 1) {
+        DW_LOG(QLatin1String("soundCheckBox : on"));
+        settings.setObject(SettingKey::playSound, kTrue);
+    } else {
+        DW_LOG(QLatin1String("soundCheckBox : off"));
+        settings.setObject(SettingKey::playSound, kFalse);
+    }
+    settings.synchronize();
+}
+
+void Preferences::checkStopForErrorsAction(QObject *sender)
+{
+    const int state = senderState(sender, "checkStopForErrorsAction");
+    // The first line carries the update action's label; the log has always read this way.
+    DW_LOG(QLatin1String("checkUpdatesAction : ") + QString::number(state));
+    SettingsStore &settings = SettingsStore::standard();
+    if (state == 1) {
+        DW_LOG(QLatin1String("stopForErrors : on"));
+        settings.setObject(SettingKey::stopForErrors, kTrue);
+    } else {
+        DW_LOG(QLatin1String("stopForErrors : off"));
+        settings.setObject(SettingKey::stopForErrors, kFalse);
+    }
+    settings.synchronize();
+}
+
+void Preferences::checkUpdatesAction(QObject *sender)
+{
+    const int state = senderState(sender, "checkUpdatesAction");
+    DW_LOG(QLatin1String("checkUpdatesAction : ") + QString::number(state));
+    SettingsStore &settings = SettingsStore::standard();
+    // Only stored: the updater picks it up at the next start.
+    if (state == 1) {
+        DW_LOG(QLatin1String("checkUpdates : on"));
+        settings.setObject(SettingKey::checkUpdates, kTrue);
+    } else {
+        DW_LOG(QLatin1String("checkUpdates : off"));
+        settings.setObject(SettingKey::checkUpdates, kFalse);
+    }
+    settings.synchronize();
+}
+
+void Preferences::checkForUpdates(QObject *sender)
+{
+    DW_LOG(QLatin1String("check for updates"));
+    AppDelegate *delegate = AppDelegate::shared();
+    if (!delegate)
+        Fatal::fail(QStringLiteral("there is no application delegate to ask for an update check"));
+    SoftwareUpdater *updater = delegate->updater();
+    if (!updater)
+        Fatal::fail(QStringLiteral("the application has no software updater"));
+    updater->checkForUpdates(sender);
+}
+
+void Preferences::showOutputPathDialog(QObject *)
+{
+    QWidget *parent = m_view ? m_view->window() : nullptr;
+    if (OutputFolderChooser::run(OutputFolderChooser::PreferencesCopy, parent))
+        updatePathButton();
+}

@@ -1,0 +1,294 @@
+#include "gui/ProgressBarWindowController.h"
+
+#include "gui/Alert.h"
+#include "core/ConversionEvents.h"
+#include "core/Converter.h"
+#include "platform/DesktopServices.h"
+#include "core/Fatal.h"
+#include "core/FileUrl.h"
+#include "core/FileUtils.h"
+#include "core/FolderBookmark.h"
+#include "core/Logging.h"
+#include "core/NotificationCenter.h"
+#include "widgets/ProgressIndicator.h"
+#include "core/SettingsStore.h"
+#include "ui_ProgressBarView.h"
+
+#include <QGuiApplication>
+#include <QLabel>
+#include <QScreen>
+#include <QUrl>
+#include <QWidget>
+
+namespace {
+const QString kProgressBarView = QStringLiteral("ProgressBarView");
+
+QString requiredSetting(const QString &key)
+{
+    if (key == SettingKey::outputPath && !SettingsStore::standard().contains(key))
+        Fatal::fail(QStringLiteral("no output folder was chosen (the setting outputPath is missing)"));
+    return SettingsStore::standard().requiredString(key);
+}
+} // namespace
+
+ProgressBarWindowController::ProgressBarWindowController(const QString &windowLayoutName, QObject *parent)
+    : QObject(parent)
+    , m_windowLayoutName(windowLayoutName)
+    , m_converter(std::make_unique<Converter>())
+{
+}
+
+ProgressBarWindowController::~ProgressBarWindowController()
+{
+    NotificationCenter::defaultCenter().removeObserver(this);
+    delete m_mainW;
+}
+
+QWidget *ProgressBarWindowController::window()
+{
+    if (!m_windowLoaded) {
+        m_windowLoaded = true;
+        windowWillLoad();
+        loadWindow();
+        // As with any window controller, only a window loaded from a layout reports it.
+        if (!m_windowLayoutName.isEmpty())
+            windowDidLoad();
+    }
+    return m_mainW;
+}
+
+void ProgressBarWindowController::windowWillLoad()
+{
+}
+
+void ProgressBarWindowController::loadWindow()
+{
+    auto *window = new QWidget(nullptr, Qt::Window | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
+    window->setAttribute(Qt::WA_QuitOnClose, false);
+    if (m_windowLayoutName == kProgressBarView) {
+        Ui::ProgressBarView form;
+        form.setupUi(window);
+        m_progressIndy = form.progressIndy;
+        m_exTextField = form.exTextField;
+        window->setWindowTitle(QGuiApplication::applicationDisplayName());
+        window->setFixedSize(window->sizeHint());
+    }
+    m_mainW = window;
+    awakeFromNib();
+    DW_LOG(QLatin1String("load window"));
+}
+
+void ProgressBarWindowController::awakeFromNib()
+{
+    DW_LOG(QLatin1String("awake from nib"));
+}
+
+void ProgressBarWindowController::windowDidLoad()
+{
+    DW_LOG(QLatin1String("windowWillLoad"));
+    const QString prezPath = SettingsStore::standard().requiredString(SettingKey::prezPath);
+    requiredExTextField()->setText(displayName(prezPath));
+}
+
+void ProgressBarWindowController::close()
+{
+    if (m_mainW)
+        m_mainW->close();
+}
+
+ProgressIndicator *ProgressBarWindowController::requiredProgressIndy() const
+{
+    return Fatal::requireOutlet(m_progressIndy.data(), QStringLiteral("progress window"), "progressIndy");
+}
+
+QLabel *ProgressBarWindowController::requiredExTextField() const
+{
+    return Fatal::requireOutlet(m_exTextField.data(), QStringLiteral("progress window"), "exTextField");
+}
+
+QString ProgressBarWindowController::convertFileUrlToPath(const QString &urlText)
+{
+    const std::optional<QString> path = FileUrl::toPath(urlText);
+    if (!path)
+        Fatal::fail(QStringLiteral("\"%1\" is not a URL with a path").arg(urlText));
+    return *path;
+}
+
+QString ProgressBarWindowController::displayName(const QString &prezPath)
+{
+    const QString name = FileUtils::lastPathPiece(prezPath);
+    const std::optional<QString> decoded = FileUrl::removingPercentEncoding(name);
+    if (!decoded)
+        Fatal::fail(QStringLiteral("the file name \"%1\" has broken percent escapes").arg(name));
+    return *decoded;
+}
+
+std::unique_ptr<Converter> ProgressBarWindowController::makeConverter(const QString &prezOrigPath)
+{
+    return std::make_unique<Converter>(prezOrigPath);
+}
+
+void ProgressBarWindowController::showWindow(QObject *sender)
+{
+    Q_UNUSED(sender)
+    // 1: the window comes up, a second call with it showing included.
+    QWidget *w = window();
+    if (!w->isVisible() && !m_placed) {
+        // Centred once; afterwards it comes back wherever the person moved it.
+        m_placed = true;
+        w->move(w->screen()->availableGeometry().center() - w->rect().center() - QPoint(0, w->height()));
+    }
+    w->show();
+    w->raise();
+    w->activateWindow();
+
+    DW_LOG(QLatin1String("showWindow"));
+    SettingsStore &settings = SettingsStore::standard();
+    const QString prezPath = settings.requiredString(SettingKey::prezPath);
+    DW_LOG(QLatin1String("prezPath : ") + prezPath);
+    requiredExTextField()->setText(displayName(prezPath));
+    requiredProgressIndy()->setDoubleValue(0);
+    const QString outputPath = requiredSetting(SettingKey::outputPath);
+    DW_LOG(QLatin1String("outputPath : ") + outputPath);
+    DW_LOG(QLatin1String("preferences window loaded"));
+    requiredProgressIndy()->setDoubleValue(0);
+    requiredProgressIndy()->setMaxValue(100.0);
+    requiredProgressIndy()->displayIfNeeded();
+
+    const QString prezPathUrl = convertFileUrlToPath(prezPath);
+    DW_LOG(QLatin1String("prezPathUrl : ") + prezPathUrl);
+    const QString outputUrlPath = convertFileUrlToPath(outputPath);
+    DW_LOG(QLatin1String("outputUrlPath : ") + outputUrlPath);
+
+    NotificationCenter &center = NotificationCenter::defaultCenter();
+    center.addObserver(this, ConversionEvents::progress, [this](const Notification &) { moveProgressBar(); });
+    center.addObserver(this, ConversionEvents::finished, [this](const Notification &) { finishedConversion(); });
+    center.addObserver(this, ConversionEvents::finishedWithErrorNotKeynote,
+                       [this](const Notification &) { finishedWithErrorNotKeynote(); });
+    center.addObserver(this, ConversionEvents::finishedWithErrorNotKeynoteFour,
+                       [this](const Notification &) { finishedWithErrorNotKeynoteFour(); });
+
+    m_converter = makeConverter(prezPathUrl);
+    m_converter->doConvert(outputUrlPath);
+
+    center.removeObserver(this, ConversionEvents::progress);
+    center.removeObserver(this, ConversionEvents::finished);
+    center.removeObserver(this, ConversionEvents::finishedWithErrorNotKeynote);
+    center.removeObserver(this, ConversionEvents::finishedWithErrorNotKeynoteFour);
+}
+
+void ProgressBarWindowController::moveProgressBar()
+{
+    DW_LOG(QLatin1String("******* Atualizar **********"));
+    requiredProgressIndy()->incrementBy(12.5);
+}
+
+void ProgressBarWindowController::reportRejectedFile(const QString &name, qint64 code, const QString &reason)
+{
+    Alert alert;
+    alert.addButton(QStringLiteral("OK"));
+    alert.setMessageText(QStringLiteral("A problem occurred."));
+    if (code == Converter::OutputNotWritten)
+        alert.setInformativeText(QStringLiteral("The file \"") + name
+                                 + QStringLiteral("\" was converted but could not be saved in the output folder.\n\n"
+                                                  "Check that the folder still exists, that you may write in it and that "
+                                                  "its disk has room. This file will be skipped."));
+    else
+        alert.setInformativeText(QStringLiteral("The file \"") + name
+                                 + QStringLiteral("\" is not a Keynote 4 file.\n\nThis converter will only convert Keynote 4 "
+                                                  "(iWork '08) files to Keynote 5 (iWork '09) files. This file will be skipped."));
+    // The converter's own words on this file, for whoever wants them.
+    if (!reason.isEmpty())
+        alert.setDetailedText(reason.left(1).toUpper() + reason.mid(1) + QLatin1Char('.'));
+    alert.runModal();
+}
+
+void ProgressBarWindowController::finishedWithErrorNotKeynoteFour()
+{
+    rejectCurrentFile();
+}
+
+void ProgressBarWindowController::finishedWithErrorNotKeynote()
+{
+    rejectCurrentFile();
+}
+
+void ProgressBarWindowController::rejectCurrentFile()
+{
+    close();
+    // A file the person stopped is no problem to report or to list.
+    const qint64 code = m_converter->errorOccurred();
+    if (code == Converter::Stopped)
+        return;
+    SettingsStore &settings = SettingsStore::standard();
+    // The name as it stands in the URL text, escapes and all.
+    const QString name = FileUtils::lastPathPiece(settings.requiredString(SettingKey::prezPath));
+    if (settings.isOn(SettingKey::stopForErrors))
+        reportRejectedFile(name, code, m_converter->errorReason());
+    saveErrorPrez(name);
+}
+
+void ProgressBarWindowController::saveErrorPrez(const QString &name)
+{
+    SettingsStore &settings = SettingsStore::standard();
+    QStringList names = settings.stringList(SettingKey::errorPrezzes, {});
+    names.append(name);
+    settings.setObject(SettingKey::errorPrezzes, names);
+    settings.synchronize();
+}
+
+void ProgressBarWindowController::finishedConversion()
+{
+    DW_LOG(QLatin1String("******* Finished **********"));
+    const QString outputPrezName = m_converter->outputPrezName();
+    DW_LOG(QLatin1String("output prezname : ") + outputPrezName);
+    SettingsStore &settings = SettingsStore::standard();
+    const QString completedAction = settings.string(SettingKey::completedAction, QStringLiteral("Do Nothing"));
+    const QString playSound = settings.string(SettingKey::playSound, QStringLiteral("true"));
+    DW_LOG(QLatin1String("soundCheckBox : ") + playSound);
+    if (playSound == QLatin1String("true"))
+        DesktopServices::instance().playSound(QStringLiteral("Glass"));
+    DW_LOG(QLatin1String("completedAction : ") + completedAction);
+
+    FileUtils::lastPathPiece(settings.requiredString(SettingKey::prezPath)); // a prezPath without a name is fatal here too
+    const QString outputPath = requiredSetting(SettingKey::outputPath);
+
+    // Two paths, computed apart: the folder part of finalPath is escaped a
+    // second time, so it serves only as the root of the reveal.
+    const QString finalPathRaw = outputPath + outputPrezName;
+    DW_LOG(QLatin1String("finalPathRaw : ") + finalPathRaw);
+    const QString finalPath = FileUrl::addingPercentEscapes(finalPathRaw);
+    DW_LOG(QLatin1String("finalPath : ") + finalPath);
+    const QString finalPathUrlPath = convertFileUrlToPath(finalPath);
+    DW_LOG(QLatin1String("finalPathUrlPath : ") + finalPathUrlPath);
+
+    if (!settings.contains(SettingKey::bookmarkData))
+        Fatal::fail(QStringLiteral("no output folder was chosen (the setting bookmarkData is missing)"));
+    FolderBookmark &bookmarks = FolderBookmark::platform();
+    const std::optional<QUrl> outUrl = bookmarks.resolve(settings.requiredData(SettingKey::bookmarkData));
+    if (!outUrl)
+        Fatal::fail(QStringLiteral("the output folder %1 no longer exists").arg(convertFileUrlToPath(outputPath)));
+    const QUrl outputFileUrl = QUrl::fromLocalFile(outUrl->toLocalFile() + outputPrezName);
+    Q_UNUSED(outputFileUrl)
+
+    const QString pathToUse = outputPath + FileUrl::addingPercentEscapes(outputPrezName);
+    DW_LOG(QLatin1String("pathToUse : ") + pathToUse);
+    const QString pathToUseBetter = convertFileUrlToPath(pathToUse);
+    DW_LOG(QLatin1String("pathToUseBetter : ") + pathToUseBetter);
+
+    if (completedAction == QLatin1String("Show in Finder")) {
+        DW_LOG(QLatin1String("show in finder"));
+        bookmarks.startAccessing(*outUrl);
+        DesktopServices::instance().revealFile(pathToUseBetter, finalPathUrlPath);
+        bookmarks.stopAccessing(*outUrl);
+        DW_LOG(QLatin1String("opened url"));
+    }
+    if (completedAction == QLatin1String("Open in Keynote")) {
+        DW_LOG(QLatin1String("opening in keynote"));
+        bookmarks.startAccessing(*outUrl);
+        DesktopServices::instance().openFile(pathToUseBetter, QStringLiteral("Keynote"));
+        bookmarks.stopAccessing(*outUrl);
+        DW_LOG(QLatin1String("opened url"));
+    }
+    close();
+}

@@ -1,0 +1,19 @@
+#include "platform/DesktopServices.h"
+
+namespace {
+DesktopServices *installedServices = nullptr;
+}
+
+DesktopServices::~DesktopServices() = default;
+
+DesktopServices &DesktopServices::instance()
+{
+    if (installedServices)
+        return *installedServices;
+    return platformServices();
+}
+
+void DesktopServices::setInstance(DesktopServices *services)
+{
+    installedServices = services;
+}

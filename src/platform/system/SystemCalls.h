@@ -1,0 +1,26 @@
+#pragma once
+
+#include <sys/types.h>
+
+// The few system calls that only some kernels have. Each build compiles one
+// implementation, chosen in CMake: linux/ has them all, posix/ answers ENOSYS
+// (or does nothing) so that the callers take their portable way instead.
+// Every function keeps errno as the call left it.
+class SystemCalls
+{
+public:
+    // Run in a child between fork and exec (async-signal-safe): the child is
+    // killed when parent ends. Returns false when parent has already gone.
+    static bool dieWithParent(pid_t parent);
+    // Copies up to length bytes from one descriptor to the other inside the
+    // kernel, from and to their current offsets: the bytes copied, 0 at the
+    // end of the source, -1 on failure.
+    static ssize_t copyFileRange(int fromDescriptor, int toDescriptor, size_t length);
+    // A regular file in folderDescriptor's folder with no name yet, open for
+    // writing; a name is given later by linking /proc/self/fd/N. -1 when the
+    // file system (or kernel) has no such files.
+    static int openUnnamedFile(int folderDescriptor, mode_t mode);
+    // Renames within one folder, failing with EEXIST rather than replacing
+    // anything, a dangling link included.
+    static int renameNoReplace(int folderDescriptor, const char *from, const char *to);
+};

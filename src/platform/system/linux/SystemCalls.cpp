@@ -1,0 +1,36 @@
+#include "platform/system/SystemCalls.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+
+#include <fcntl.h>
+#include <sys/prctl.h>
+#include <unistd.h>
+
+bool SystemCalls::dieWithParent(pid_t parent)
+{
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    // The parent may have died before the line above took effect.
+    return ::getppid() == parent;
+}
+
+ssize_t SystemCalls::copyFileRange(int fromDescriptor, int toDescriptor, size_t length)
+{
+    return ::copy_file_range(fromDescriptor, nullptr, toDescriptor, nullptr, length, 0);
+}
+
+int SystemCalls::openUnnamedFile(int folderDescriptor, mode_t mode)
+{
+    // The name is given through /proc, so without /proc the file could never be named.
+    if (::access("/proc/self/fd", X_OK) != 0) {
+        errno = EOPNOTSUPP;
+        return -1;
+    }
+    return ::openat(folderDescriptor, ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, mode);
+}
+
+int SystemCalls::renameNoReplace(int folderDescriptor, const char *from, const char *to)
+{
+    return ::renameat2(folderDescriptor, from, folderDescriptor, to, RENAME_NOREPLACE);
+}

@@ -1,0 +1,29 @@
+#include "platform/system/SystemCalls.h"
+
+#include <cerrno>
+
+// Kernels without these calls: every caller has a portable way round.
+
+bool SystemCalls::dieWithParent(pid_t)
+{
+    // Children are killed with their process group when the program ends instead.
+    return true;
+}
+
+ssize_t SystemCalls::copyFileRange(int, int, size_t)
+{
+    errno = ENOSYS;
+    return -1;
+}
+
+int SystemCalls::openUnnamedFile(int, mode_t)
+{
+    errno = EOPNOTSUPP;
+    return -1;
+}
+
+int SystemCalls::renameNoReplace(int, const char *, const char *)
+{
+    errno = ENOSYS;
+    return -1;
+}

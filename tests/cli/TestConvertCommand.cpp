@@ -1,0 +1,161 @@
+#include "support/PackageFactory.h"
+#include "support/TestSettings.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+struct Run
+{
+    int status = -1;
+    QString out;
+    QString err;
+};
+} // namespace
+
+// Drives the built program the way a script would.
+class TestConvertCommand : public QObject
+{
+    Q_OBJECT
+
+private:
+    QTemporaryDir m_work;
+    QString m_in;
+    QProcessEnvironment m_env = QProcessEnvironment::systemEnvironment();
+
+    Run deckwright(const QStringList &arguments, const QProcessEnvironment &env)
+    {
+        QProcess process;
+        process.setProcessEnvironment(env);
+        process.setWorkingDirectory(m_in);
+        process.start(QStringLiteral(DECKWRIGHT_BINARY), arguments);
+        process.waitForFinished(120000);
+        return {process.exitStatus() == QProcess::NormalExit ? process.exitCode() : -1,
+                QString::fromUtf8(process.readAllStandardOutput()), QString::fromUtf8(process.readAllStandardError())};
+    }
+    Run deckwright(const QStringList &arguments) { return deckwright(arguments, m_env); }
+
+    QString makeOut(const QString &name)
+    {
+        const QString out = m_work.filePath(name);
+        QDir().mkpath(out);
+        return out;
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY(m_work.isValid());
+        m_in = m_work.filePath(QStringLiteral("in"));
+        QDir().mkpath(m_in);
+        // The person's own settings must stay untouched: give the runs a config home to watch.
+        m_env.insert(QStringLiteral("XDG_CONFIG_HOME"), m_work.filePath(QStringLiteral("config")));
+        m_env.insert(QStringLiteral("XDG_RUNTIME_DIR"), TestSettings::isolateScratch(m_work.path()));
+        const PackageFactory factory(m_in);
+        factory.make(QStringLiteral("First Talk.key"));
+        factory.make(QStringLiteral("Second.Talk.key"));
+        factory.make(QStringLiteral("Newer.key"), PackageFactory::keynoteFiveDocument());
+        factory.makeWithoutIndex(QStringLiteral("Empty.key"));
+        QFile pdf(m_in + QStringLiteral("/Talk.pdf"));
+        QVERIFY(pdf.open(QIODevice::WriteOnly));
+    }
+
+    void printsOneLinePerPackageInOrder()
+    {
+        const QString out = makeOut(QStringLiteral("out1"));
+        const Run run = deckwright({QStringLiteral("convert"), QStringLiteral("--output"), out,
+                                    QStringLiteral("First Talk.key"), m_in + QStringLiteral("/Second.Talk.key/"),
+                                    QStringLiteral("Newer.key"), QStringLiteral("notes.txt"), QStringLiteral("Empty.key"), QStringLiteral("Talk.pdf"),
+                                    QStringLiteral("First Talk.key")});
+        QCOMPARE(run.status, 1);
+        QCOMPARE(run.out.split(QLatin1Char('\n')), QStringList({
+            QStringLiteral("converted: First Talk.key -> %1/First Talk.key").arg(out),
+            QStringLiteral("converted: %1/Second.Talk.key/ -> %2/Second.Talk.key").arg(m_in, out),
+            QStringLiteral("skipped: Newer.key: not a Keynote 4 file (already in the Keynote '09 format)"),
+            QStringLiteral("skipped: notes.txt: not found"),
+            QStringLiteral("skipped: Empty.key: not a Keynote 4 file (index.apxl.gz is missing)"),
+            QStringLiteral("skipped: Talk.pdf: not a Keynote file (its name does not end in .key)"),
+            QStringLiteral("converted: First Talk.key -> %1/First Talk.1.key").arg(out),
+            QString(),
+        }));
+        QCOMPARE(run.err, QString());
+        QCOMPARE(QDir(out).entryList(QDir::Files | QDir::Hidden),
+                 QStringList({QStringLiteral("First Talk.1.key"), QStringLiteral("First Talk.key"), QStringLiteral("Second.Talk.key")}));
+        QVERIFY(!QFileInfo::exists(m_work.filePath(QStringLiteral("config"))));
+    }
+
+    void exitsZeroWhenEverythingConverted()
+    {
+        const QString out = makeOut(QStringLiteral("out2"));
+        const Run run = deckwright({QStringLiteral("convert"), QStringLiteral("--output=") + out, QStringLiteral("First Talk.key")});
+        QCOMPARE(run.status, 0);
+        QVERIFY(run.out.startsWith(QStringLiteral("converted: ")));
+    }
+
+    void usageErrors_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QString>("reason");
+        const QString out = m_work.filePath(QStringLiteral("out3"));
+        QDir().mkpath(out);
+        const QString file = m_in + QStringLiteral("/First Talk.key/index.apxl.gz");
+        QTest::newRow("no package") << QStringList{QStringLiteral("convert"), QStringLiteral("--output"), out} << "no package given";
+        QTest::newRow("no output") << QStringList{QStringLiteral("convert"), QStringLiteral("First Talk.key")} << "no output folder given";
+        QTest::newRow("output without value") << QStringList{QStringLiteral("convert"), QStringLiteral("--output")} << "Missing value after '--output'";
+        QTest::newRow("missing folder") << QStringList{QStringLiteral("convert"), QStringLiteral("-o"), out + QStringLiteral("/nope"), QStringLiteral("x.key")} << "does not exist";
+        QTest::newRow("not a folder") << QStringList{QStringLiteral("convert"), QStringLiteral("-o"), file, QStringLiteral("x.key")} << "is not a folder";
+        QTest::newRow("unknown option") << QStringList{QStringLiteral("convert"), QStringLiteral("--fast")} << "Unknown option 'fast'";
+        QTest::newRow("two output folders") << QStringList{QStringLiteral("convert"), QStringLiteral("-o"), out, QStringLiteral("-o"), out, QStringLiteral("x.key")} << "only one output folder";
+    }
+
+    void usageErrors()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(QString, reason);
+        const Run run = deckwright(arguments);
+        QCOMPARE(run.status, 2);
+        QCOMPARE(run.out, QString());
+        const QStringList lines = run.err.trimmed().split(QLatin1Char('\n'));
+        QVERIFY2(lines.first().startsWith(QStringLiteral("deckwright convert: ")) && lines.first().contains(reason), qPrintable(run.err));
+    }
+
+    void refusesAnOutputFolderItCannotWrite()
+    {
+        // Root writes anywhere; an unprivileged user does not.
+        if (QProcess::execute(QStringLiteral("sh"), {QStringLiteral("-c"), QStringLiteral("command -v setpriv >/dev/null && id nobody >/dev/null")}) != 0)
+            QSKIP("setpriv or the user nobody is missing, so no unprivileged run is possible");
+        const QString out = makeOut(QStringLiteral("locked"));
+        ::chmod(QFile::encodeName(out).constData(), 0555);
+        ::chmod(QFile::encodeName(m_work.path()).constData(), 0755);
+        QProcess process;
+        process.start(QStringLiteral("setpriv"), {QStringLiteral("--reuid=nobody"), QStringLiteral("--regid=nogroup"),
+                                                  QStringLiteral("--clear-groups"), QStringLiteral(DECKWRIGHT_BINARY),
+                                                  QStringLiteral("convert"), QStringLiteral("-o"), out, QStringLiteral("x.key")});
+        process.waitForFinished();
+        QCOMPARE(process.exitCode(), 2);
+        QVERIFY(QString::fromUtf8(process.readAllStandardError()).contains(QStringLiteral("is not writable")));
+    }
+
+    void helpAndVersion()
+    {
+        Run run = deckwright({QStringLiteral("--help")});
+        QCOMPARE(run.status, 0);
+        QVERIFY(run.out.contains(QStringLiteral("deckwright convert --output DIR PACKAGE...")));
+        run = deckwright({QStringLiteral("convert"), QStringLiteral("--help")});
+        QCOMPARE(run.status, 0);
+        QVERIFY(run.out.contains(QStringLiteral("skipped: PACKAGE: not a Keynote 4 file (REASON)")));
+        QVERIFY(run.out.contains(QStringLiteral("failed: PACKAGE: could not write OUTPUT_FILE (REASON)")));
+        run = deckwright({QStringLiteral("--version")});
+        QCOMPARE(run.status, 0);
+        QVERIFY(run.out.startsWith(QStringLiteral("Deckwright ")));
+    }
+};
+
+QTEST_GUILESS_MAIN(TestConvertCommand)
+#include "TestConvertCommand.moc"
