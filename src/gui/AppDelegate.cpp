@@ -4,59 +4,20 @@
 #include "gui/Alert.h"
 #include "gui/BuildConfig.h"
 #include "platform/DesktopServices.h"
-#include "core/Fatal.h"
 #include "core/Logging.h"
-#include "gui/MainWindow.h"
 #include "gui/OpenPanel.h"
 #include "gui/OutputFolderChooser.h"
-#include "widgets/PanelButton.h"
 #include "gui/Preferences.h"
 #include "widgets/PreferencesWindowController.h"
 #include "gui/ProgressBarWindowController.h"
 #include "core/SettingsStore.h"
+#include "gui/SoftwareUpdateDialog.h"
 #include "gui/SoftwareUpdater.h"
 #include "ui_MainWindow.h"
 
 #include <QApplication>
 #include <QDebug>
-#include <QEnterEvent>
-#include <QFile>
-#include <QFontDatabase>
-#include <QImageReader>
-#include <QLabel>
-#include <QPushButton>
-#include <QScreen>
-#include <QStyle>
 #include <QTimer>
-
-namespace {
-AppDelegate *sharedDelegate = nullptr;
-
-const QString kAdvancedImageName = QStringLiteral("NSAdvanced");
-const QString kKeynoteIcon = QStringLiteral("KeynoteIcon");
-
-template <typename T>
-T *required(const QPointer<T> &outlet, const char *name)
-{
-    return Fatal::requireOutlet(outlet.data(), QStringLiteral("main window"), name);
-}
-
-// The platform's standard images: the desktop theme's, or Qt's own.
-QIcon standardImage(const QString &name)
-{
-    if (name == kAdvancedImageName)
-        return QIcon::fromTheme(QStringLiteral("preferences-system"),
-                                QIcon::fromTheme(QStringLiteral("preferences-other"),
-                                                 qApp->style()->standardIcon(QStyle::SP_FileDialogDetailedView)));
-    return QIcon::fromTheme(QStringLiteral("dialog-information"),
-                            qApp->style()->standardIcon(QStyle::SP_MessageBoxInformation));
-}
-} // namespace
-
-AppDelegate *AppDelegate::shared()
-{
-    return sharedDelegate;
-}
 
 AppDelegate::AppDelegate(QObject *parent)
     : QObject(parent)
@@ -66,22 +27,15 @@ AppDelegate::AppDelegate(QObject *parent)
     , m_preferencesWindowController(std::make_unique<ProgressBarWindowController>())
 {
     m_preferencesWindowController->window();
-    sharedDelegate = this;
 
-    // The main window and its outlets, as its form connects them.
     m_window = new MainWindow;
     m_window->setAttribute(Qt::WA_QuitOnClose, false);
     Ui::MainWindow &ui = m_window->ui();
-    m_openButton = ui.openButton;
-    m_preferencesLabel = ui.preferencesLabel;
-    m_preferencesButton = ui.preferencesButton;
-    m_openFileButton = ui.openFileButton;
-    m_moreInfoButton = ui.moreInfoButton;
-    m_backgroundImage = ui.backgroundImage;
-    m_closeMenuItem = ui.closeMenuItem;
     m_updater = new SoftwareUpdater(this);
+    new SoftwareUpdateDialog(m_updater);
 
     connect(m_window, &MainWindow::windowWillClose, this, &AppDelegate::windowWillClose);
+    connect(m_window, &MainWindow::preferencesHeaderClicked, this, &AppDelegate::clickOnPreferencesText);
     connect(ui.openMenuItem, &QAction::triggered, this, &AppDelegate::openFileMenuItem);
     connect(ui.closeMenuItem, &QAction::triggered, this, &AppDelegate::closeMainWindow);
     connect(ui.preferencesMenuItem, &QAction::triggered, this, &AppDelegate::showPreferencesPane);
@@ -98,8 +52,6 @@ AppDelegate::AppDelegate(QObject *parent)
 
 AppDelegate::~AppDelegate()
 {
-    if (sharedDelegate == this)
-        sharedDelegate = nullptr;
     delete m_window;
 }
 
@@ -108,33 +60,15 @@ AppDelegate::~AppDelegate()
 void AppDelegate::applicationDidFinishLaunching()
 {
     SettingsStore &settings = SettingsStore::standard();
-    SoftwareUpdater *updater = required(QPointer<SoftwareUpdater>(m_updater), "updater");
+    SoftwareUpdater *updater = m_updater;
     updater->setUpdateCheckInterval(double(settings.integer(SettingKey::updateInterval, 86400)));
     const QString checkForUpdatesPref = settings.string(SettingKey::checkUpdates, QStringLiteral("true"));
     DW_LOG(QLatin1String("checkForUpdatesPref : ") + checkForUpdatesPref);
     updater->setAutomaticallyChecksForUpdates(checkForUpdatesPref == QLatin1String("true"));
 
-    const QString background = QStringLiteral(":/MainBackground3.tiff");
-    if (QFile::exists(background)) {
-        QPixmap picture(background);
-        if (!picture.isNull()) {
-            // Shown at 475 x 305 points, whatever its pixel size.
-            picture.setDevicePixelRatio(picture.width() / 475.0);
-            required(m_backgroundImage, "backgroundImage")->setPixmap(picture);
-        }
-    }
-
-    m_prefs->setPreferencesViewControllers({std::make_shared<Preferences>()});
+    m_prefs->setPreferencesViewControllers({std::make_shared<Preferences>(m_updater)});
     m_prefs->setShowToolbarWithSingleViewController(false);
-
-    buildPanel(required(m_preferencesButton, "preferencesButton"), QStringLiteral("Preferences"),
-               QStringLiteral("Configure ouput and settings."), kAdvancedImageName);
-    buildPanel(required(m_openFileButton, "openFileButton"), QStringLiteral("Open"),
-               QStringLiteral("Choose file or files to convert."), kKeynoteIcon);
-    buildPanel(required(m_moreInfoButton, "moreInfoButton"), QStringLiteral("Feedback & Support"),
-               QStringLiteral("Send feedback, ask questions, report problems."), QStringLiteral("NSInfo"));
-    required(m_closeMenuItem, "closeMenuItem");
-    required(m_window, "window");
+    m_window->buildContent();
     DW_LOG(QLatin1String("applicationDidFinishLaunching"));
 
     // The settings are in place: automatic checks may begin.
@@ -151,7 +85,7 @@ bool AppDelegate::applicationShouldHandleReopen(bool hasVisibleWindows)
 void AppDelegate::windowWillClose()
 {
     DW_LOG(QLatin1String("window is closing"));
-    required(m_closeMenuItem, "closeMenuItem")->setEnabled(false);
+    m_window->ui().closeMenuItem->setEnabled(false);
 }
 
 void AppDelegate::applicationWillTerminate()
@@ -162,21 +96,13 @@ void AppDelegate::applicationWillTerminate()
 
 void AppDelegate::showMainWindow()
 {
-    MainWindow *window = required(m_window, "window");
-    if (!m_windowPlaced) {
-        m_windowPlaced = true;
-        window->adjustSize();
-        window->move(window->screen()->availableGeometry().center() - window->rect().center());
-    }
-    window->show();
-    window->raise();
-    window->activateWindow();
-    required(m_closeMenuItem, "closeMenuItem")->setEnabled(true);
+    m_window->present();
+    m_window->ui().closeMenuItem->setEnabled(true);
 }
 
 void AppDelegate::closeMainWindow()
 {
-    required(m_window, "window")->setVisible(false);
+    m_window->setVisible(false);
 }
 
 void AppDelegate::showOpenDialog()
@@ -191,7 +117,7 @@ void AppDelegate::openFileMenuItem()
 
 void AppDelegate::showOutputPathDialog()
 {
-    OutputFolderChooser::run(OutputFolderChooser::ApplicationCopy);
+    OutputFolderChooser::run(OutputFolderChooser::Batch);
 }
 
 void AppDelegate::showPreferencesPane()
@@ -349,105 +275,4 @@ void AppDelegate::runPendingBatches()
     for (const QString &path : paths)
         urls.append(OpenPanel::urlForPath(path, true));
     convertBatch(urls);
-}
-
-// ---- The panels --------------------------------------------------------
-
-QLabel *AppDelegate::makeHeaderLabel(const QString &text)
-{
-    auto *label = new QLabel;
-    // Sized as the desktop the layout was drawn for measures it: 14 units, one unit a pixel.
-    QFont font(QStringLiteral("Helvetica"));
-    font.setPixelSize(14);
-    font.setBold(true);
-    label->setFont(font);
-    label->setGeometry(50, 5, 220, 40);
-    label->setTextInteractionFlags(Qt::NoTextInteraction);
-    label->setAlignment(Qt::AlignLeft | Qt::AlignTop);
-    label->setTextFormat(Qt::PlainText);
-    label->setText(text);
-    QPalette palette = label->palette();
-    palette.setColor(QPalette::WindowText, Qt::black);
-    label->setPalette(palette);
-    label->setAutoFillBackground(false);
-    return label;
-}
-
-QLabel *AppDelegate::makeBodyTextLabel(const QString &text)
-{
-    QLabel *label = makeHeaderLabel(text);
-    QFont font(QStringLiteral("Helvetica"));
-    font.setPointSizeF(QFontDatabase::systemFont(QFontDatabase::GeneralFont).pointSizeF());
-    label->setFont(font);
-    label->setGeometry(50, 23, 280, 40);
-    return label;
-}
-
-QLabel *AppDelegate::makeImageFromPath(const QString &filePath)
-{
-    DW_LOG(QLatin1String("filePath ") + filePath);
-    QIcon image = standardImage(QStringLiteral("NSInfo"));
-    if (filePath == kAdvancedImageName)
-        image = standardImage(kAdvancedImageName);
-    if (filePath == kKeynoteIcon) {
-        const QString resource = QStringLiteral(":/KeynoteIcon.png");
-        if (!QFile::exists(resource))
-            Fatal::fail(QStringLiteral("the picture KeynoteIcon.png is missing from the application"));
-        image = QIcon(resource);
-    }
-    auto *view = new QLabel;
-    view->setGeometry(5, 5, 34, 38);
-    view->setAlignment(Qt::AlignCenter);
-    view->setPixmap(image.pixmap(QSize(34, 38)));
-    view->setProperty("imageName", filePath);
-    return view;
-}
-
-void AppDelegate::buildPanel(PanelButton *panel, const QString &header, const QString &body, const QString &icon)
-{
-    QLabel *headerLabel = makeHeaderLabel(header);
-    QLabel *bodyLabel = makeBodyTextLabel(body);
-    QLabel *image = makeImageFromPath(icon);
-    for (QLabel *child : {headerLabel, bodyLabel, image}) {
-        child->setParent(panel);
-        child->show();
-    }
-    if (panel == m_preferencesButton) {
-        m_preferencesHeaderLabel = headerLabel;
-        headerLabel->installEventFilter(this);
-    }
-    // Hover tracking over the panel, for as long as the window lives.
-    panel->setAttribute(Qt::WA_Hover);
-    panel->installEventFilter(this);
-}
-
-bool AppDelegate::eventFilter(QObject *watched, QEvent *event)
-{
-    if (watched == m_preferencesHeaderLabel && event->type() == QEvent::MouseButtonRelease) {
-        clickOnPreferencesText(); // the panel still gets the click
-        return false;
-    }
-    if (watched == m_preferencesButton || watched == m_openFileButton || watched == m_moreInfoButton) {
-        if (event->type() == QEvent::Enter)
-            mouseEntered(static_cast<QEnterEvent *>(event)->globalPosition());
-        else if (event->type() == QEvent::Leave)
-            mouseExited();
-    }
-    return QObject::eventFilter(watched, event);
-}
-
-void AppDelegate::mouseEntered(const QPointF &globalPosition)
-{
-    for (PanelButton *panel : {m_preferencesButton.data(), m_openFileButton.data(), m_moreInfoButton.data()}) {
-        if (panel && panel->rect().contains(panel->mapFromGlobal(globalPosition).toPoint()))
-            panel->setBordered(true);
-    }
-}
-
-void AppDelegate::mouseExited()
-{
-    for (PanelButton *panel : {m_preferencesButton.data(), m_openFileButton.data(), m_moreInfoButton.data()}) {
-        if (panel)
-            panel->setBordered(false);
-    }
 }

@@ -1,13 +1,39 @@
 #include "gui/MainWindow.h"
 
+#include "core/Fatal.h"
+#include "core/Logging.h"
 #include "ui_MainWindow.h"
+#include "widgets/PanelButton.h"
 
+#include <QApplication>
 #include <QCloseEvent>
+#include <QEnterEvent>
+#include <QFile>
+#include <QFontDatabase>
+#include <QLabel>
 #include <QLayout>
+#include <QScreen>
+#include <QStyle>
+
+namespace {
+const QString kAdvancedImageName = QStringLiteral("NSAdvanced");
+const QString kKeynoteIcon = QStringLiteral("KeynoteIcon");
+
+// The platform's standard images: the desktop theme's, or Qt's own.
+QIcon standardImage(const QString &name)
+{
+    if (name == kAdvancedImageName)
+        return QIcon::fromTheme(QStringLiteral("preferences-system"),
+                                QIcon::fromTheme(QStringLiteral("preferences-other"),
+                                                 qApp->style()->standardIcon(QStyle::SP_FileDialogDetailedView)));
+    return QIcon::fromTheme(QStringLiteral("dialog-information"),
+                            qApp->style()->standardIcon(QStyle::SP_MessageBoxInformation));
+}
+} // namespace
 
 MainWindow::MainWindow(QWidget *parent)
     : QMainWindow(parent)
-    , m_ui(std::make_unique<Ui::MainWindow>())
+    , m_ui(new Ui::MainWindow)
 {
     m_ui->setupUi(this);
     setWindowIcon(QIcon(QStringLiteral(":/icons/hicolor/256x256/apps/deckwright.png")));
@@ -16,8 +42,142 @@ MainWindow::MainWindow(QWidget *parent)
 
 MainWindow::~MainWindow() = default;
 
+void MainWindow::buildContent()
+{
+    const QString background = QStringLiteral(":/MainBackground3.tiff");
+    if (QFile::exists(background)) {
+        QPixmap picture(background);
+        if (!picture.isNull()) {
+            // Shown at 475 x 305 points, whatever its pixel size.
+            picture.setDevicePixelRatio(picture.width() / 475.0);
+            m_ui->backgroundImage->setPixmap(picture);
+        }
+    }
+    buildPanel(m_ui->preferencesButton, QStringLiteral("Preferences"), QStringLiteral("Configure ouput and settings."),
+               kAdvancedImageName);
+    buildPanel(m_ui->openFileButton, QStringLiteral("Open"), QStringLiteral("Choose file or files to convert."),
+               kKeynoteIcon);
+    buildPanel(m_ui->moreInfoButton, QStringLiteral("Feedback & Support"),
+               QStringLiteral("Send feedback, ask questions, report problems."), QStringLiteral("NSInfo"));
+}
+
+void MainWindow::present()
+{
+    if (!m_placed) {
+        m_placed = true;
+        adjustSize();
+        move(screen()->availableGeometry().center() - rect().center());
+    }
+    show();
+    raise();
+    activateWindow();
+}
+
 void MainWindow::closeEvent(QCloseEvent *event)
 {
     Q_EMIT windowWillClose();
     event->accept(); // the window hides; nothing is destroyed
+}
+
+QLabel *MainWindow::makeHeaderLabel(const QString &text)
+{
+    auto *label = new QLabel;
+    // Sized as the desktop the layout was drawn for measures it: 14 units, one unit a pixel.
+    QFont font(QStringLiteral("Helvetica"));
+    font.setPixelSize(14);
+    font.setBold(true);
+    label->setFont(font);
+    label->setGeometry(50, 5, 220, 40);
+    label->setTextInteractionFlags(Qt::NoTextInteraction);
+    label->setAlignment(Qt::AlignLeft | Qt::AlignTop);
+    label->setTextFormat(Qt::PlainText);
+    label->setText(text);
+    QPalette palette = label->palette();
+    palette.setColor(QPalette::WindowText, Qt::black);
+    label->setPalette(palette);
+    label->setAutoFillBackground(false);
+    return label;
+}
+
+QLabel *MainWindow::makeBodyTextLabel(const QString &text)
+{
+    QLabel *label = makeHeaderLabel(text);
+    QFont font(QStringLiteral("Helvetica"));
+    font.setPointSizeF(QFontDatabase::systemFont(QFontDatabase::GeneralFont).pointSizeF());
+    label->setFont(font);
+    label->setGeometry(50, 23, 280, 40);
+    return label;
+}
+
+QLabel *MainWindow::makeImageFromPath(const QString &filePath)
+{
+    DW_LOG(QLatin1String("filePath ") + filePath);
+    QIcon image = standardImage(QStringLiteral("NSInfo"));
+    if (filePath == kAdvancedImageName)
+        image = standardImage(kAdvancedImageName);
+    if (filePath == kKeynoteIcon) {
+        const QString resource = QStringLiteral(":/KeynoteIcon.png");
+        if (!QFile::exists(resource))
+            Fatal::fail(QStringLiteral("the picture KeynoteIcon.png is missing from the application"));
+        image = QIcon(resource);
+    }
+    auto *view = new QLabel;
+    view->setGeometry(5, 5, 34, 38);
+    view->setAlignment(Qt::AlignCenter);
+    view->setPixmap(image.pixmap(QSize(34, 38)));
+    view->setProperty("imageName", filePath);
+    return view;
+}
+
+void MainWindow::buildPanel(PanelButton *panel, const QString &header, const QString &body, const QString &icon)
+{
+    QLabel *headerLabel = makeHeaderLabel(header);
+    QLabel *bodyLabel = makeBodyTextLabel(body);
+    QLabel *image = makeImageFromPath(icon);
+    for (QLabel *child : {headerLabel, bodyLabel, image}) {
+        child->setParent(panel);
+        child->show();
+    }
+    if (panel == m_ui->preferencesButton) {
+        m_preferencesHeaderLabel = headerLabel;
+        headerLabel->installEventFilter(this);
+    }
+    // Hover tracking over the panel, for as long as the window lives.
+    panel->setAttribute(Qt::WA_Hover);
+    panel->installEventFilter(this);
+}
+
+QList<PanelButton *> MainWindow::panels() const
+{
+    return {m_ui->preferencesButton, m_ui->openFileButton, m_ui->moreInfoButton};
+}
+
+bool MainWindow::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_preferencesHeaderLabel && event->type() == QEvent::MouseButtonRelease) {
+        Q_EMIT preferencesHeaderClicked(); // the panel still gets the click
+        return false;
+    }
+    auto *panel = qobject_cast<PanelButton *>(watched);
+    if (panel && panels().contains(panel)) {
+        if (event->type() == QEvent::Enter)
+            mouseEntered(static_cast<QEnterEvent *>(event)->globalPosition());
+        else if (event->type() == QEvent::Leave)
+            mouseExited();
+    }
+    return QMainWindow::eventFilter(watched, event);
+}
+
+void MainWindow::mouseEntered(const QPointF &globalPosition)
+{
+    for (PanelButton *panel : panels()) {
+        if (panel->rect().contains(panel->mapFromGlobal(globalPosition).toPoint()))
+            panel->setBordered(true);
+    }
+}
+
+void MainWindow::mouseExited()
+{
+    for (PanelButton *panel : panels())
+        panel->setBordered(false);
 }

@@ -10,7 +10,7 @@
 #include <QFileInfo>
 #include <QtGlobal>
 
-bool OutputFolderChooser::run(Copy copy, QWidget *parent)
+bool OutputFolderChooser::run(Origin origin, QWidget *parent)
 {
     DW_LOG(QLatin1String("showOutputPathDialog"));
     OpenPanel panel;
@@ -28,8 +28,8 @@ bool OutputFolderChooser::run(Copy copy, QWidget *parent)
         panel.setDirectory(QFileInfo(*path).absolutePath());
     const OpenPanel::Response response = panel.runModal(parent);
 
-    if (copy == ApplicationCopy) {
-        // This copy goes by whether the panel holds a folder, not by its answer.
+    if (origin == Batch) {
+        // A batch goes by whether the panel holds a folder, not by its answer.
         if (panel.urls().isEmpty())
             return false;
     } else {
@@ -40,7 +40,7 @@ bool OutputFolderChooser::run(Copy copy, QWidget *parent)
 
     const QUrl url = panel.url();
     const QString absoluteString = url.toString(QUrl::FullyEncoded);
-    DW_LOG((copy == ApplicationCopy ? QLatin1String("chosenfile ") : QLatin1String("chosensavefile ")) + absoluteString);
+    DW_LOG((origin == Batch ? QLatin1String("chosenfile ") : QLatin1String("chosensavefile ")) + absoluteString);
     DW_LOG(QLatin1String("outputPath : ") + absoluteString);
     SettingsStore &settings = SettingsStore::standard();
     settings.setObject(SettingKey::outputPath, absoluteString);

@@ -3,14 +3,17 @@
 class QWidget;
 
 // Asks for the folder that receives converted presentations and keeps it as
-// outputPath (its URL text) and bookmarkData (a lasting handle on it). The
-// application and the preferences pane each run their own copy, which differ
-// in how they read the dialog's answer and in what they log.
+// outputPath (its URL text) and bookmarkData (a lasting handle on it). Asked
+// from two places, which differ in how they read the dialog's answer and in
+// what they log: a batch that has no output folder yet, and the preferences pane.
 class OutputFolderChooser
 {
 public:
-    enum Copy { ApplicationCopy, PreferencesCopy };
+    enum Origin {
+        Batch,          // a batch is about to start and no folder was ever chosen
+        PreferencesPane // the person asked for another folder in the preferences
+    };
 
     // Returns whether a folder was stored.
-    static bool run(Copy copy, QWidget *parent = nullptr);
+    static bool run(Origin origin, QWidget *parent = nullptr);
 };

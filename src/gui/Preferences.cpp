@@ -1,6 +1,5 @@
 #include "gui/Preferences.h"
 
-#include "gui/AppDelegate.h"
 #include "core/Fatal.h"
 #include "core/FileUrl.h"
 #include "core/FileUtils.h"
@@ -20,12 +19,6 @@
 namespace {
 const QString kTrue = QStringLiteral("true");
 const QString kFalse = QStringLiteral("false");
-
-template <typename Control>
-Control *required(const QPointer<Control> &outlet, const char *name)
-{
-    return Fatal::requireOutlet(outlet.data(), QStringLiteral("preferences pane"), name);
-}
 
 QString senderText(QObject *sender, const char *action)
 {
@@ -53,8 +46,9 @@ int senderState(QObject *sender, const char *action)
 }
 } // namespace
 
-Preferences::Preferences(QObject *parent)
+Preferences::Preferences(SoftwareUpdater *updater, QObject *parent)
     : QObject(parent)
+    , m_updater(updater)
 {
 }
 
@@ -101,17 +95,10 @@ QIcon Preferences::preferenceIcon() const
 void Preferences::loadView()
 {
     auto *view = new QWidget;
-    Ui::Preferences form;
-    form.setupUi(view);
-    m_finishedActionCombo = form.finishedActionCombo;
-    m_intervalCombo = form.intervalCombo;
-    m_checkForUpdates = form.checkForUpdates;
-    m_stopForErrors = form.stopForErrors;
-    m_outputPathChooserButton = form.outputPathChooserButton;
-    m_sendSoundButton = form.sendSoundButton;
-    m_checkNowButton = form.checkNowButton;
-    if (form.outputPathChooserButton->icon().isNull())
-        form.outputPathChooserButton->setIcon(view->style()->standardIcon(QStyle::SP_DirIcon));
+    m_ui.reset(new Ui::Preferences);
+    m_ui->setupUi(view);
+    if (m_ui->outputPathChooserButton->icon().isNull())
+        m_ui->outputPathChooserButton->setIcon(view->style()->standardIcon(QStyle::SP_DirIcon));
     // The pane is the window's whole content and the window does not stretch it.
     view->setFixedSize(view->size().expandedTo(view->sizeHint()));
     m_view = view;
@@ -122,20 +109,15 @@ void Preferences::connectActions()
 {
     // Only what the person does writes: activated and clicked, never the
     // programmatic changes made while filling the controls.
-    QComboBox *finished = required(m_finishedActionCombo, "finishedActionCombo");
-    connect(finished, &QComboBox::activated, this, [this, finished] { pickedCompletionAction(finished); });
-    QComboBox *interval = required(m_intervalCombo, "intervalCombo");
-    connect(interval, &QComboBox::activated, this, [this, interval] { pickedIntervalAction(interval); });
-    QCheckBox *sound = required(m_sendSoundButton, "sendSoundButton");
-    connect(sound, &QCheckBox::clicked, this, [this, sound] { soundCheckBox(sound); });
-    QCheckBox *stop = required(m_stopForErrors, "stopForErrors");
-    connect(stop, &QCheckBox::clicked, this, [this, stop] { checkStopForErrorsAction(stop); });
-    QCheckBox *updates = required(m_checkForUpdates, "checkForUpdates");
-    connect(updates, &QCheckBox::clicked, this, [this, updates] { checkUpdatesAction(updates); });
-    QPushButton *output = required(m_outputPathChooserButton, "outputPathChooserButton");
-    connect(output, &QPushButton::clicked, this, [this, output] { showOutputPathDialog(output); });
-    QPushButton *checkNow = required(m_checkNowButton, "checkNowButton");
-    connect(checkNow, &QPushButton::clicked, this, [this, checkNow] { checkForUpdates(checkNow); });
+    Ui::Preferences &ui = *m_ui;
+    connect(ui.finishedActionCombo, &QComboBox::activated, this, [this] { pickedCompletionAction(m_ui->finishedActionCombo); });
+    connect(ui.intervalCombo, &QComboBox::activated, this, [this] { pickedIntervalAction(m_ui->intervalCombo); });
+    connect(ui.sendSoundButton, &QCheckBox::clicked, this, [this] { soundCheckBox(m_ui->sendSoundButton); });
+    connect(ui.stopForErrors, &QCheckBox::clicked, this, [this] { checkStopForErrorsAction(m_ui->stopForErrors); });
+    connect(ui.checkForUpdates, &QCheckBox::clicked, this, [this] { checkUpdatesAction(m_ui->checkForUpdates); });
+    connect(ui.outputPathChooserButton, &QPushButton::clicked, this,
+            [this] { showOutputPathDialog(m_ui->outputPathChooserButton); });
+    connect(ui.checkNowButton, &QPushButton::clicked, this, [this] { checkForUpdates(m_ui->checkNowButton); });
 }
 
 void Preferences::viewDidLoad()
@@ -146,12 +128,12 @@ void Preferences::viewDidLoad()
     const QString completedAction = settings.string(SettingKey::completedAction, QStringLiteral("Do Nothing"));
     DW_LOG(QLatin1String("viewdidload : completedAction : ") + completedAction);
     // A value that names no item leaves the combo box as it is.
-    required(m_finishedActionCombo, "finishedActionCombo")->setCurrentText(completedAction);
+    m_ui->finishedActionCombo->setCurrentText(completedAction);
 
     const QString playSound = settings.string(SettingKey::playSound, kTrue);
     DW_LOG(QLatin1String("viewdidload : playSound : ") + playSound);
     DW_LOG(QLatin1String("soundCheckBox : ") + playSound);
-    required(m_sendSoundButton, "sendSoundButton")->setChecked(playSound == kTrue);
+    m_ui->sendSoundButton->setChecked(playSound == kTrue);
 
     const qint64 updateInterval = settings.integer(SettingKey::updateInterval, 86400);
     DW_LOG(QLatin1String("updateInterval : ") + QString::number(updateInterval));
@@ -163,18 +145,18 @@ void Preferences::viewDidLoad()
         intervalName = QStringLiteral("Week");
     else if (updateInterval == 2419200)
         intervalName = QStringLiteral("Month");
-    QComboBox *interval = required(m_intervalCombo, "intervalCombo");
+    QComboBox *interval = m_ui->intervalCombo;
     interval->setCurrentIndex(intervalName.isEmpty() ? -1 : interval->findText(intervalName));
 
     // Logged under the sound's labels; the log has always read this way.
     const QString checkUpdates = settings.string(SettingKey::checkUpdates, kTrue);
     DW_LOG(QLatin1String("viewdidload : playSound : ") + checkUpdates);
     DW_LOG(QLatin1String("soundCheckBox : ") + checkUpdates);
-    required(m_checkForUpdates, "checkForUpdates")->setChecked(checkUpdates == kTrue);
+    m_ui->checkForUpdates->setChecked(checkUpdates == kTrue);
 
     const QString stopForErrors = settings.string(SettingKey::stopForErrors, kTrue);
     DW_LOG(QLatin1String("viewdidload : stopForErrors : ") + stopForErrors);
-    required(m_stopForErrors, "stopForErrors")->setChecked(stopForErrors == kTrue);
+    m_ui->stopForErrors->setChecked(stopForErrors == kTrue);
 
     settings.synchronize();
     updatePathButton();
@@ -194,7 +176,7 @@ void Preferences::updatePathButton()
             Fatal::fail(QStringLiteral("the output folder name \"%1\" is not valid percent-encoded UTF-8").arg(piece));
         title = *name;
     }
-    required(m_outputPathChooserButton, "outputPathChooserButton")->setText(title);
+    m_ui->outputPathChooserButton->setText(title);
 }
 
 void Preferences::pickedCompletionAction(QObject *sender)
@@ -222,68 +204,48 @@ void Preferences::pickedIntervalAction(QObject *sender)
     settings.synchronize();
 }
 
+void Preferences::storeCheckBox(QObject *sender, const char *action, const QString &key, const QString &firstLine,
+                                const QString &onLine, const QString &offLine)
+{
+    const int state = senderState(sender, action);
+    DW_LOG(firstLine + QString::number(state));
+    SettingsStore &settings = SettingsStore::standard();
+    DW_LOG(state == 1 ? onLine : offLine);
+    settings.setObject(key, state == 1 ? kTrue : kFalse);
+    settings.synchronize();
+}
+
 void Preferences::soundCheckBox(QObject *sender)
 {
-    const int state = senderState(sender, "soundCheckBox");
-    DW_LOG(QLatin1String("soundCheckBox : ") + QString::number(state));
-    SettingsStore &settings = SettingsStore::standard();
-    if (state == 1) {
-        DW_LOG(QLatin1String("soundCheckBox : on"));
-        settings.setObject(SettingKey::playSound, kTrue);
-    } else {
-        DW_LOG(QLatin1String("soundCheckBox : off"));
-        settings.setObject(SettingKey::playSound, kFalse);
-    }
-    settings.synchronize();
+    storeCheckBox(sender, "soundCheckBox", SettingKey::playSound, QStringLiteral("soundCheckBox : "),
+                  QStringLiteral("soundCheckBox : on"), QStringLiteral("soundCheckBox : off"));
 }
 
 void Preferences::checkStopForErrorsAction(QObject *sender)
 {
-    const int state = senderState(sender, "checkStopForErrorsAction");
     // The first line carries the update action's label; the log has always read this way.
-    DW_LOG(QLatin1String("checkUpdatesAction : ") + QString::number(state));
-    SettingsStore &settings = SettingsStore::standard();
-    if (state == 1) {
-        DW_LOG(QLatin1String("stopForErrors : on"));
-        settings.setObject(SettingKey::stopForErrors, kTrue);
-    } else {
-        DW_LOG(QLatin1String("stopForErrors : off"));
-        settings.setObject(SettingKey::stopForErrors, kFalse);
-    }
-    settings.synchronize();
+    storeCheckBox(sender, "checkStopForErrorsAction", SettingKey::stopForErrors, QStringLiteral("checkUpdatesAction : "),
+                  QStringLiteral("stopForErrors : on"), QStringLiteral("stopForErrors : off"));
 }
 
 void Preferences::checkUpdatesAction(QObject *sender)
 {
-    const int state = senderState(sender, "checkUpdatesAction");
-    DW_LOG(QLatin1String("checkUpdatesAction : ") + QString::number(state));
-    SettingsStore &settings = SettingsStore::standard();
     // Only stored: the updater picks it up at the next start.
-    if (state == 1) {
-        DW_LOG(QLatin1String("checkUpdates : on"));
-        settings.setObject(SettingKey::checkUpdates, kTrue);
-    } else {
-        DW_LOG(QLatin1String("checkUpdates : off"));
-        settings.setObject(SettingKey::checkUpdates, kFalse);
-    }
-    settings.synchronize();
+    storeCheckBox(sender, "checkUpdatesAction", SettingKey::checkUpdates, QStringLiteral("checkUpdatesAction : "),
+                  QStringLiteral("checkUpdates : on"), QStringLiteral("checkUpdates : off"));
 }
 
 void Preferences::checkForUpdates(QObject *sender)
 {
     DW_LOG(QLatin1String("check for updates"));
-    AppDelegate *delegate = AppDelegate::shared();
-    if (!delegate)
-        Fatal::fail(QStringLiteral("there is no application delegate to ask for an update check"));
-    SoftwareUpdater *updater = delegate->updater();
-    if (!updater)
+    if (!m_updater)
         Fatal::fail(QStringLiteral("the application has no software updater"));
-    updater->checkForUpdates(sender);
+    m_updater->checkForUpdates(sender);
 }
 
 void Preferences::showOutputPathDialog(QObject *)
 {
     QWidget *parent = m_view ? m_view->window() : nullptr;
-    if (OutputFolderChooser::run(OutputFolderChooser::PreferencesCopy, parent))
+    if (OutputFolderChooser::run(OutputFolderChooser::PreferencesPane, parent))
         updatePathButton();
 }

@@ -2,13 +2,17 @@
 
 #include "widgets/PreferencesWindowControllerProtocol.h"
 
-#include <QCheckBox>
-#include <QComboBox>
 #include <QObject>
 #include <QPointer>
-#include <QPushButton>
+#include <QScopedPointer>
 #include <QString>
 #include <QWidget>
+
+class SoftwareUpdater;
+
+namespace Ui {
+class Preferences;
+}
 
 // The General pane of the preferences window: what happens when a file is
 // done, the sound, reporting refused files, update checks and the output
@@ -21,7 +25,8 @@ class Preferences : public QObject, public PreferencesWindowControllerProtocol
     Q_OBJECT
 
 public:
-    explicit Preferences(QObject *parent = nullptr);
+    // updater runs the checks that "check now" asks for.
+    explicit Preferences(SoftwareUpdater *updater, QObject *parent = nullptr);
     ~Preferences() override;
 
     // The pane's view; loads it (and runs viewDidLoad) on the first call.
@@ -33,14 +38,8 @@ public:
 
     bool isViewLoaded() const { return m_viewLoaded; }
 
-    // Outlets, set when the form is loaded; null before that.
-    QComboBox *finishedActionCombo() const { return m_finishedActionCombo; }
-    QComboBox *intervalCombo() const { return m_intervalCombo; }
-    QCheckBox *checkForUpdatesBox() const { return m_checkForUpdates; }
-    QCheckBox *stopForErrorsBox() const { return m_stopForErrors; }
-    QPushButton *outputPathChooserButton() const { return m_outputPathChooserButton; }
-    QCheckBox *sendSoundButton() const { return m_sendSoundButton; }
-    QPushButton *checkNowButton() const { return m_checkNowButton; }
+    // The form's controls, once the view is loaded; null before that.
+    Ui::Preferences *ui() const { return m_ui.data(); }
 
     // Titles the output folder button after the last piece of outputPath.
     virtual void updatePathButton();
@@ -56,21 +55,20 @@ public Q_SLOTS:
     virtual void showOutputPathDialog(QObject *sender);
 
 protected:
-    // Builds the view from the form and sets the outlets.
+    // Builds the view from the form.
     virtual void loadView();
     // Fills the controls from the store.
     virtual void viewDidLoad();
 
 private:
     void connectActions();
+    // The shape every check box action shares: its state stored as "true" or
+    // "false" under key, between the action's own log lines.
+    void storeCheckBox(QObject *sender, const char *action, const QString &key, const QString &firstLine,
+                       const QString &onLine, const QString &offLine);
 
+    SoftwareUpdater *m_updater;
     bool m_viewLoaded = false;
     QPointer<QWidget> m_view;
-    QPointer<QComboBox> m_finishedActionCombo;
-    QPointer<QComboBox> m_intervalCombo;
-    QPointer<QCheckBox> m_checkForUpdates;
-    QPointer<QCheckBox> m_stopForErrors;
-    QPointer<QPushButton> m_outputPathChooserButton;
-    QPointer<QCheckBox> m_sendSoundButton;
-    QPointer<QPushButton> m_checkNowButton;
+    QScopedPointer<Ui::Preferences> m_ui;
 };

@@ -1,8 +1,6 @@
 #include "gui/SoftwareUpdater.h"
 
-#include "gui/Alert.h"
 #include "gui/BuildConfig.h"
-#include "platform/DesktopServices.h"
 #include "core/Logging.h"
 #include "core/SettingsStore.h"
 
@@ -11,7 +9,6 @@
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
-#include <QWidget>
 #include <QXmlStreamReader>
 
 #include <algorithm>
@@ -29,8 +26,6 @@ namespace {
 constexpr double minimumInterval = 60;
 // QTimer counts in int milliseconds; longer waits are taken in steps and re-checked.
 constexpr qint64 longestTimerStep = 24 * 3600 * 1000LL;
-
-const QString productName = QStringLiteral("Deckwright");
 
 // A version part: its leading number and whatever follows ("3b1" -> 3, "b1").
 void splitPart(const QString &part, qulonglong *number, QString *suffix)
@@ -226,7 +221,7 @@ void SoftwareUpdater::beginCheck(bool userInitiated, QObject *sender)
     }
     QNetworkRequest request(url);
     request.setTransferTimeout(m_transferTimeout);
-    request.setHeader(QNetworkRequest::UserAgentHeader, productName + QLatin1Char('/') + currentVersion());
+    request.setHeader(QNetworkRequest::UserAgentHeader, QStringLiteral("Deckwright/") + currentVersion());
     request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
     m_reply = m_network->get(request);
     connect(m_reply, &QNetworkReply::finished, this, &SoftwareUpdater::onReplyFinished);
@@ -269,72 +264,14 @@ void SoftwareUpdater::finishCheck(Result result, const FeedItem &item, const QSt
     DW_LOG(QStringLiteral("update check finished : ") + QString::number(int(result)) + QLatin1Char(' ')
            + (problem.isEmpty() ? item.version : problem));
 
-    switch (result) {
-    case UpdateAvailable:
-        showUpdateAvailable(item);
-        break;
-    case UpToDate:
-        if (m_userInitiated)
-            showUpToDate();
-        break;
-    case NetworkError:
-    case FeedError:
-        if (m_userInitiated)
-            showError(result, problem);
-        break;
-    }
+    // The answer is shown (and answered) before the check counts as over.
+    Q_EMIT answerReady(Answer{result, item, problem, m_userInitiated, m_sender.data()});
 
     m_checking = false;
     m_userInitiated = false;
     m_sender = nullptr;
     scheduleNextCheck();
     Q_EMIT checkFinished(result, item.version);
-}
-
-void SoftwareUpdater::showUpdateAvailable(const FeedItem &item)
-{
-    Alert alert;
-    alert.setStyle(Alert::Informational);
-    alert.setParent(alertParent());
-    alert.setMessageText(QStringLiteral("A new version of %1 is available!").arg(productName));
-    alert.setInformativeText(QStringLiteral("%1 %2 is now available (you have %3). Would you like to download it now?")
-                                 .arg(productName, item.version, currentVersion()));
-    alert.addButton(QStringLiteral("Download"));
-    alert.addButton(QStringLiteral("Remind Me Later"));
-    if (alert.runModal() != Alert::firstButtonReturn)
-        return;
-    // An item without a page of its own still leads somewhere useful.
-    const QUrl page = item.pageUrl.isEmpty() ? QUrl(QString::fromUtf8(BuildConfig::websiteUrl)) : item.pageUrl;
-    DesktopServices::instance().openUrl(page);
-}
-
-void SoftwareUpdater::showUpToDate()
-{
-    Alert alert;
-    alert.setStyle(Alert::Informational);
-    alert.setParent(alertParent());
-    alert.setMessageText(QStringLiteral("You're up to date."));
-    alert.setInformativeText(QStringLiteral("%1 %2 is currently the newest version available.")
-                                 .arg(productName, currentVersion()));
-    alert.addButton(QStringLiteral("OK"));
-    alert.runModal();
-}
-
-void SoftwareUpdater::showError(Result, const QString &problem)
-{
-    Alert alert;
-    alert.setStyle(Alert::Warning);
-    alert.setParent(alertParent());
-    alert.setMessageText(QStringLiteral("%1 couldn't check for updates.").arg(productName));
-    alert.setInformativeText(problem);
-    alert.addButton(QStringLiteral("OK"));
-    alert.runModal();
-}
-
-QWidget *SoftwareUpdater::alertParent() const
-{
-    QWidget *widget = qobject_cast<QWidget *>(m_sender.data());
-    return widget ? widget->window() : nullptr;
 }
 
 bool SoftwareUpdater::isCheckDue() const

@@ -8,13 +8,12 @@
 
 class QNetworkAccessManager;
 class QNetworkReply;
-class QWidget;
 
 // Looks for newer versions of Deckwright in an appcast: an RSS 2.0 feed whose
 // items carry a version and a page to download it from. Checks run on request
 // (the preferences pane's "check now") and, when automatic checks are on, at
-// start and once per interval. Only a check the person asked for reports
-// "up to date" and errors; an automatic one speaks up only for an update.
+// start and once per interval. It shows nothing itself: SoftwareUpdateDialog
+// turns each answer into the alerts a person sees.
 class SoftwareUpdater : public QObject
 {
     Q_OBJECT
@@ -72,16 +71,23 @@ public:
     // Reads an appcast; false with a reason when it is not one or names no version.
     static bool parseFeed(const QByteArray &data, FeedItem *newest, QString *problem);
 
+    // What a check found, and for whom.
+    struct Answer
+    {
+        Result result;
+        FeedItem item;          // the feed's newest item (empty after an error)
+        QString problem;        // why the check failed, for a person
+        bool userInitiated;     // asked for by a person, not an automatic check
+        QObject *sender;        // the control that asked, or nullptr
+    };
+
 Q_SIGNALS:
-    // After every check, once any alert has been answered. foundVersion is the
+    // At the end of every check, while it still counts as running: whoever
+    // shows the answer does so before the signal returns.
+    void answerReady(const SoftwareUpdater::Answer &answer);
+    // After every check, once its answer has been shown. foundVersion is the
     // feed's newest version (empty after an error).
     void checkFinished(SoftwareUpdater::Result result, const QString &foundVersion);
-
-protected:
-    // The answers to the person; replaceable for other front ends.
-    virtual void showUpdateAvailable(const FeedItem &item);
-    virtual void showUpToDate();
-    virtual void showError(Result result, const QString &problem);
 
 private:
     void beginCheck(bool userInitiated, QObject *sender);
@@ -90,7 +96,6 @@ private:
     void onTimer();
     void scheduleNextCheck();
     bool isCheckDue() const;
-    QWidget *alertParent() const;
 
     QNetworkAccessManager *m_network = nullptr;
     QNetworkReply *m_reply = nullptr;

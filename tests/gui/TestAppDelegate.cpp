@@ -92,15 +92,15 @@ private Q_SLOTS:
         AppDelegate delegate;
         delegate.applicationDidFinishLaunching();
 
-        const QPixmap background = delegate.backgroundImage()->pixmap();
+        const QPixmap background = delegate.window()->ui().backgroundImage->pixmap();
         QVERIFY(!background.isNull());
         QCOMPARE(background.deviceIndependentSize(), QSizeF(475, 305));
 
         struct Expected { PanelButton *panel; QString header; QString body; QString image; };
         const QList<Expected> panels = {
-            {delegate.preferencesButton(), QStringLiteral("Preferences"), QStringLiteral("Configure ouput and settings."), QStringLiteral("NSAdvanced")},
-            {delegate.openFileButton(), QStringLiteral("Open"), QStringLiteral("Choose file or files to convert."), QStringLiteral("KeynoteIcon")},
-            {delegate.moreInfoButton(), QStringLiteral("Feedback & Support"), QStringLiteral("Send feedback, ask questions, report problems."), QStringLiteral("NSInfo")},
+            {delegate.window()->ui().preferencesButton, QStringLiteral("Preferences"), QStringLiteral("Configure ouput and settings."), QStringLiteral("NSAdvanced")},
+            {delegate.window()->ui().openFileButton, QStringLiteral("Open"), QStringLiteral("Choose file or files to convert."), QStringLiteral("KeynoteIcon")},
+            {delegate.window()->ui().moreInfoButton, QStringLiteral("Feedback & Support"), QStringLiteral("Send feedback, ask questions, report problems."), QStringLiteral("NSInfo")},
         };
         for (const Expected &e : panels) {
             QLabel *header = child(e.panel, 0);
@@ -123,8 +123,8 @@ private Q_SLOTS:
             QVERIFY(!e.panel->isBordered());
         }
         // Any other name shows the information image.
-        std::unique_ptr<QLabel> other(delegate.makeImageFromPath(QStringLiteral("Elsewhere")));
-        std::unique_ptr<QLabel> info(delegate.makeImageFromPath(QStringLiteral("NSInfo")));
+        std::unique_ptr<QLabel> other(MainWindow::makeImageFromPath(QStringLiteral("Elsewhere")));
+        std::unique_ptr<QLabel> info(MainWindow::makeImageFromPath(QStringLiteral("NSInfo")));
         QCOMPARE(other->pixmap().toImage(), info->pixmap().toImage());
 
         // The preferences window holds the General pane without a toolbar.
@@ -138,9 +138,9 @@ private Q_SLOTS:
         AppDelegate delegate;
         delegate.applicationDidFinishLaunching();
         delegate.showMainWindow();
-        PanelButton *open = delegate.openFileButton();
-        PanelButton *prefs = delegate.preferencesButton();
-        PanelButton *support = delegate.moreInfoButton();
+        PanelButton *open = delegate.window()->ui().openFileButton;
+        PanelButton *prefs = delegate.window()->ui().preferencesButton;
+        PanelButton *support = delegate.window()->ui().moreInfoButton;
 
         const QPointF inside = open->mapToGlobal(QPointF(20, 20));
         QEnterEvent enter(QPointF(20, 20), open->mapTo(open->window(), QPointF(20, 20)), inside);
@@ -165,7 +165,7 @@ private Q_SLOTS:
         delegate.showMainWindow();
         Ui::MainWindow &ui = delegate.window()->ui();
 
-        QTest::mouseClick(delegate.moreInfoButton(), Qt::LeftButton, {}, QPoint(200, 26));
+        QTest::mouseClick(delegate.window()->ui().moreInfoButton, Qt::LeftButton, {}, QPoint(200, 26));
         ui.supportMenuItem->trigger();
         ui.websiteMenuItem->trigger();
         QCOMPARE(desktop.calls(QStringLiteral("openUrl")).size(), 3);
@@ -174,7 +174,7 @@ private Q_SLOTS:
         QCOMPARE(desktop.calls().at(2).arguments, QStringList{QString::fromUtf8(BuildConfig::websiteUrl)});
 
         // The preferences panel, even clicked on its header text, opens the preferences.
-        QLabel *header = child(delegate.preferencesButton(), 0);
+        QLabel *header = child(delegate.window()->ui().preferencesButton, 0);
         QTest::mouseClick(header, Qt::LeftButton, {}, QPoint(10, 8));
         QTRY_VERIFY(delegate.prefs()->window()->isVisible());
         QCOMPARE(delegate.prefs()->window()->windowTitle(), QStringLiteral("General"));
@@ -186,7 +186,7 @@ private Q_SLOTS:
             ++panels;
             return panel.title() == QLatin1String("Choose File To Convert") ? OpenPanel::CancelResponse : OpenPanel::OKResponse;
         });
-        QTest::mouseClick(delegate.openFileButton(), Qt::LeftButton, {}, QPoint(200, 26));
+        QTest::mouseClick(delegate.window()->ui().openFileButton, Qt::LeftButton, {}, QPoint(200, 26));
         ui.openMenuItem->trigger();
         QCOMPARE(panels, 2);
         OpenPanel::setResponder([](OpenPanel &) { return OpenPanel::CancelResponse; });
@@ -198,20 +198,20 @@ private Q_SLOTS:
         delegate.applicationDidFinishLaunching();
         delegate.showMainWindow();
         QVERIFY(delegate.window()->isVisible());
-        QVERIFY(delegate.closeMenuItem()->isEnabled());
+        QVERIFY(delegate.window()->ui().closeMenuItem->isEnabled());
 
         delegate.window()->close();
         QVERIFY(!delegate.window()->isVisible());
-        QVERIFY(!delegate.closeMenuItem()->isEnabled());
+        QVERIFY(!delegate.window()->ui().closeMenuItem->isEnabled());
 
         QVERIFY(delegate.applicationShouldHandleReopen(false));
         QVERIFY(delegate.window()->isVisible());
-        QVERIFY(delegate.closeMenuItem()->isEnabled());
+        QVERIFY(delegate.window()->ui().closeMenuItem->isEnabled());
 
         // The Close item hides the window without touching its own state.
         delegate.window()->ui().closeMenuItem->trigger();
         QVERIFY(!delegate.window()->isVisible());
-        QVERIFY(delegate.closeMenuItem()->isEnabled());
+        QVERIFY(delegate.window()->ui().closeMenuItem->isEnabled());
         delegate.window()->ui().showMainWindowMenuItem->trigger();
         QVERIFY(delegate.window()->isVisible());
     }
@@ -251,7 +251,7 @@ private Q_SLOTS:
         QTRY_COMPARE(QDir(out).entryList(QDir::Files),
                      QStringList({QStringLiteral("Handed Over.key"), QStringLiteral("Second.key")}));
         QVERIFY(delegate.window()->isVisible());
-        QVERIFY(delegate.closeMenuItem()->isEnabled());
+        QVERIFY(delegate.window()->ui().closeMenuItem->isEnabled());
         QVERIFY(m_alerts.isEmpty());
     }
 

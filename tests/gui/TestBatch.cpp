@@ -215,7 +215,7 @@ private Q_SLOTS:
         QDir().mkpath(folder);
 
         choose({folder});
-        QVERIFY(OutputFolderChooser::run(OutputFolderChooser::ApplicationCopy));
+        QVERIFY(OutputFolderChooser::run(OutputFolderChooser::Batch));
         const OpenPanel &panel = m_panels.last();
         QCOMPARE(panel.prompt(), QStringLiteral("Use"));
         QCOMPARE(panel.title(), QStringLiteral("Choose Folder To Save To"));
@@ -230,13 +230,13 @@ private Q_SLOTS:
 
         // The same folder again: equal values. A cancel leaves both keys as they were.
         choose({folder});
-        QVERIFY(OutputFolderChooser::run(OutputFolderChooser::PreferencesCopy));
+        QVERIFY(OutputFolderChooser::run(OutputFolderChooser::PreferencesPane));
         QCOMPARE(settings.string(SettingKey::outputPath, {}), outputPath);
         QCOMPARE(settings.requiredData(SettingKey::bookmarkData), bookmark);
         cancel();
-        QVERIFY(!OutputFolderChooser::run(OutputFolderChooser::ApplicationCopy));
+        QVERIFY(!OutputFolderChooser::run(OutputFolderChooser::Batch));
         cancel();
-        QVERIFY(!OutputFolderChooser::run(OutputFolderChooser::PreferencesCopy));
+        QVERIFY(!OutputFolderChooser::run(OutputFolderChooser::PreferencesPane));
         QCOMPARE(settings.string(SettingKey::outputPath, {}), outputPath);
         QCOMPARE(settings.requiredData(SettingKey::bookmarkData), bookmark);
     }
@@ -253,10 +253,10 @@ private Q_SLOTS:
         };
         settings.useMemory({});
         m_answers.push_back(folderButCancel);
-        QVERIFY(!OutputFolderChooser::run(OutputFolderChooser::PreferencesCopy));
+        QVERIFY(!OutputFolderChooser::run(OutputFolderChooser::PreferencesPane));
         QVERIFY(!settings.contains(SettingKey::outputPath));
         m_answers.push_back(folderButCancel);
-        QVERIFY(OutputFolderChooser::run(OutputFolderChooser::ApplicationCopy));
+        QVERIFY(OutputFolderChooser::run(OutputFolderChooser::Batch));
         QCOMPARE(settings.string(SettingKey::outputPath, {}), FileUrl::absoluteString(folder));
     }
 };

@@ -3,6 +3,7 @@
 #include "gui/Preferences.h"
 #include "core/SettingsBackend.h"
 #include "core/SettingsStore.h"
+#include "ui_Preferences.h"
 
 #include <QDir>
 #include <QLoggingCategory>
@@ -33,12 +34,13 @@ void captureLog(QtMsgType, const QMessageLogContext &context, const QString &tex
 QString shown(Preferences &pane)
 {
     pane.preferenceView();
+    const Ui::Preferences &ui = *pane.ui();
     const auto state = [](const char *name, QCheckBox *box) {
         return QLatin1String(name) + (box->isChecked() ? QLatin1String(" on") : QLatin1String(" off"));
     };
-    return QStringList{pane.finishedActionCombo()->currentText(), state("sound", pane.sendSoundButton()),
-                       state("updates", pane.checkForUpdatesBox()), state("stop", pane.stopForErrorsBox()),
-                       pane.intervalCombo()->currentText(), pane.outputPathChooserButton()->text()}
+    return QStringList{ui.finishedActionCombo->currentText(), state("sound", ui.sendSoundButton),
+                       state("updates", ui.checkForUpdates), state("stop", ui.stopForErrors),
+                       ui.intervalCombo->currentText(), ui.outputPathChooserButton->text()}
         .join(QStringLiteral(", "));
 }
 
@@ -93,7 +95,7 @@ private Q_SLOTS:
         QFETCH(QVariantMap, values);
         QFETCH(QString, controls);
         useStore(values);
-        Preferences pane;
+        Preferences pane(nullptr);
         QCOMPARE(shown(pane), controls);
         QCOMPARE(m_store->saved, values);
     }
@@ -127,7 +129,7 @@ private Q_SLOTS:
         QFETCH(QString, item);
         QFETCH(QVariantMap, written);
         QFETCH(QStringList, log);
-        Preferences pane;
+        Preferences pane(nullptr);
         QWidget *widget = pane.preferenceView()->findChild<QWidget *>(control);
         QVERIFY(widget);
         if (auto *combo = qobject_cast<QComboBox *>(widget)) {
@@ -151,10 +153,10 @@ private Q_SLOTS:
     void unusableValuesAreFatalOnLoad()
     {
         useStore({{"updateInterval", "86400"}});
-        Preferences wrongKind;
+        Preferences wrongKind(nullptr);
         QVERIFY_FATAL(wrongKind.preferenceView(), "updateInterval");
         useStore({{"outputPath", "file:///Users/ann/Out%FF/"}});
-        Preferences badEscape;
+        Preferences badEscape(nullptr);
         QVERIFY_FATAL(badEscape.preferenceView(), "Out%FF");
     }
 
@@ -167,11 +169,11 @@ private Q_SLOTS:
             panel.setUrls({OpenPanel::urlForPath(folder, true)});
             return OpenPanel::OKResponse;
         });
-        Preferences pane;
+        Preferences pane(nullptr);
         pane.preferenceView();
-        QTest::mouseClick(pane.outputPathChooserButton(), Qt::LeftButton);
+        QTest::mouseClick(pane.ui()->outputPathChooserButton, Qt::LeftButton);
         OpenPanel::setResponder(nullptr);
-        QCOMPARE(pane.outputPathChooserButton()->text(), QStringLiteral("Out Files"));
+        QCOMPARE(pane.ui()->outputPathChooserButton->text(), QStringLiteral("Out Files"));
     }
 };
 

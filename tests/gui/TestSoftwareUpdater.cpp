@@ -1,6 +1,7 @@
 #include "support/gui/AlertRecorder.h"
 #include "support/gui/RecordingDesktopServices.h"
 #include "core/SettingsStore.h"
+#include "gui/SoftwareUpdateDialog.h"
 #include "gui/SoftwareUpdater.h"
 
 #include <QDateTime>
@@ -114,6 +115,7 @@ private Q_SLOTS:
         AlertRecorder recorder; // answers "Download" to an offer
         RecordingDesktopServices desktop;
         SoftwareUpdater updater;
+        SoftwareUpdateDialog dialog(&updater);
         if (body.isNull())
             updater.setTransferTimeout(200);
         QSignalSpy finished(&updater, &SoftwareUpdater::checkFinished);
@@ -152,6 +154,7 @@ private Q_SLOTS:
         AlertRecorder recorder;
         RecordingDesktopServices desktop;
         SoftwareUpdater updater;
+        SoftwareUpdateDialog dialog(&updater);
         updater.setUpdateCheckInterval(3600);
         updater.setAutomaticallyChecksForUpdates(true);
         QSignalSpy finished(&updater, &SoftwareUpdater::checkFinished);
