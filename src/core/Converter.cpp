@@ -125,25 +125,70 @@ QString Converter::numberedName(qint64 n) const
     return m_prezNameWithoutExt + QLatin1Char('.') + QString::number(n) + QLatin1String(".key");
 }
 
+// What one conversion works with, from one stage to the next. Its FileUtils
+// owns the scratch folder, which goes with it.
+struct Converter::Job
+{
+    std::unique_ptr<FileUtils> fileUtils;
+    QString tmpDir;
+    QString prezName;
+    QString prezNameWithoutExt;
+    QString copyPath;
+    FileTree::Kind copyKind = FileTree::Kind::Other;
+    ChildProcess::Result copy;
+    ChildProcess::Result gunzip;
+
+    QString indexPath() const { return copyPath + QLatin1String("/index.apxl"); }
+};
+
 void Converter::doConvert(const QString &outputPath)
 {
     const ConversionScope scope;
 
-    // 1
     setErrorOccurred(NoError);
     setErrorReason(QString());
     setPrezOrigPath(resolvedPackagePath(prezOrigPath()));
-    std::unique_ptr<FileUtils> fileUtils = createFileUtils(prezOrigPath());
+    Job job;
+    job.fileUtils = createFileUtils(prezOrigPath());
 
+    if (!checkPackageName())
+        return;
+    if (!openScratch(job))
+        return;
+    if (!copyToScratch(job))
+        return;
+    if (!checkCopy(job))
+        return;
+    if (!unpackDocument(job))
+        return;
+    QString document;
+    if (!readDocument(job, &document))
+        return;
+    if (!rewriteVersionTag(job, document))
+        return;
+    if (!writeDocumentBack(job, document))
+        return;
+    if (!packArchive(job))
+        return;
+    chooseFreeName(outputPath, job.prezName);
+    if (!writeIntoOutputFolder(job, outputPath))
+        return;
+
+    clearScratch(job);
+    post(ConversionEvents::finished);
+}
+
+bool Converter::checkPackageName()
+{
     // A name that cannot be represented is refused as it is, never copied under a mangled one.
     if (cannotRepresent(prezOrigPath())) {
         setErrorOccurred(NotKeynoteFour);
         setErrorReason(QStringLiteral("its name is not valid UTF-8"));
         post(ConversionEvents::finishedWithErrorNotKeynoteFour);
-        return;
+        return false;
     }
 
-    // 2: only packages named *.key are taken.
+    // Only packages named *.key are taken.
     const QByteArray escaped = QUrl::toPercentEncoding(prezOrigPath(), "/");
     const QUrl url(QString::fromLatin1(escaped), QUrl::StrictMode);
     const QString extension = url.isValid() ? pathExtension(url) : QString();
@@ -153,209 +198,214 @@ void Converter::doConvert(const QString &outputPath)
         setErrorOccurred(NotKeynote);
         setErrorReason(QStringLiteral("its name does not end in .key"));
         post(ConversionEvents::finishedWithErrorNotKeynote);
-        return;
+        return false;
     }
+    return true;
+}
 
-    // 3-5: the scratch folder is this run's own.
+bool Converter::openScratch(Job &job)
+{
+    // The scratch folder is this run's own.
     DW_LOG(QLatin1String("indexFilePath ") + prezOrigPath() + QLatin1String("/index.apxl.gz"));
-    const std::optional<QString> scratch = fileUtils->getTmpDir();
+    const std::optional<QString> scratch = job.fileUtils->getTmpDir();
     if (!scratch) {
         setErrorOccurred(NotKeynoteFour);
-        setErrorReason(QStringLiteral("there is no private scratch folder to convert in (%1)").arg(fileUtils->tmpDirError()));
+        setErrorReason(QStringLiteral("there is no private scratch folder to convert in (%1)").arg(job.fileUtils->tmpDirError()));
         post(ConversionEvents::finishedWithErrorNotKeynoteFour);
-        return;
+        return false;
     }
-    const QString tmpDir = *scratch;
-    DW_LOG(QLatin1String("tmpDir : ") + tmpDir);
-    const QString prezName = fileUtils->getPrezName();
-    const QString prezNameWithoutExt = fileUtils->getPrezNameWithoutExt();
-    m_prezNameWithoutExt = prezNameWithoutExt;
-    DW_LOG(QLatin1String("name : ") + prezNameWithoutExt);
-    const QString copyPath = tmpDir + prezName;
+    job.tmpDir = *scratch;
+    DW_LOG(QLatin1String("tmpDir : ") + job.tmpDir);
+    job.prezName = job.fileUtils->getPrezName();
+    job.prezNameWithoutExt = job.fileUtils->getPrezNameWithoutExt();
+    m_prezNameWithoutExt = job.prezNameWithoutExt;
+    DW_LOG(QLatin1String("name : ") + job.prezNameWithoutExt);
+    job.copyPath = job.tmpDir + job.prezName;
+    return true;
+}
 
-    auto cleanUp = [&] {
-        fileUtils->rmFile(tmpDir + prezName);
-        fileUtils->rmFile(tmpDir + prezNameWithoutExt);
-    };
-    auto finishWith = [&](qint64 code, const QString &reason) {
-        setErrorOccurred(code);
-        setErrorReason(reason);
-        cleanUp();
-        post(ConversionEvents::finishedWithErrorNotKeynoteFour);
-    };
-    auto reject = [&](const QString &logText, const QString &reason) {
-        DW_LOG(logText);
-        finishWith(NotKeynoteFour, reason);
-    };
-    // A stop leaves nothing: the run's folder goes at once. A signal then
-    // ends the process by that signal; the person's stop ends the file.
-    auto stopped = [&] {
-        if (!StopRequest::pending())
-            return false;
-        DW_LOG(QLatin1String("stopped"));
-        setErrorOccurred(Stopped);
-        setErrorReason(QStringLiteral("stopped"));
-        fileUtils.reset();
-        StopRequest::finishSignal();
-        post(ConversionEvents::finishedWithErrorNotKeynoteFour);
-        return true;
-    };
-
-    // 6-7
-    cleanUp();
+bool Converter::copyToScratch(Job &job)
+{
+    // Nothing already at the copy's names may mix with the copy.
+    clearScratch(job);
     post(ConversionEvents::progress);
-    if (stopped())
-        return;
+    if (stopIfAsked(job))
+        return false;
 
-    // 8-9
-    fileUtils->runCommand(QStringLiteral("/bin/cp"), {QStringLiteral("-r"), prezOrigPath(), tmpDir});
-    const ChildProcess::Result copy = fileUtils->lastCommand();
-    DW_LOG(QLatin1String("prezName ") + prezName);
+    job.fileUtils->runCommand(QStringLiteral("/bin/cp"), {QStringLiteral("-r"), prezOrigPath(), job.tmpDir});
+    job.copy = job.fileUtils->lastCommand();
+    DW_LOG(QLatin1String("prezName ") + job.prezName);
     post(ConversionEvents::progress);
     DW_LOG(QLatin1String("posted notif"));
-    if (stopped())
-        return;
+    return !stopIfAsked(job);
+}
 
+bool Converter::checkCopy(Job &job)
+{
     // The copy must be whole and hold only folders and regular files.
     if (!QFileInfo::exists(prezOrigPath())) {
-        reject(QStringLiteral("error : could not find index.apxl.gz to unzip"), QStringLiteral("it was not found"));
-        return;
+        rejectPackage(job, QStringLiteral("error : could not find index.apxl.gz to unzip"), QStringLiteral("it was not found"));
+        return false;
     }
-    if (!copy.succeeded()) {
-        QString reason = PackageScan::whyNotCopied(prezOrigPath(), copyPath);
+    if (!job.copy.succeeded()) {
+        QString reason = PackageScan::whyNotCopied(prezOrigPath(), job.copyPath);
         if (reason.isEmpty()) {
-            const QString complaint = lastComplaint(copy.standardError);
+            const QString complaint = lastComplaint(job.copy.standardError);
             reason = complaint.isEmpty() ? QStringLiteral("it could not be copied to the scratch folder")
                                          : QStringLiteral("it could not be copied to the scratch folder (%1)").arg(complaint);
         }
-        reject(QStringLiteral("error : the copy is not whole"), reason);
-        return;
+        rejectPackage(job, QStringLiteral("error : the copy is not whole"), reason);
+        return false;
     }
-    FileTree::Kind copyKind = FileTree::Kind::Other;
-    FileTree::kindAt(copyPath, &copyKind);
-    if (copyKind == FileTree::Kind::Folder) {
-        const PackageScan::Result scan = PackageScan::scanCopy(copyPath);
+    FileTree::kindAt(job.copyPath, &job.copyKind);
+    if (job.copyKind == FileTree::Kind::Folder) {
+        const PackageScan::Result scan = PackageScan::scanCopy(job.copyPath);
         if (!scan.problem.isEmpty()) {
-            reject(QStringLiteral("error : the package holds more than folders and files"), scan.problem);
-            return;
+            rejectPackage(job, QStringLiteral("error : the package holds more than folders and files"), scan.problem);
+            return false;
         }
-    } else if (copyKind != FileTree::Kind::File) {
-        reject(QStringLiteral("error : the package is a special file"), QStringLiteral("it is %1").arg(FileTree::kindName(copyKind)));
-        return;
+    } else if (job.copyKind != FileTree::Kind::File) {
+        rejectPackage(job, QStringLiteral("error : the package is a special file"),
+                      QStringLiteral("it is %1").arg(FileTree::kindName(job.copyKind)));
+        return false;
     }
+    return true;
+}
 
-    // 10-11: gunzip's complaint about a missing file is how a package without
-    // its document shows. No file it writes may outgrow the document limit.
-    fileUtils->setFileSizeLimit(documentSizeLimit + 1);
-    const QString expOutput = fileUtils->runCommand(QStringLiteral("/usr/bin/gunzip"),
-                                                    {QStringLiteral("-f"), copyPath + QLatin1String("/index.apxl.gz")});
-    fileUtils->setFileSizeLimit(0);
-    const ChildProcess::Result gunzip = fileUtils->lastCommand();
+bool Converter::unpackDocument(Job &job)
+{
+    // gunzip's complaint about a missing file is how a package without its
+    // document shows. No file it writes may outgrow the document limit.
+    job.fileUtils->setFileSizeLimit(documentSizeLimit + 1);
+    const QString expOutput = job.fileUtils->runCommand(QStringLiteral("/usr/bin/gunzip"),
+                                                        {QStringLiteral("-f"), job.copyPath + QLatin1String("/index.apxl.gz")});
+    job.fileUtils->setFileSizeLimit(0);
+    job.gunzip = job.fileUtils->lastCommand();
     DW_LOG(QLatin1String("expOutput ''") + expOutput + QLatin1String("''"));
-    if (stopped())
-        return;
+    if (stopIfAsked(job))
+        return false;
     if (Regex(QStringLiteral("No such file")).hasMatch(expOutput)) {
-        reject(QStringLiteral("error : could not find index.apxl.gz to unzip"), QStringLiteral("index.apxl.gz is missing"));
-        return;
+        rejectPackage(job, QStringLiteral("error : could not find index.apxl.gz to unzip"), QStringLiteral("index.apxl.gz is missing"));
+        return false;
     }
+    return true;
+}
 
-    // 12-13
+bool Converter::readDocument(Job &job, QString *document)
+{
     post(ConversionEvents::progress);
-    if (stopped())
-        return;
-    const QString indexPath = copyPath + QLatin1String("/index.apxl");
+    if (stopIfAsked(job))
+        return false;
     QByteArray indexBytes;
     int readError = 0;
     bool tooLarge = false;
+    const ChildProcess::Result &gunzip = job.gunzip;
     const bool gunzipOutgrew = (gunzip.crashed && gunzip.exitCode == SIGXFSZ) || gunzip.standardError.contains("File too large");
-    if (gunzipOutgrew || !FileTree::readFile(indexPath, documentSizeLimit, &indexBytes, &readError, &tooLarge)) {
+    if (gunzipOutgrew || !FileTree::readFile(job.indexPath(), documentSizeLimit, &indexBytes, &readError, &tooLarge)) {
         QString reason;
         if (gunzipOutgrew || tooLarge)
             reason = QStringLiteral("the document is larger than %1 MB").arg(documentSizeLimit / (1024 * 1024));
-        else if (copyKind == FileTree::Kind::File)
-            reason = startsLikeAZipArchive(copyPath) ? QStringLiteral("already in the Keynote '09 format")
-                                                      : QStringLiteral("it is a single file, not a Keynote '08 package");
+        else if (job.copyKind == FileTree::Kind::File)
+            reason = startsLikeAZipArchive(job.copyPath) ? QStringLiteral("already in the Keynote '09 format")
+                                                          : QStringLiteral("it is a single file, not a Keynote '08 package");
         else if (!gunzip.succeeded())
             reason = QStringLiteral("the document is damaged");
         else
             reason = QStringLiteral("index.apxl could not be read (%1)").arg(errnoText(readError));
-        reject(QStringLiteral("Error : could not find the index.apxl file. probably not a keynote 08 presentation"), reason);
-        return;
+        rejectPackage(job, QStringLiteral("Error : could not find the index.apxl file. probably not a keynote 08 presentation"), reason);
+        return false;
     }
 
-    // 14: a document that is not UTF-8 is no Keynote '08 document; the batch goes on.
+    // A document that is not UTF-8 is no Keynote '08 document; the batch goes on.
     QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-    QString document = decoder(indexBytes);
+    *document = decoder(indexBytes);
     indexBytes = QByteArray();
     if (decoder.hasError()) {
-        reject(QStringLiteral("Error : index.apxl is not UTF-8 text"), QStringLiteral("the document is not UTF-8 text"));
-        return;
+        rejectPackage(job, QStringLiteral("Error : index.apxl is not UTF-8 text"), QStringLiteral("the document is not UTF-8 text"));
+        return false;
     }
+    return true;
+}
 
-    // 15
+bool Converter::rewriteVersionTag(Job &job, QString &document)
+{
+    // A document already converted is told apart from one that is no Keynote document.
     if (!Regex(kKeynoteFourTag).hasMatch(document)) {
-        reject(QStringLiteral("not a Numbers 4 file"), Regex(kKeynoteFiveTag).hasMatch(document)
-                                                         ? QStringLiteral("already in the Keynote '09 format")
-                                                         : QStringLiteral("the document has no Keynote '08 version tag"));
-        return;
+        const QString reason = Regex(kKeynoteFiveTag).hasMatch(document)
+                                   ? QStringLiteral("already in the Keynote '09 format")
+                                   : QStringLiteral("the document has no Keynote '08 version tag");
+        rejectPackage(job, QStringLiteral("not a Numbers 4 file"), reason);
+        return false;
     }
 
-    // 16: every occurrence, in any letter case, over the whole text.
+    // Every occurrence, in any letter case, over the whole text.
     const QRegularExpression tag(kKeynoteFourTag, QRegularExpression::CaseInsensitiveOption);
     if (!tag.isValid())
         Fatal::fail(QStringLiteral("the version pattern does not compile"));
     document.replace(tag, kKeynoteFiveTag);
+    return true;
+}
 
-    // 17-18: the document is written back in place, never through a link; a
-    // document that cannot be written back would make a broken archive.
+bool Converter::writeDocumentBack(Job &job, QString &document)
+{
+    // The document is written back in place, never through a link; a document
+    // that cannot be written back would make a broken archive.
     post(ConversionEvents::progress);
-    if (stopped())
-        return;
+    if (stopIfAsked(job))
+        return false;
     int writeError = 0;
-    const bool rewritten = FileTree::rewriteFile(indexPath, document.toUtf8(), &writeError);
+    const bool rewritten = FileTree::rewriteFile(job.indexPath(), document.toUtf8(), &writeError);
     document = QString();
     if (!rewritten) {
-        finishWith(OutputNotWritten, QStringLiteral("could not write the document in the scratch folder (%1)").arg(errnoText(writeError)));
-        return;
+        failWith(job, OutputNotWritten,
+                 QStringLiteral("could not write the document in the scratch folder (%1)").arg(errnoText(writeError)));
+        return false;
     }
+    return true;
+}
 
-    // 19-20
+bool Converter::packArchive(Job &job)
+{
     post(ConversionEvents::progress);
-    if (stopped())
-        return;
-    const QString nameWithoutExt = fileUtils->getPrezNameWithoutExt();
+    if (stopIfAsked(job))
+        return false;
+    const QString nameWithoutExt = job.fileUtils->getPrezNameWithoutExt();
     DW_LOG(QLatin1String("prezNameWithoutExt ") + nameWithoutExt);
-    const QString mvOutput = fileUtils->runCommand(QStringLiteral("/bin/mv"), {copyPath, tmpDir + nameWithoutExt});
+    const QString mvOutput = job.fileUtils->runCommand(QStringLiteral("/bin/mv"), {job.copyPath, job.tmpDir + nameWithoutExt});
     DW_LOG(QLatin1String("mvOutput ") + mvOutput);
     post(ConversionEvents::progress);
-    if (stopped())
-        return;
+    if (stopIfAsked(job))
+        return false;
 
-    // 21: no working folder, so the entries keep the scratch folder's path.
-    const QString zipName = fileUtils->getZipName();
-    const QString zipOutput = fileUtils->runCommand(QStringLiteral("/usr/bin/zip"),
-                                                    {QStringLiteral("-r"), tmpDir + zipName, tmpDir + nameWithoutExt});
-    const ChildProcess::Result zip = fileUtils->lastCommand();
+    // No working folder, so the entries keep the scratch folder's path.
+    const QString zipName = job.fileUtils->getZipName();
+    const QString zipOutput = job.fileUtils->runCommand(QStringLiteral("/usr/bin/zip"),
+                                                        {QStringLiteral("-r"), job.tmpDir + zipName, job.tmpDir + nameWithoutExt});
+    const ChildProcess::Result zip = job.fileUtils->lastCommand();
     DW_LOG(QLatin1String("zipOutput ") + zipOutput);
     post(ConversionEvents::progress);
-    if (stopped())
-        return;
+    if (stopIfAsked(job))
+        return false;
     if (!zip.succeeded()) {
         const QString complaint = lastComplaint(zip.standardError);
-        finishWith(OutputNotWritten, complaint.isEmpty() ? QStringLiteral("could not make the archive (zip ended with status %1)").arg(zip.exitCode)
-                                                         : QStringLiteral("could not make the archive (%1)").arg(complaint));
-        return;
+        const QString reason = complaint.isEmpty()
+                                   ? QStringLiteral("could not make the archive (zip ended with status %1)").arg(zip.exitCode)
+                                   : QStringLiteral("could not make the archive (%1)").arg(complaint);
+        failWith(job, OutputNotWritten, reason);
+        return false;
     }
 
-    // 22
-    const QString renCmdOutput = fileUtils->runCommand(QStringLiteral("/bin/mv"),
-                                                       {QStringLiteral("-f"), tmpDir + zipName, copyPath});
+    // The archive takes the package's place, and so its name.
+    const QString renCmdOutput = job.fileUtils->runCommand(QStringLiteral("/bin/mv"),
+                                                           {QStringLiteral("-f"), job.tmpDir + zipName, job.copyPath});
     DW_LOG(QLatin1String("renCmdOutput ") + renCmdOutput);
     post(ConversionEvents::progress);
-    if (stopped())
-        return;
+    return !stopIfAsked(job);
+}
 
-    // 23-24: anything at the name, a dangling link included, takes it.
+void Converter::chooseFreeName(const QString &outputPath, const QString &prezName)
+{
+    // Anything at the name, a dangling link included, takes it.
     setOutputPrezName(prezName);
     m_number = 0;
     DW_LOG(QLatin1String("checking : ") + outputPrezName());
@@ -370,34 +420,69 @@ void Converter::doConvert(const QString &outputPath)
             DW_LOG(QLatin1String("trying : ") + outputPrezName());
         }
     }
+}
 
-    // 25
+bool Converter::writeIntoOutputFolder(Job &job, const QString &outputPath)
+{
+    // The folder is reached through the bookmark the person granted; the plain
+    // path only names the file in a message.
     SettingsStore &settings = SettingsStore::standard();
     if (!settings.contains(SettingKey::bookmarkData))
         Fatal::fail(QStringLiteral("no output folder was chosen (the setting bookmarkData is missing)"));
     FolderBookmark &bookmarks = FolderBookmark::platform();
     const std::optional<QUrl> outUrl = bookmarks.resolve(settings.requiredData(SettingKey::bookmarkData));
     if (!outUrl) {
-        finishWith(OutputNotWritten, QStringLiteral("could not write %1 (the output folder no longer exists)")
-                                         .arg(outputPath + QLatin1Char('/') + outputPrezName()));
-        return;
+        failWith(job, OutputNotWritten, QStringLiteral("could not write %1 (the output folder no longer exists)")
+                                            .arg(outputPath + QLatin1Char('/') + outputPrezName()));
+        return false;
     }
     DW_LOG(QLatin1String("outUrl : ") + outUrl->toString());
 
-    // 26
     bookmarks.startAccessing(*outUrl);
-    const bool written = writeOutput(copyPath, outUrl->toLocalFile());
+    const bool written = writeOutput(job.copyPath, outUrl->toLocalFile());
     bookmarks.stopAccessing(*outUrl);
-    if (stopped())
-        return;
+    if (stopIfAsked(job))
+        return false;
     if (!written) {
-        finishWith(OutputNotWritten, errorReason());
-        return;
+        failWith(job, OutputNotWritten, errorReason());
+        return false;
     }
+    return true;
+}
 
-    // 27-28
-    cleanUp();
-    post(ConversionEvents::finished);
+void Converter::clearScratch(Job &job)
+{
+    job.fileUtils->rmFile(job.tmpDir + job.prezName);
+    job.fileUtils->rmFile(job.tmpDir + job.prezNameWithoutExt);
+}
+
+void Converter::failWith(Job &job, qint64 code, const QString &reason)
+{
+    setErrorOccurred(code);
+    setErrorReason(reason);
+    clearScratch(job);
+    post(ConversionEvents::finishedWithErrorNotKeynoteFour);
+}
+
+void Converter::rejectPackage(Job &job, const QString &logText, const QString &reason)
+{
+    DW_LOG(logText);
+    failWith(job, NotKeynoteFour, reason);
+}
+
+bool Converter::stopIfAsked(Job &job)
+{
+    // A stop leaves nothing: the run's folder goes at once. A signal then
+    // ends the process by that signal; the person's stop ends the file.
+    if (!StopRequest::pending())
+        return false;
+    DW_LOG(QLatin1String("stopped"));
+    setErrorOccurred(Stopped);
+    setErrorReason(QStringLiteral("stopped"));
+    job.fileUtils.reset();
+    StopRequest::finishSignal();
+    post(ConversionEvents::finishedWithErrorNotKeynoteFour);
+    return true;
 }
 
 bool Converter::writeOutput(const QString &archivePath, const QString &folder)

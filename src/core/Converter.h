@@ -60,8 +60,46 @@ protected:
     virtual bool writeOutput(const QString &archivePath, const QString &folder);
 
 private:
+    // What one conversion carries from stage to stage.
+    struct Job;
+
     void post(const QString &eventName);
     QString numberedName(qint64 n) const;
+
+    // The stages of doConvert, in order. Each posts its own progress events;
+    // one that returns false has ended the conversion and told its outcome.
+
+    // Refuses a name that is not valid UTF-8 or does not end in .key.
+    bool checkPackageName();
+    // Takes this run's own scratch folder and the names the copy goes under.
+    bool openScratch(Job &job);
+    // Copies the package into the scratch folder.
+    bool copyToScratch(Job &job);
+    // Refuses a copy that is not whole or holds more than folders and files.
+    bool checkCopy(Job &job);
+    // Decompresses index.apxl.gz in the copy, within the document size limit.
+    bool unpackDocument(Job &job);
+    // Reads the decompressed document as UTF-8 text.
+    bool readDocument(Job &job, QString *document);
+    // Turns every Keynote '08 version tag into the Keynote '09 one.
+    bool rewriteVersionTag(Job &job, QString &document);
+    // Writes the rewritten document over the one in the copy, then lets it go.
+    bool writeDocumentBack(Job &job, QString &document);
+    // Zips the copy and puts the archive where the copy was.
+    bool packArchive(Job &job);
+    // Sets outputPrezName to the first name not taken in the output folder.
+    void chooseFreeName(const QString &outputPath, const QString &prezName);
+    // Writes the archive into the folder kept under the setting bookmarkData.
+    bool writeIntoOutputFolder(Job &job, const QString &outputPath);
+
+    // Removes the copy, under either of its names, from the scratch folder.
+    void clearScratch(Job &job);
+    // Ends the conversion with this outcome once the copy is removed.
+    void failWith(Job &job, qint64 code, const QString &reason);
+    // Logs why the package is refused and ends the conversion as NotKeynoteFour.
+    void rejectPackage(Job &job, const QString &logText, const QString &reason);
+    // Ends the conversion as Stopped if a stop is pending; true if it did.
+    bool stopIfAsked(Job &job);
 
     QString m_prezOrigPath;
     QString m_outputPrezName;
