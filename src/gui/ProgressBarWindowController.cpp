@@ -131,7 +131,7 @@ std::unique_ptr<Converter> ProgressBarWindowController::makeConverter(const QStr
 void ProgressBarWindowController::showWindow(QObject *sender)
 {
     Q_UNUSED(sender)
-    // 1: the window comes up, a second call with it showing included.
+    // The window comes up, a second call with it showing included.
     QWidget *w = window();
     if (!w->isVisible() && !m_placed) {
         // Centred once; afterwards it comes back wherever the person moved it.
