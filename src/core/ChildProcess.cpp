@@ -33,7 +33,7 @@ ChildProcess::Result ChildProcess::run(const QString &program, const QStringList
         if (!SystemCalls::dieWithParent(parent))
             ::_exit(127);
         if (fileSizeLimit > 0) {
-            struct rlimit limit {};
+            rlimit limit = {};
             limit.rlim_cur = limit.rlim_max = rlim_t(fileSizeLimit);
             ::setrlimit(RLIMIT_FSIZE, &limit);
         }

@@ -40,14 +40,14 @@ int openFolder(int parent, const char *name, bool makeEnterable)
 {
     int fd = ::openat(parent, name, kDirFlags);
     if (fd < 0 && errno == EACCES && makeEnterable) {
-        struct stat st {};
+        struct stat st = {};
         if (::fstatat(parent, name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode) && st.st_uid == ::geteuid()
             && ::fchmodat(parent, name, (st.st_mode & 07777) | S_IRWXU, 0) == 0)
             fd = ::openat(parent, name, kDirFlags);
     }
     // A folder we could open but not write (copied from a read-only
     // package) would keep its contents; ours, it gets the owner's rights.
-    struct stat st {};
+    struct stat st = {};
     if (fd >= 0 && makeEnterable && ::fstat(fd, &st) == 0 && st.st_uid == ::geteuid() && (st.st_mode & S_IRWXU) != S_IRWXU)
         ::fchmod(fd, (st.st_mode & 07777) | S_IRWXU);
     return fd;
@@ -99,7 +99,7 @@ FileTree::WalkResult FileTree::walk(const QString &rootPath, const Visitor &visi
     const QByteArray root = QFile::encodeName(rootPath);
     int current = ::open(root.constData(), kDirFlags);
     if (current < 0 && errno == EACCES && makeEnterable) {
-        struct stat st {};
+        struct stat st = {};
         if (::lstat(root.constData(), &st) == 0 && S_ISDIR(st.st_mode) && st.st_uid == ::geteuid()
             && ::chmod(root.constData(), (st.st_mode & 07777) | S_IRWXU) == 0)
             current = ::open(root.constData(), kDirFlags);
@@ -110,7 +110,7 @@ FileTree::WalkResult FileTree::walk(const QString &rootPath, const Visitor &visi
         return result;
     }
     if (makeEnterable) {
-        struct stat st {};
+        struct stat st = {};
         if (::fstat(current, &st) == 0 && st.st_uid == ::geteuid() && (st.st_mode & S_IRWXU) != S_IRWXU)
             ::fchmod(current, (st.st_mode & 07777) | S_IRWXU);
     }
@@ -142,7 +142,7 @@ FileTree::WalkResult FileTree::walk(const QString &rootPath, const Visitor &visi
         }
         std::vector<std::string> folders;
         for (auto it = entries.begin(); it != entries.end(); ++it) {
-            struct stat st {};
+            struct stat st = {};
             Entry entry;
             entry.relativePath = joined(names, *it);
             entry.folderDescriptor = current;
@@ -211,7 +211,7 @@ bool FileTree::removeAt(int folderDescriptor, const QByteArray &name, int *error
             firstError = e;
     };
 
-    struct stat st {};
+    struct stat st = {};
     if (::fstatat(folderDescriptor, name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
         if (error)
             *error = errno == ENOENT ? 0 : errno;
@@ -245,7 +245,7 @@ bool FileTree::removeAt(int folderDescriptor, const QByteArray &name, int *error
         if (!readNames(current, &entries, &readError))
             note(readError);
         for (const std::string &entry : entries) {
-            struct stat est {};
+            struct stat est = {};
             if (::fstatat(current, entry.c_str(), &est, AT_SYMLINK_NOFOLLOW) != 0)
                 continue;
             if (S_ISDIR(est.st_mode))
@@ -326,7 +326,7 @@ bool FileTree::kindAt(const QString &path, Kind *kind, qint64 *size)
     QByteArray bytes = QFile::encodeName(path);
     while (bytes.size() > 1 && bytes.endsWith('/'))
         bytes.chop(1);
-    struct stat st {};
+    struct stat st = {};
     if (::lstat(bytes.constData(), &st) != 0)
         return false;
     if (kind)
@@ -359,7 +359,7 @@ bool FileTree::readFile(const QString &path, qint64 maxBytes, QByteArray *bytes,
         *error = errno;
         return false;
     }
-    struct stat st {};
+    struct stat st = {};
     if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
         *error = errno ? errno : EINVAL;
         ::close(fd);
@@ -391,7 +391,7 @@ bool FileTree::rewriteFile(const QString &path, const QByteArray &bytes, int *er
 {
     *error = 0;
     const int fd = ::open(QFile::encodeName(path).constData(), O_WRONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK);
-    struct stat st {};
+    struct stat st = {};
     if (fd < 0 || ::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || ::ftruncate(fd, 0) != 0) {
         *error = errno ? errno : EINVAL;
         if (fd >= 0)

@@ -80,7 +80,7 @@ OutputFile::Result OutputFile::fill(const QString &archivePath)
     const int in = ::open(QFile::encodeName(archivePath).constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
     if (in < 0)
         return failed(errno);
-    struct stat source {};
+    struct stat source = {};
     if (::fstat(in, &source) != 0 || !S_ISREG(source.st_mode)) {
         const int error = errno ? errno : EINVAL;
         ::close(in);
@@ -94,7 +94,7 @@ OutputFile::Result OutputFile::fill(const QString &archivePath)
     if (copied == KernelFileCopy::Failed)
         return failed(error);
     // Short of the source means something went wrong quietly: not a smaller file.
-    struct stat written {};
+    struct stat written = {};
     if (::fstat(m_fd, &written) != 0)
         return failed(errno);
     if (written.st_size != source.st_size)

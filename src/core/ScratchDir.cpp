@@ -40,7 +40,7 @@ QString ScratchDir::preferredPath()
 
 bool ScratchDir::isPrivate(int folderDescriptor)
 {
-    struct stat st {};
+    struct stat st = {};
     if (::fstat(folderDescriptor, &st) != 0)
         return false;
     return S_ISDIR(st.st_mode) && st.st_uid == ::getuid() && (st.st_mode & 077) == 0;

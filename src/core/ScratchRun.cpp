@@ -143,7 +143,7 @@ int ScratchRun::sweepStale(int scratchFolderDescriptor)
         // Deckwright left here goes (copies, folders, zips); anything else,
         // such as the running application's socket, is not scratch.
         const bool isRun = name.compare(0, 4, "run-") == 0;
-        struct stat st {};
+        struct stat st = {};
         if (::fstatat(scratchFolderDescriptor, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
             continue;
         const bool oldLeftover = S_ISDIR(st.st_mode)

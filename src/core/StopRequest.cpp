@@ -43,12 +43,12 @@ void StopRequest::installSignalHandlers()
 {
     if (g_pipe[0] < 0 && ::pipe2(g_pipe, O_CLOEXEC | O_NONBLOCK) != 0)
         g_pipe[0] = g_pipe[1] = -1;
-    struct sigaction action {};
+    struct sigaction action = {};
     action.sa_handler = onSignal;
     sigemptyset(&action.sa_mask);
     action.sa_flags = 0; // no SA_RESTART: a blocked copy returns and sees the stop
     for (int signalNumber : kSignals) {
-        struct sigaction old {};
+        struct sigaction old = {};
         // A signal someone chose to ignore (nohup) stays ignored.
         if (::sigaction(signalNumber, nullptr, &old) == 0 && old.sa_handler == SIG_IGN)
             continue;
