@@ -5,20 +5,30 @@
 #include "core/JsonSettingsBackend.h"
 
 namespace {
-QString kindName(const QVariant &value)
+QString kindName(int typeId, const char *typeName = nullptr)
 {
-    switch (value.typeId()) {
+    switch (typeId) {
     case QMetaType::QString: return QStringLiteral("a string");
     case QMetaType::QStringList: return QStringLiteral("a list of strings");
     case QMetaType::QByteArray: return QStringLiteral("a byte block");
     case QMetaType::LongLong: return QStringLiteral("an integer");
-    default: return QStringLiteral("a value of type ") + QString::fromLatin1(value.typeName());
+    default: return QStringLiteral("a value of type ") + QString::fromLatin1(typeName);
     }
 }
 
-[[noreturn]] void wrongKind(const QString &key, const QVariant &value, const char *expected)
+QString kindName(const QVariant &value)
 {
-    Fatal::fail(QStringLiteral("the setting %1 holds %2, not %3").arg(key, kindName(value), QLatin1String(expected)));
+    return kindName(value.typeId(), value.typeName());
+}
+
+// A setting of another kind than its key calls for is a damaged file, not
+// something to guess around.
+QVariant ofKind(const QString &key, const QVariant &value, int expected)
+{
+    const int type = value.typeId() == QMetaType::Int ? QMetaType::LongLong : value.typeId();
+    if (type != expected)
+        Fatal::fail(QStringLiteral("the setting %1 holds %2, not %3").arg(key, kindName(value), kindName(expected)));
+    return value;
 }
 } // namespace
 
@@ -91,49 +101,35 @@ bool SettingsStore::contains(const QString &key) const
 
 QString SettingsStore::string(const QString &key, const QString &fallback) const
 {
-    if (!contains(key))
-        return fallback;
-    const QVariant value = object(key);
-    if (value.typeId() != QMetaType::QString)
-        wrongKind(key, value, "a string");
-    return value.toString();
+    return contains(key) ? ofKind(key, object(key), QMetaType::QString).toString() : fallback;
 }
 
 QString SettingsStore::requiredString(const QString &key) const
 {
-    if (!contains(key))
-        Fatal::fail(QStringLiteral("the setting %1 is missing").arg(key));
+    requireKey(key);
     return string(key, QString());
 }
 
 qint64 SettingsStore::integer(const QString &key, qint64 fallback) const
 {
-    if (!contains(key))
-        return fallback;
-    const QVariant value = object(key);
-    if (value.typeId() != QMetaType::LongLong && value.typeId() != QMetaType::Int)
-        wrongKind(key, value, "an integer");
-    return value.toLongLong();
+    return contains(key) ? ofKind(key, object(key), QMetaType::LongLong).toLongLong() : fallback;
 }
 
 QStringList SettingsStore::stringList(const QString &key, const QStringList &fallback) const
 {
-    if (!contains(key))
-        return fallback;
-    const QVariant value = object(key);
-    if (value.typeId() != QMetaType::QStringList)
-        wrongKind(key, value, "a list of strings");
-    return value.toStringList();
+    return contains(key) ? ofKind(key, object(key), QMetaType::QStringList).toStringList() : fallback;
 }
 
 QByteArray SettingsStore::requiredData(const QString &key) const
 {
+    requireKey(key);
+    return ofKind(key, object(key), QMetaType::QByteArray).toByteArray();
+}
+
+void SettingsStore::requireKey(const QString &key) const
+{
     if (!contains(key))
         Fatal::fail(QStringLiteral("the setting %1 is missing").arg(key));
-    const QVariant value = object(key);
-    if (value.typeId() != QMetaType::QByteArray)
-        wrongKind(key, value, "a byte block");
-    return value.toByteArray();
 }
 
 bool SettingsStore::isOn(const QString &key) const

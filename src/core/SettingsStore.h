@@ -46,6 +46,7 @@ public:
 private:
     SettingsStore();
     void ensureLoaded() const;
+    void requireKey(const QString &key) const; // a missing key is fatal
 
     mutable bool m_loaded = false;
     mutable QVariantMap m_values;
