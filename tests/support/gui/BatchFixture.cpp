@@ -1,0 +1,99 @@
+#include "support/gui/BatchFixture.h"
+
+#include "core/SettingsStore.h"
+#include "gui/AppDelegate.h"
+#include "support/FatalTrap.h"
+#include "support/PackageFactory.h"
+#include "support/TestSettings.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTest>
+
+BatchFixture::BatchFixture()
+{
+    FatalTrap::install();
+    TestSettings::isolateScratch(m_work.path());
+    const PackageFactory factory(work(QStringLiteral("in")));
+    for (const char *name : {"My Talk.key", "Plain.key", "Three.v2.key"})
+        factory.make(QString::fromUtf8(name));
+    factory.make(QStringLiteral("Newer.key"), PackageFactory::keynoteFiveDocument());
+    factory.makeWithoutIndex(QStringLiteral("Not Keynote.key"));
+    QFile(in(QStringLiteral("notes.txt"))).open(QIODevice::WriteOnly);
+    OpenPanel::setResponder([this](OpenPanel &panel) {
+        panels.append(panel);
+        if (answers.empty())
+            return OpenPanel::CancelResponse;
+        const OpenPanel::Responder answer = answers.front();
+        answers.pop_front();
+        return answer(panel);
+    });
+}
+
+BatchFixture::~BatchFixture()
+{
+    OpenPanel::setResponder(nullptr);
+}
+
+void BatchFixture::reset(const QVariantMap &extra)
+{
+    alerts.clear();
+    panels.clear();
+    answers.clear();
+    desktop.calls.clear();
+    out = work(QStringLiteral("out %1 %2").arg(QTest::currentTestFunction(), QTest::currentDataTag()));
+    QDir(out).removeRecursively();
+    QDir().mkpath(out);
+    TestSettings::useOutputFolder(out, extra);
+}
+
+QString BatchFixture::in(const QString &name) const
+{
+    return QDir::isAbsolutePath(name) ? name : work(QStringLiteral("in/") + name);
+}
+
+QString BatchFixture::work(const QString &name) const
+{
+    return m_work.filePath(name);
+}
+
+void BatchFixture::choose(const QStringList &names)
+{
+    QList<QUrl> urls;
+    for (const QString &name : names)
+        urls.append(OpenPanel::urlForPath(in(name), true));
+    answers.push_back([urls](OpenPanel &panel) {
+        panel.setUrls(urls);
+        return OpenPanel::OKResponse;
+    });
+}
+
+void BatchFixture::cancel()
+{
+    answers.push_back([](OpenPanel &) { return OpenPanel::CancelResponse; });
+}
+
+void BatchFixture::runBatch(const QStringList &names)
+{
+    AppDelegate delegate;
+    choose(names);
+    delegate.openFileMenuItem();
+}
+
+QStringList BatchFixture::outputs() const
+{
+    return QDir(out).entryList(QDir::Files | QDir::Hidden);
+}
+
+QStringList BatchFixture::rejected() const
+{
+    return SettingsStore::standard().stringList(SettingKey::errorPrezzes, {});
+}
+
+QStringList BatchFixture::alertTexts() const
+{
+    QStringList texts;
+    for (const Alert &alert : alerts)
+        texts.append(alert.informativeText());
+    return texts;
+}

@@ -1,0 +1,52 @@
+#pragma once
+
+#include "gui/OpenPanel.h"
+#include "support/gui/AlertRecorder.h"
+#include "support/gui/RecordingDesktopServices.h"
+
+#include <QTemporaryDir>
+#include <QVariantMap>
+
+#include <deque>
+
+// The stage for the window tests that convert, one per test class: packages
+// to convert, a scratch folder of this process's own, fatal conditions thrown,
+// and nothing that waits for a person: alerts take their first button, open
+// dialogs take the queued answers (a cancel when none is left), the desktop is
+// recorded. All three are kept for the test to look at.
+class BatchFixture
+{
+public:
+    // The input folder holds "My Talk.key", "Plain.key" and "Three.v2.key"
+    // (Keynote '08), "Newer.key" (Keynote '09), "Not Keynote.key" (no
+    // document inside) and "notes.txt".
+    BatchFixture();
+    ~BatchFixture();
+
+    // Before each test: forgets what the last one recorded, and makes a fresh
+    // output folder (with a blank in its name) and a store holding it and extra.
+    void reset(const QVariantMap &extra = {});
+
+    QString in(const QString &name) const;   // a path in the input folder; an absolute one stays
+    QString work(const QString &name) const; // a path in the temporary folder
+    // The next open dialog answers OK with these paths (see in()).
+    void choose(const QStringList &names);
+    void cancel();
+    // One batch of these packages through a fresh application, as if chosen in its open dialog.
+    void runBatch(const QStringList &names);
+
+    QStringList outputs() const;  // the files in the output folder
+    QStringList rejected() const; // the names the batch recorded as rejected
+    QStringList alertTexts() const; // informative text of each alert
+
+private:
+    QTemporaryDir m_work;
+    AlertRecorder m_recorder;
+
+public:
+    QList<Alert> &alerts = m_recorder.alerts;
+    QList<OpenPanel> panels;
+    std::deque<OpenPanel::Responder> answers;
+    RecordingDesktopServices desktop;
+    QString out;
+};
