@@ -26,11 +26,6 @@ public:
         values.append(progressIndy()->doubleValue());
     }
 };
-
-void convert(const QString &path)
-{
-    SettingsStore::standard().setObject(SettingKey::prezPath, FileUrl::absoluteString(path));
-}
 } // namespace
 
 class TestProgressBarWindowController : public QObject
@@ -42,25 +37,15 @@ class TestProgressBarWindowController : public QObject
 private Q_SLOTS:
     void init() { f.reset(); }
 
-    void namesTheFileDecoded()
+    void showsTheFileAndMovesTheBarOnlyDuringTheConversion()
     {
-        convert(f.in(QStringLiteral("My Talk.key")));
-        ProgressBarWindowController controller(QStringLiteral("ProgressBarView"));
-        controller.showWindow(nullptr);
-        QCOMPARE(controller.exTextField()->text(), QStringLiteral("My Talk.key"));
-        QCOMPARE(f.outputs(), QStringList{QStringLiteral("My Talk.key")});
-        QCOMPARE(ProgressBarWindowController::displayName(QStringLiteral("Caf%C3%A9.key")), QStringLiteral("Café.key"));
-        QVERIFY_FATAL(ProgressBarWindowController::displayName(QStringLiteral("file:///a/Bad%ZZ.key")), "percent escapes");
-        QVERIFY_FATAL(ProgressBarWindowController::convertFileUrlToPath(QStringLiteral("file:///a b/")), "not a URL");
-    }
-
-    void eventsMoveTheBarOnlyDuringTheConversion()
-    {
-        convert(f.in(QStringLiteral("Plain.key")));
+        SettingsStore::standard().setObject(SettingKey::prezPath, FileUrl::absoluteString(f.in(QStringLiteral("My Talk.key"))));
         WatchingController controller;
         // A second run must not find the first one's observers still there.
         controller.showWindow(nullptr);
         controller.showWindow(nullptr);
+        QCOMPARE(controller.exTextField()->text(), QStringLiteral("My Talk.key"));
+        QVERIFY(f.outputs().contains(QStringLiteral("My Talk.key")));
         const QList<double> eight = {12.5, 25, 37.5, 50, 62.5, 75, 87.5, 100};
         QCOMPARE(controller.values, eight + eight);
         QCOMPARE(controller.visible, QList<bool>(16, true));
@@ -76,6 +61,13 @@ private Q_SLOTS:
         QVERIFY(f.desktop.calls.isEmpty());
         QVERIFY(f.alerts.isEmpty());
         QCOMPARE(f.rejected(), QStringList());
+    }
+
+    void namesAreDecoded()
+    {
+        QCOMPARE(ProgressBarWindowController::displayName(QStringLiteral("Caf%C3%A9.key")), QStringLiteral("Café.key"));
+        QVERIFY_FATAL(ProgressBarWindowController::displayName(QStringLiteral("file:///a/Bad%ZZ.key")), "percent escapes");
+        QVERIFY_FATAL(ProgressBarWindowController::convertFileUrlToPath(QStringLiteral("file:///a b/")), "not a URL");
     }
 
     void missingSettingsAreFatal_data()

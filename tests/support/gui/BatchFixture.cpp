@@ -30,11 +30,6 @@ BatchFixture::BatchFixture()
     });
 }
 
-BatchFixture::~BatchFixture()
-{
-    OpenPanel::setResponder(nullptr);
-}
-
 void BatchFixture::reset(const QVariantMap &extra)
 {
     alerts.clear();
@@ -47,16 +42,6 @@ void BatchFixture::reset(const QVariantMap &extra)
     TestSettings::useOutputFolder(out, extra);
 }
 
-QString BatchFixture::in(const QString &name) const
-{
-    return QDir::isAbsolutePath(name) ? name : work(QStringLiteral("in/") + name);
-}
-
-QString BatchFixture::work(const QString &name) const
-{
-    return m_work.filePath(name);
-}
-
 void BatchFixture::choose(const QStringList &names)
 {
     QList<QUrl> urls;
@@ -66,11 +51,6 @@ void BatchFixture::choose(const QStringList &names)
         panel.setUrls(urls);
         return OpenPanel::OKResponse;
     });
-}
-
-void BatchFixture::cancel()
-{
-    answers.push_back([](OpenPanel &) { return OpenPanel::CancelResponse; });
 }
 
 void BatchFixture::runBatch(const QStringList &names)
@@ -88,12 +68,4 @@ QStringList BatchFixture::outputs() const
 QStringList BatchFixture::rejected() const
 {
     return SettingsStore::standard().stringList(SettingKey::errorPrezzes, {});
-}
-
-QStringList BatchFixture::alertTexts() const
-{
-    QStringList texts;
-    for (const Alert &alert : alerts)
-        texts.append(alert.informativeText());
-    return texts;
 }

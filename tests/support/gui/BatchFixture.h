@@ -21,23 +21,23 @@ public:
     // (Keynote '08), "Newer.key" (Keynote '09), "Not Keynote.key" (no
     // document inside) and "notes.txt".
     BatchFixture();
-    ~BatchFixture();
+    ~BatchFixture() { OpenPanel::setResponder(nullptr); }
 
     // Before each test: forgets what the last one recorded, and makes a fresh
-    // output folder (with a blank in its name) and a store holding it and extra.
+    // output folder (with blanks in its name) and a store holding it and extra.
     void reset(const QVariantMap &extra = {});
 
-    QString in(const QString &name) const;   // a path in the input folder; an absolute one stays
-    QString work(const QString &name) const; // a path in the temporary folder
+    // A path in the input folder; an absolute one stays as it is.
+    QString in(const QString &name) const { return name.startsWith(QLatin1Char('/')) ? name : work(QStringLiteral("in/") + name); }
+    QString work(const QString &name) const { return m_work.filePath(name); }
     // The next open dialog answers OK with these paths (see in()).
     void choose(const QStringList &names);
-    void cancel();
+    void cancel() { answers.push_back([](OpenPanel &) { return OpenPanel::CancelResponse; }); }
     // One batch of these packages through a fresh application, as if chosen in its open dialog.
     void runBatch(const QStringList &names);
 
     QStringList outputs() const;  // the files in the output folder
     QStringList rejected() const; // the names the batch recorded as rejected
-    QStringList alertTexts() const; // informative text of each alert
 
 private:
     QTemporaryDir m_work;
