@@ -25,17 +25,28 @@ class TestAppDelegate : public QObject
     Q_OBJECT
 
     BatchFixture f;
+    std::unique_ptr<AppDelegate> m_app;
 
+    // A fresh application, launched with the store as it stands.
+    AppDelegate &launch(bool showWindow = false)
+    {
+        m_app.reset();
+        m_app = std::make_unique<AppDelegate>();
+        m_app->applicationDidFinishLaunching();
+        if (showWindow)
+            m_app->showMainWindow();
+        return *m_app;
+    }
     static QLabel *child(QWidget *panel, int index) { return panel->findChildren<QLabel *>(QString(), Qt::FindDirectChildrenOnly).value(index); }
 
 private Q_SLOTS:
-    void initTestCase()
+    void init()
     {
         // Automatic update checks go nowhere: nothing listens on the discard port.
         qputenv("DECKWRIGHT_APPCAST_URL", "http://127.0.0.1:9/appcast.xml");
+        f.reset({{SettingKey::playSound, QStringLiteral("false")}});
     }
-
-    void init() { f.reset({{SettingKey::playSound, QStringLiteral("false")}}); }
+    void cleanup() { m_app.reset(); }
 
     void launchPushesTheUpdateSettings_data()
     {
@@ -53,24 +64,21 @@ private Q_SLOTS:
     {
         QFETCH(QVariantMap, stored);
         SettingsStore::standard().useMemory(stored);
-        AppDelegate delegate;
-        delegate.applicationDidFinishLaunching();
-        QTEST(delegate.updater()->updateCheckInterval(), "interval");
-        QTEST(delegate.updater()->automaticallyChecksForUpdates(), "automatic");
+        QTEST(launch().updater()->updateCheckInterval(), "interval");
+        QTEST(m_app->updater()->automaticallyChecksForUpdates(), "automatic");
     }
 
     void settingsOfTheWrongKindAreFatalAtLaunch()
     {
         SettingsStore::standard().useMemory({{SettingKey::updateInterval, QStringLiteral("86400")}});
-        QVERIFY_FATAL(AppDelegate().applicationDidFinishLaunching(), "updateInterval");
+        QVERIFY_FATAL(launch(), "updateInterval");
         SettingsStore::standard().useMemory({{SettingKey::checkUpdates, QVariant::fromValue<qint64>(1)}});
-        QVERIFY_FATAL(AppDelegate().applicationDidFinishLaunching(), "checkUpdates");
+        QVERIFY_FATAL(launch(), "checkUpdates");
     }
 
     void launchBuildsTheMainWindow()
     {
-        AppDelegate delegate;
-        delegate.applicationDidFinishLaunching();
+        AppDelegate &delegate = launch();
         QVERIFY(!delegate.window()->ui().backgroundImage->pixmap().isNull());
         const Ui::MainWindow &ui = delegate.window()->ui();
         const QList<QPair<PanelButton *, QString>> panels = {
@@ -92,9 +100,7 @@ private Q_SLOTS:
 
     void hoverBordersThePanelUnderThePointer()
     {
-        AppDelegate delegate;
-        delegate.applicationDidFinishLaunching();
-        delegate.showMainWindow();
+        AppDelegate &delegate = launch(true);
         const Ui::MainWindow &ui = delegate.window()->ui();
         QEnterEvent enter(QPointF(20, 20), ui.openFileButton->mapTo(delegate.window(), QPointF(20, 20)),
                           ui.openFileButton->mapToGlobal(QPointF(20, 20)));
@@ -113,9 +119,7 @@ private Q_SLOTS:
 
     void panelsAndMenusReachTheirActions()
     {
-        AppDelegate delegate;
-        delegate.applicationDidFinishLaunching();
-        delegate.showMainWindow();
+        AppDelegate &delegate = launch(true);
         const Ui::MainWindow &ui = delegate.window()->ui();
 
         QTest::mouseClick(ui.moreInfoButton, Qt::LeftButton, {}, QPoint(200, 26));
@@ -138,9 +142,7 @@ private Q_SLOTS:
 
     void closingHidesAndReopeningShows()
     {
-        AppDelegate delegate;
-        delegate.applicationDidFinishLaunching();
-        delegate.showMainWindow();
+        AppDelegate &delegate = launch(true);
         MainWindow *window = delegate.window();
         QAction *close = window->ui().closeMenuItem;
         QVERIFY(window->isVisible() && close->isEnabled());
@@ -158,8 +160,7 @@ private Q_SLOTS:
 
     void aSecondStartHandsItsPackagesToTheFirst()
     {
-        AppDelegate delegate;
-        delegate.applicationDidFinishLaunching();
+        AppDelegate &delegate = launch();
         const QString name = f.work(QStringLiteral("instance.sock"));
         SingleInstance first(name);
         QVERIFY(!first.forwardToRunningInstance({}));
@@ -187,8 +188,7 @@ private Q_SLOTS:
 
     void requestsDuringABatchWaitForIt()
     {
-        AppDelegate delegate;
-        delegate.applicationDidFinishLaunching();
+        AppDelegate &delegate = launch();
         // A request that arrives while the first file converts starts no nested batch.
         QStringList finishedOrder;
         NotificationCenter::defaultCenter().addObserver(this, ConversionEvents::finished, [&](const Notification &n) {
