@@ -89,16 +89,6 @@ private Q_SLOTS:
         QCOMPARE(AppDelegate::summaryText(names).section(QStringLiteral("\n\n"), 1, 1), list);
     }
 
-    void cancellingTheOpenDialogWritesNothing()
-    {
-        SettingsStore::standard().useMemory({});
-        AppDelegate().doOpenDialog();
-        QVERIFY(!SettingsStore::standard().contains(SettingKey::errorPrezzes));
-        QVERIFY(!SettingsStore::standard().contains(SettingKey::prezPath));
-        QCOMPARE(f.panels.size(), 1); // no folder chooser either
-        QVERIFY(f.alerts.isEmpty());
-    }
-
     void theFirstBatchAsksForTheOutputFolderFirst()
     {
         SettingsStore::standard().useMemory({{SettingKey::playSound, QStringLiteral("false")}});

@@ -1,12 +1,11 @@
 #include "support/FatalTrap.h"
-#include "gui/OpenPanel.h"
+#include "support/gui/BatchFixture.h"
 #include "gui/Preferences.h"
 #include "core/SettingsBackend.h"
 #include "core/SettingsStore.h"
 #include "ui_Preferences.h"
 
 #include <QDir>
-#include <QTemporaryDir>
 #include <QtTest>
 
 namespace {
@@ -41,6 +40,7 @@ class TestPreferences : public QObject
 {
     Q_OBJECT
 
+    BatchFixture f; // for its folders and the open dialog's answers
     MapBackend *m_store = nullptr;
 
     void useStore(const QVariantMap &values = {})
@@ -51,7 +51,6 @@ class TestPreferences : public QObject
     }
 
 private Q_SLOTS:
-    void initTestCase() { FatalTrap::install(); }
 
     void init() { useStore(); }
 
@@ -129,20 +128,17 @@ private Q_SLOTS:
         QVERIFY_FATAL(badEscape.preferenceView(), "Out%FF");
     }
 
-    void outputFolderButtonRetitlesAtOnce()
+    void outputFolderButtonWritesAndRetitlesAtOnce()
     {
-        QTemporaryDir dir;
-        const QString folder = dir.filePath(QStringLiteral("Out Files"));
+        const QString folder = f.work(QStringLiteral("Out Files"));
         QVERIFY(QDir().mkpath(folder));
-        OpenPanel::setResponder([&](OpenPanel &panel) {
-            panel.setUrls({OpenPanel::urlForPath(folder, true)});
-            return OpenPanel::OKResponse;
-        });
+        f.choose({folder});
         Preferences pane(nullptr);
         pane.preferenceView();
         QTest::mouseClick(pane.ui()->outputPathChooserButton, Qt::LeftButton);
-        OpenPanel::setResponder(nullptr);
         QCOMPARE(pane.ui()->outputPathChooserButton->text(), QStringLiteral("Out Files"));
+        QVERIFY(m_store->saved.value(SettingKey::outputPath).toString().endsWith(QLatin1String("/Out%20Files/")));
+        QVERIFY(m_store->saved.contains(SettingKey::bookmarkData));
     }
 };
 
