@@ -55,9 +55,11 @@ void BatchFixture::choose(const QStringList &names)
 
 void BatchFixture::runBatch(const QStringList &names)
 {
-    AppDelegate delegate;
+    // The open dialog comes first, before any dialog whose answer is queued already.
     choose(names);
-    delegate.openFileMenuItem();
+    answers.push_front(answers.back());
+    answers.pop_back();
+    AppDelegate().openFileMenuItem();
 }
 
 QStringList BatchFixture::outputs() const

@@ -33,7 +33,8 @@ public:
     // The next open dialog answers OK with these paths (see in()).
     void choose(const QStringList &names);
     void cancel() { answers.push_back([](OpenPanel &) { return OpenPanel::CancelResponse; }); }
-    // One batch of these packages through a fresh application, as if chosen in its open dialog.
+    // One batch of these packages through a fresh application, as if chosen
+    // in its open dialog; later dialogs take the answers queued before.
     void runBatch(const QStringList &names);
 
     QStringList outputs() const;  // the files in the output folder
