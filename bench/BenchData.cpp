@@ -4,11 +4,11 @@
 //   deckwright-bench-data random BYTES SEED   incompressible, like movies and photos
 //   deckwright-bench-data text BYTES SEED     words and markup, compresses about 5:1
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <algorithm>
 #include <vector>
 
 namespace {
@@ -26,12 +26,13 @@ struct Generator
 };
 
 const char *const kWords[] = {
-    "slide", "build", "transition", "master", "placeholder", "body", "title", "bullet", "chart",
-    "table", "image", "movie", "audio", "shape", "line", "fill", "stroke", "shadow", "opacity",
-    "reflection", "layout", "group", "text", "paragraph", "style", "font", "size", "color",
-    "presentation", "theme", "notes", "duration", "dissolve", "cube", "page-flip", "origin",
-    "width", "height", "x", "y", "angle", "scale", "crop", "mask", "frame", "geometry",
-    "<sf:p>", "</sf:p>", "<sf:span>", "</sf:span>", "=\"", "\"", "0.5", "1024", "768", "\n",
+    "slide",     "build",      "transition", "master",     "placeholder",  "body",     "title",  "bullet",
+    "chart",     "table",      "image",      "movie",      "audio",        "shape",    "line",   "fill",
+    "stroke",    "shadow",     "opacity",    "reflection", "layout",       "group",    "text",   "paragraph",
+    "style",     "font",       "size",       "color",      "presentation", "theme",    "notes",  "duration",
+    "dissolve",  "cube",       "page-flip",  "origin",     "width",        "height",   "x",      "y",
+    "angle",     "scale",      "crop",       "mask",       "frame",        "geometry", "<sf:p>", "</sf:p>",
+    "<sf:span>", "</sf:span>", "=\"",        "\"",         "0.5",          "1024",     "768",    "\n",
 };
 
 int usage()

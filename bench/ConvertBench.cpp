@@ -98,8 +98,8 @@ int main(int argc, char *argv[])
     const qint64 total = clock.nsecsElapsed();
     center.removeObserver(&converter);
 
-    rusage self {};
-    rusage children {};
+    rusage self{};
+    rusage children{};
     getrusage(RUSAGE_SELF, &self);
     getrusage(RUSAGE_CHILDREN, &children);
 
@@ -110,7 +110,8 @@ int main(int argc, char *argv[])
     out << "self_maxrss_kb=" << self.ru_maxrss << "\n";
     out << "self_cpu_s=" << QString::number(seconds(self.ru_utime) + seconds(self.ru_stime), 'f', 3) << "\n";
     out << "children_maxrss_kb=" << children.ru_maxrss << "\n";
-    out << "children_cpu_s=" << QString::number(seconds(children.ru_utime) + seconds(children.ru_stime), 'f', 3) << "\n";
+    out << "children_cpu_s=" << QString::number(seconds(children.ru_utime) + seconds(children.ru_stime), 'f', 3)
+        << "\n";
     qint64 previous = 0;
     for (size_t i = 0; i < marks.size() && i < std::size(kStepNames); ++i) {
         out << "step_" << kStepNames[i] << "_s=" << QString::number(double(marks[i] - previous) / 1e9, 'f', 3) << "\n";

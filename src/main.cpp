@@ -1,12 +1,12 @@
+#include "cli/ConvertCommand.h"
+#include "core/Fatal.h"
+#include "core/ScratchRun.h"
+#include "core/SettingsStore.h"
+#include "core/StopRequest.h"
 #include "gui/Alert.h"
 #include "gui/AppDelegate.h"
 #include "gui/BuildConfig.h"
-#include "cli/ConvertCommand.h"
-#include "core/Fatal.h"
-#include "core/SettingsStore.h"
-#include "core/ScratchRun.h"
 #include "gui/SingleInstance.h"
-#include "core/StopRequest.h"
 
 #include <QApplication>
 #include <QCoreApplication>
@@ -43,19 +43,31 @@ QString mainUsage()
 // else sees the command line: those that take a value, and those that do not.
 const QSet<QString> &qtOptionsWithValue()
 {
-    static const QSet<QString> names{
-        QStringLiteral("platform"), QStringLiteral("platformpluginpath"), QStringLiteral("platformtheme"),
-        QStringLiteral("plugin"), QStringLiteral("qwindowgeometry"), QStringLiteral("qwindowicon"),
-        QStringLiteral("qwindowtitle"), QStringLiteral("session"), QStringLiteral("style"), QStringLiteral("stylesheet"),
-        QStringLiteral("display"), QStringLiteral("geometry"), QStringLiteral("title"), QStringLiteral("name"),
-        QStringLiteral("visual"), QStringLiteral("ncols"), QStringLiteral("cmap")};
+    static const QSet<QString> names{QStringLiteral("platform"),
+                                     QStringLiteral("platformpluginpath"),
+                                     QStringLiteral("platformtheme"),
+                                     QStringLiteral("plugin"),
+                                     QStringLiteral("qwindowgeometry"),
+                                     QStringLiteral("qwindowicon"),
+                                     QStringLiteral("qwindowtitle"),
+                                     QStringLiteral("session"),
+                                     QStringLiteral("style"),
+                                     QStringLiteral("stylesheet"),
+                                     QStringLiteral("display"),
+                                     QStringLiteral("geometry"),
+                                     QStringLiteral("title"),
+                                     QStringLiteral("name"),
+                                     QStringLiteral("visual"),
+                                     QStringLiteral("ncols"),
+                                     QStringLiteral("cmap")};
     return names;
 }
 
 const QSet<QString> &qtFlags()
 {
-    static const QSet<QString> names{QStringLiteral("reverse"), QStringLiteral("widgetcount"), QStringLiteral("nograb"),
-                                     QStringLiteral("dograb"), QStringLiteral("testability"), QStringLiteral("qmljsdebugger")};
+    static const QSet<QString> names{QStringLiteral("reverse"),     QStringLiteral("widgetcount"),
+                                     QStringLiteral("nograb"),      QStringLiteral("dograb"),
+                                     QStringLiteral("testability"), QStringLiteral("qmljsdebugger")};
     return names;
 }
 
@@ -78,7 +90,8 @@ int checkDesktopArguments(int argc, char *argv[])
             // The first word is a command when it is not a file: a misspelt one is no package.
             if (!optionsEnded && i == 1 && !argument.contains(QLatin1Char('/')) && !argument.contains(QLatin1Char('.'))
                 && !QFileInfo::exists(argument))
-                return usageError(QStringLiteral("'%1' is neither a command nor a file (the command is 'convert')").arg(argument));
+                return usageError(
+                    QStringLiteral("'%1' is neither a command nor a file (the command is 'convert')").arg(argument));
             continue;
         }
         if (argument == QLatin1String("--")) {
@@ -99,8 +112,9 @@ int checkDesktopArguments(int argc, char *argv[])
             return usageError(QStringLiteral("unknown option %1").arg(argument));
     }
     // Without a display Qt would abort; say what to do instead.
-    if (!platformGiven && QSysInfo::kernelType() == QLatin1String("linux") && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM")
-        && qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
+    if (!platformGiven && QSysInfo::kernelType() == QLatin1String("linux")
+        && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && qEnvironmentVariableIsEmpty("DISPLAY")
+        && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
         QTextStream(stderr) << "deckwright: there is no display to show the window on; "
                                "'deckwright convert --output DIR PACKAGE...' converts without one.\n";
         return 1;

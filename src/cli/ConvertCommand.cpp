@@ -74,11 +74,14 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
     QCommandLineParser parser;
     parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsCompactedShortOptions);
     const QCommandLineOption outputOption({QStringLiteral("o"), QStringLiteral("output")},
-                                          QStringLiteral("The folder that receives the converted files."), QStringLiteral("DIR"));
-    const QCommandLineOption helpOption({QStringLiteral("h"), QStringLiteral("help")}, QStringLiteral("Show this help."));
+                                          QStringLiteral("The folder that receives the converted files."),
+                                          QStringLiteral("DIR"));
+    const QCommandLineOption helpOption({QStringLiteral("h"), QStringLiteral("help")},
+                                        QStringLiteral("Show this help."));
     parser.addOption(outputOption);
     parser.addOption(helpOption);
-    parser.addPositionalArgument(QStringLiteral("PACKAGE"), QStringLiteral("Keynote '08 packages."), QStringLiteral("PACKAGE..."));
+    parser.addPositionalArgument(QStringLiteral("PACKAGE"), QStringLiteral("Keynote '08 packages."),
+                                 QStringLiteral("PACKAGE..."));
     // The parser expects the program name first.
     if (!parser.parse(QStringList{QStringLiteral("deckwright convert")} + arguments))
         return usageError(err, parser.errorText());
@@ -129,7 +132,8 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
         Converter converter(path);
         QString line;
         center.addObserver(&converter, ConversionEvents::finished, [&](const Notification &) {
-            line = QStringLiteral("converted: %1 -> %2").arg(package, outputFolder + QLatin1Char('/') + converter.outputPrezName());
+            line = QStringLiteral("converted: %1 -> %2")
+                       .arg(package, outputFolder + QLatin1Char('/') + converter.outputPrezName());
         });
         center.addObserver(&converter, ConversionEvents::finishedWithErrorNotKeynote, [&](const Notification &) {
             line = QStringLiteral("skipped: %1: not a Keynote file (%2)").arg(package, converter.errorReason());

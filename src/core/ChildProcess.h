@@ -16,7 +16,7 @@ public:
     struct Result
     {
         bool started = false;
-        bool crashed = false;   // ended by a signal, whose number is exitCode
+        bool crashed = false; // ended by a signal, whose number is exitCode
         int exitCode = -1;
         QByteArray standardOutput;
         QByteArray standardError;

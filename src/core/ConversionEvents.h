@@ -7,6 +7,8 @@
 namespace ConversionEvents {
 inline const QString progress = QStringLiteral("com.bramblefox.deckwright.progress");
 inline const QString finished = QStringLiteral("com.bramblefox.deckwright.finished");
-inline const QString finishedWithErrorNotKeynote = QStringLiteral("com.bramblefox.deckwright.finishedWithErrorNotKeynote");
-inline const QString finishedWithErrorNotKeynoteFour = QStringLiteral("com.bramblefox.deckwright.finishedWithErrorNotKeynoteFour");
-}
+inline const QString finishedWithErrorNotKeynote
+    = QStringLiteral("com.bramblefox.deckwright.finishedWithErrorNotKeynote");
+inline const QString finishedWithErrorNotKeynoteFour
+    = QStringLiteral("com.bramblefox.deckwright.finishedWithErrorNotKeynoteFour");
+} // namespace ConversionEvents

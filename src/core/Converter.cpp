@@ -92,14 +92,38 @@ Converter::Converter(const QString &prezOrigPath)
 
 Converter::~Converter() = default;
 
-QString Converter::prezOrigPath() const { return m_prezOrigPath; }
-void Converter::setPrezOrigPath(const QString &path) { m_prezOrigPath = path; }
-QString Converter::outputPrezName() const { return m_outputPrezName; }
-void Converter::setOutputPrezName(const QString &name) { m_outputPrezName = name; }
-qint64 Converter::errorOccurred() const { return m_errorOccurred; }
-void Converter::setErrorOccurred(qint64 code) { m_errorOccurred = code; }
-QString Converter::errorReason() const { return m_errorReason; }
-void Converter::setErrorReason(const QString &reason) { m_errorReason = reason; }
+QString Converter::prezOrigPath() const
+{
+    return m_prezOrigPath;
+}
+void Converter::setPrezOrigPath(const QString &path)
+{
+    m_prezOrigPath = path;
+}
+QString Converter::outputPrezName() const
+{
+    return m_outputPrezName;
+}
+void Converter::setOutputPrezName(const QString &name)
+{
+    m_outputPrezName = name;
+}
+qint64 Converter::errorOccurred() const
+{
+    return m_errorOccurred;
+}
+void Converter::setErrorOccurred(qint64 code)
+{
+    m_errorOccurred = code;
+}
+QString Converter::errorReason() const
+{
+    return m_errorReason;
+}
+void Converter::setErrorReason(const QString &reason)
+{
+    m_errorReason = reason;
+}
 
 std::unique_ptr<FileUtils> Converter::createFileUtils(const QString &prezOrigPath)
 {
@@ -121,7 +145,8 @@ bool Converter::cannotRepresent(const QString &path)
 QString Converter::numberedName(qint64 n) const
 {
     if (m_prezNameWithoutExt.isEmpty())
-        return FileUtils(prezOrigPath()).getPrezNameWithoutExt() + QLatin1Char('.') + QString::number(n) + QLatin1String(".key");
+        return FileUtils(prezOrigPath()).getPrezNameWithoutExt() + QLatin1Char('.') + QString::number(n)
+               + QLatin1String(".key");
     return m_prezNameWithoutExt + QLatin1Char('.') + QString::number(n) + QLatin1String(".key");
 }
 
@@ -210,7 +235,8 @@ bool Converter::openScratch(Job &job)
     const std::optional<QString> scratch = job.fileUtils->getTmpDir();
     if (!scratch) {
         setErrorOccurred(NotKeynoteFour);
-        setErrorReason(QStringLiteral("there is no private scratch folder to convert in (%1)").arg(job.fileUtils->tmpDirError()));
+        setErrorReason(
+            QStringLiteral("there is no private scratch folder to convert in (%1)").arg(job.fileUtils->tmpDirError()));
         post(ConversionEvents::finishedWithErrorNotKeynoteFour);
         return false;
     }
@@ -244,15 +270,17 @@ bool Converter::checkCopy(Job &job)
 {
     // The copy must be whole and hold only folders and regular files.
     if (!QFileInfo::exists(prezOrigPath())) {
-        rejectPackage(job, QStringLiteral("error : could not find index.apxl.gz to unzip"), QStringLiteral("it was not found"));
+        rejectPackage(job, QStringLiteral("error : could not find index.apxl.gz to unzip"),
+                      QStringLiteral("it was not found"));
         return false;
     }
     if (!job.copy.succeeded()) {
         QString reason = PackageScan::whyNotCopied(prezOrigPath(), job.copyPath);
         if (reason.isEmpty()) {
             const QString complaint = lastComplaint(job.copy.standardError);
-            reason = complaint.isEmpty() ? QStringLiteral("it could not be copied to the scratch folder")
-                                         : QStringLiteral("it could not be copied to the scratch folder (%1)").arg(complaint);
+            reason = complaint.isEmpty()
+                         ? QStringLiteral("it could not be copied to the scratch folder")
+                         : QStringLiteral("it could not be copied to the scratch folder (%1)").arg(complaint);
         }
         rejectPackage(job, QStringLiteral("error : the copy is not whole"), reason);
         return false;
@@ -277,15 +305,16 @@ bool Converter::unpackDocument(Job &job)
     // gunzip's complaint about a missing file is how a package without its
     // document shows. No file it writes may outgrow the document limit.
     job.fileUtils->setFileSizeLimit(documentSizeLimit + 1);
-    const QString expOutput = job.fileUtils->runCommand(QStringLiteral("/usr/bin/gunzip"),
-                                                        {QStringLiteral("-f"), job.copyPath + QLatin1String("/index.apxl.gz")});
+    const QString expOutput = job.fileUtils->runCommand(
+        QStringLiteral("/usr/bin/gunzip"), {QStringLiteral("-f"), job.copyPath + QLatin1String("/index.apxl.gz")});
     job.fileUtils->setFileSizeLimit(0);
     job.gunzip = job.fileUtils->lastCommand();
     DW_LOG(QLatin1String("expOutput ''") + expOutput + QLatin1String("''"));
     if (stopIfAsked(job))
         return false;
     if (Regex(QStringLiteral("No such file")).hasMatch(expOutput)) {
-        rejectPackage(job, QStringLiteral("error : could not find index.apxl.gz to unzip"), QStringLiteral("index.apxl.gz is missing"));
+        rejectPackage(job, QStringLiteral("error : could not find index.apxl.gz to unzip"),
+                      QStringLiteral("index.apxl.gz is missing"));
         return false;
     }
     return true;
@@ -300,19 +329,23 @@ bool Converter::readDocument(Job &job, QString *document)
     int readError = 0;
     bool tooLarge = false;
     const ChildProcess::Result &gunzip = job.gunzip;
-    const bool gunzipOutgrew = (gunzip.crashed && gunzip.exitCode == SIGXFSZ) || gunzip.standardError.contains("File too large");
+    const bool gunzipOutgrew
+        = (gunzip.crashed && gunzip.exitCode == SIGXFSZ) || gunzip.standardError.contains("File too large");
     if (gunzipOutgrew || !FileTree::readFile(job.indexPath(), documentSizeLimit, &indexBytes, &readError, &tooLarge)) {
         QString reason;
         if (gunzipOutgrew || tooLarge)
             reason = QStringLiteral("the document is larger than %1 MB").arg(documentSizeLimit / (1024 * 1024));
         else if (job.copyKind == FileTree::Kind::File)
-            reason = startsLikeAZipArchive(job.copyPath) ? QStringLiteral("already in the Keynote '09 format")
-                                                          : QStringLiteral("it is a single file, not a Keynote '08 package");
+            reason = startsLikeAZipArchive(job.copyPath)
+                         ? QStringLiteral("already in the Keynote '09 format")
+                         : QStringLiteral("it is a single file, not a Keynote '08 package");
         else if (!gunzip.succeeded())
             reason = QStringLiteral("the document is damaged");
         else
             reason = QStringLiteral("index.apxl could not be read (%1)").arg(errnoText(readError));
-        rejectPackage(job, QStringLiteral("Error : could not find the index.apxl file. probably not a keynote 08 presentation"), reason);
+        rejectPackage(
+            job, QStringLiteral("Error : could not find the index.apxl file. probably not a keynote 08 presentation"),
+            reason);
         return false;
     }
 
@@ -321,7 +354,8 @@ bool Converter::readDocument(Job &job, QString *document)
     *document = decoder(indexBytes);
     indexBytes = QByteArray();
     if (decoder.hasError()) {
-        rejectPackage(job, QStringLiteral("Error : index.apxl is not UTF-8 text"), QStringLiteral("the document is not UTF-8 text"));
+        rejectPackage(job, QStringLiteral("Error : index.apxl is not UTF-8 text"),
+                      QStringLiteral("the document is not UTF-8 text"));
         return false;
     }
     return true;
@@ -371,7 +405,8 @@ bool Converter::packArchive(Job &job)
         return false;
     const QString nameWithoutExt = job.fileUtils->getPrezNameWithoutExt();
     DW_LOG(QLatin1String("prezNameWithoutExt ") + nameWithoutExt);
-    const QString mvOutput = job.fileUtils->runCommand(QStringLiteral("/bin/mv"), {job.copyPath, job.tmpDir + nameWithoutExt});
+    const QString mvOutput
+        = job.fileUtils->runCommand(QStringLiteral("/bin/mv"), {job.copyPath, job.tmpDir + nameWithoutExt});
     DW_LOG(QLatin1String("mvOutput ") + mvOutput);
     post(ConversionEvents::progress);
     if (stopIfAsked(job))
@@ -379,8 +414,8 @@ bool Converter::packArchive(Job &job)
 
     // No working folder, so the entries keep the scratch folder's path.
     const QString zipName = job.fileUtils->getZipName();
-    const QString zipOutput = job.fileUtils->runCommand(QStringLiteral("/usr/bin/zip"),
-                                                        {QStringLiteral("-r"), job.tmpDir + zipName, job.tmpDir + nameWithoutExt});
+    const QString zipOutput = job.fileUtils->runCommand(
+        QStringLiteral("/usr/bin/zip"), {QStringLiteral("-r"), job.tmpDir + zipName, job.tmpDir + nameWithoutExt});
     const ChildProcess::Result zip = job.fileUtils->lastCommand();
     DW_LOG(QLatin1String("zipOutput ") + zipOutput);
     post(ConversionEvents::progress);
@@ -388,9 +423,10 @@ bool Converter::packArchive(Job &job)
         return false;
     if (!zip.succeeded()) {
         const QString complaint = lastComplaint(zip.standardError);
-        const QString reason = complaint.isEmpty()
-                                   ? QStringLiteral("could not make the archive (zip ended with status %1)").arg(zip.exitCode)
-                                   : QStringLiteral("could not make the archive (%1)").arg(complaint);
+        const QString reason
+            = complaint.isEmpty()
+                  ? QStringLiteral("could not make the archive (zip ended with status %1)").arg(zip.exitCode)
+                  : QStringLiteral("could not make the archive (%1)").arg(complaint);
         failWith(job, OutputNotWritten, reason);
         return false;
     }
@@ -432,8 +468,9 @@ bool Converter::writeIntoOutputFolder(Job &job, const QString &outputPath)
     FolderBookmark &bookmarks = FolderBookmark::platform();
     const std::optional<QUrl> outUrl = bookmarks.resolve(settings.requiredData(SettingKey::bookmarkData));
     if (!outUrl) {
-        failWith(job, OutputNotWritten, QStringLiteral("could not write %1 (the output folder no longer exists)")
-                                            .arg(outputPath + QLatin1Char('/') + outputPrezName()));
+        failWith(job, OutputNotWritten,
+                 QStringLiteral("could not write %1 (the output folder no longer exists)")
+                     .arg(outputPath + QLatin1Char('/') + outputPrezName()));
         return false;
     }
     DW_LOG(QLatin1String("outUrl : ") + outUrl->toString());
@@ -491,7 +528,8 @@ bool Converter::writeOutput(const QString &archivePath, const QString &folder)
     while (folderPath.size() > 1 && folderPath.endsWith(QLatin1Char('/')))
         folderPath.chop(1);
     auto fail = [&](const QString &why) {
-        setErrorReason(QStringLiteral("could not write %1 (%2)").arg(folderPath + QLatin1Char('/') + outputPrezName(), why));
+        setErrorReason(
+            QStringLiteral("could not write %1 (%2)").arg(folderPath + QLatin1Char('/') + outputPrezName(), why));
         return false;
     };
     OutputFile output(folderPath);

@@ -48,7 +48,8 @@ int openFolder(int parent, const char *name, bool makeEnterable)
     // A folder we could open but not write (copied from a read-only
     // package) would keep its contents; ours, it gets the owner's rights.
     struct stat st = {};
-    if (fd >= 0 && makeEnterable && ::fstat(fd, &st) == 0 && st.st_uid == ::geteuid() && (st.st_mode & S_IRWXU) != S_IRWXU)
+    if (fd >= 0 && makeEnterable && ::fstat(fd, &st) == 0 && st.st_uid == ::geteuid()
+        && (st.st_mode & S_IRWXU) != S_IRWXU)
         ::fchmod(fd, (st.st_mode & 07777) | S_IRWXU);
     return fd;
 }
@@ -339,13 +340,20 @@ bool FileTree::kindAt(const QString &path, Kind *kind, qint64 *size)
 QString FileTree::kindName(Kind kind)
 {
     switch (kind) {
-    case Kind::File: return QStringLiteral("a file");
-    case Kind::Folder: return QStringLiteral("a folder");
-    case Kind::Link: return QStringLiteral("a symbolic link");
-    case Kind::Fifo: return QStringLiteral("a FIFO");
-    case Kind::Device: return QStringLiteral("a device");
-    case Kind::Socket: return QStringLiteral("a socket");
-    case Kind::Other: break;
+    case Kind::File:
+        return QStringLiteral("a file");
+    case Kind::Folder:
+        return QStringLiteral("a folder");
+    case Kind::Link:
+        return QStringLiteral("a symbolic link");
+    case Kind::Fifo:
+        return QStringLiteral("a FIFO");
+    case Kind::Device:
+        return QStringLiteral("a device");
+    case Kind::Socket:
+        return QStringLiteral("a socket");
+    case Kind::Other:
+        break;
     }
     return QStringLiteral("a special file");
 }

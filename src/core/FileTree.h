@@ -19,10 +19,10 @@ public:
     {
         QByteArray relativePath; // from the root of the walk, "/"-separated bytes
         Kind kind = Kind::Other;
-        qint64 size = 0;         // of a file
-        unsigned mode = 0;       // permission bits
-        bool ours = false;       // owned by this process's user
-        int folderDescriptor = -1; // the open folder that holds the entry
+        qint64 size = 0;            // of a file
+        unsigned mode = 0;          // permission bits
+        bool ours = false;          // owned by this process's user
+        int folderDescriptor = -1;  // the open folder that holds the entry
         const char *name = nullptr; // its name in that folder
     };
 
@@ -31,10 +31,10 @@ public:
 
     struct WalkResult
     {
-        bool complete = true;    // every folder was read and the visitor never stopped it
-        bool stopped = false;    // the visitor ended it
-        int error = 0;           // errno of the first folder that could not be read
-        QByteArray failedPath;   // that folder, relative to the root ("" for the root)
+        bool complete = true;  // every folder was read and the visitor never stopped it
+        bool stopped = false;  // the visitor ended it
+        int error = 0;         // errno of the first folder that could not be read
+        QByteArray failedPath; // that folder, relative to the root ("" for the root)
     };
 
     // Visits every entry below the folder at rootPath, parents before their

@@ -67,14 +67,16 @@ void FileUtils::rmFile(const QString &path)
     DW_LOG(QLatin1String("removing : ") + path);
     FileTree::Kind kind;
     if (!FileTree::kindAt(path, &kind)) {
-        DW_LOG(QLatin1String("Remove failed: ") + QStringLiteral("“%1” couldn’t be removed because it doesn’t exist.").arg(path));
+        DW_LOG(QLatin1String("Remove failed: ")
+               + QStringLiteral("“%1” couldn’t be removed because it doesn’t exist.").arg(path));
         return;
     }
     QString failure;
     if (FileTree::remove(path, &failure))
         DW_LOG(QLatin1String("Remove successful"));
     else
-        DW_LOG(QLatin1String("Remove failed: ") + QStringLiteral("“%1” could not be removed completely: %2").arg(path, failure));
+        DW_LOG(QLatin1String("Remove failed: ")
+               + QStringLiteral("“%1” could not be removed completely: %2").arg(path, failure));
 }
 
 QString FileUtils::decodeOutput(const QByteArray &bytes)

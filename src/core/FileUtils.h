@@ -22,9 +22,9 @@ public:
     virtual QString prezOrigPath() const;
     virtual void setPrezOrigPath(const QString &path);
 
-    virtual QString getPrezName();            // last "/" piece: Talk.key
-    virtual QString getPrezNameWithoutExt();  // first "." piece of that: Talk
-    virtual QString getZipName();             // Talk.zip
+    virtual QString getPrezName();           // last "/" piece: Talk.key
+    virtual QString getPrezNameWithoutExt(); // first "." piece of that: Talk
+    virtual QString getZipName();            // Talk.zip
     // Never follows a link: a link is removed, not what it points to.
     virtual void rmFile(const QString &path);
     // Standard output, one blank, standard error; " " when the command cannot start.

@@ -39,7 +39,8 @@ KernelFileCopy::Result KernelFileCopy::copyRest(int fromDescriptor, int toDescri
         if (errno == EINTR)
             continue;
         // Nothing copied yet and the kernel cannot do it here: copy it ourselves.
-        if (!copiedAny && (errno == ENOSYS || errno == EXDEV || errno == EINVAL || errno == EOPNOTSUPP || errno == EBADF))
+        if (!copiedAny
+            && (errno == ENOSYS || errno == EXDEV || errno == EINVAL || errno == EOPNOTSUPP || errno == EBADF))
             break;
         return fail(error, errno);
     }

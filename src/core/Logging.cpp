@@ -10,7 +10,7 @@ void Logging::log(const QString &message, const char *function, const char *file
     if (!lcDeckwright().isDebugEnabled())
         return;
     const QString unit = QFileInfo(QString::fromUtf8(file)).completeBaseName();
-    QMessageLogger(file, line, function, lcDeckwright().categoryName()).debug()
-        .noquote() << unit + QLatin1Char(':') + QString::number(line) + QLatin1Char(' ')
-                          + QString::fromUtf8(function) + QLatin1String(" ") + message;
+    QMessageLogger(file, line, function, lcDeckwright().categoryName()).debug().noquote()
+        << unit + QLatin1Char(':') + QString::number(line) + QLatin1Char(' ') + QString::fromUtf8(function)
+               + QLatin1String(" ") + message;
 }

@@ -22,9 +22,9 @@ void NotificationCenter::removeObserver(const void *observer, const QString &nam
 
 void NotificationCenter::removeObserver(const void *observer)
 {
-    m_entries.erase(std::remove_if(m_entries.begin(), m_entries.end(),
-                                   [&](const Entry &e) { return e.observer == observer; }),
-                    m_entries.end());
+    m_entries.erase(
+        std::remove_if(m_entries.begin(), m_entries.end(), [&](const Entry &e) { return e.observer == observer; }),
+        m_entries.end());
 }
 
 void NotificationCenter::post(const QString &name, Converter *object)

@@ -42,35 +42,40 @@ QString PackageScan::displayPath(const QByteArray &relativePath)
 PackageScan::Result PackageScan::scanCopy(const QString &copyPath)
 {
     Result result;
-    const FileTree::WalkResult walk = FileTree::walk(copyPath, [&](const FileTree::Entry &entry) {
-        switch (entry.kind) {
-        case FileTree::Kind::File:
-            // cp keeps the source's bits: a read-only document could not be
-            // rewritten, and a file only others may read would stop zip.
-            if (entry.ours && (entry.mode & (S_IRUSR | S_IWUSR)) != (S_IRUSR | S_IWUSR))
-                ::fchmodat(entry.folderDescriptor, entry.name, entry.mode | S_IRUSR | S_IWUSR, 0);
-            result.bytes += entry.size;
-            ++result.files;
-            return true;
-        case FileTree::Kind::Folder:
-            return true;
-        case FileTree::Kind::Link: {
-            char target[PATH_MAX];
-            const ssize_t n = ::readlinkat(entry.folderDescriptor, entry.name, target, sizeof target);
-            const QByteArray to = n > 0 ? QByteArray(target, int(n)) : QByteArray();
-            result.problem = pointsOutside(entry.relativePath, to)
-                                 ? QStringLiteral("it holds a link to a file outside the package: %1")
-                                 : QStringLiteral("it holds a symbolic link: %1");
-            result.problem = result.problem.arg(displayPath(entry.relativePath));
-            return false;
-        }
-        default:
-            result.problem = QStringLiteral("it holds %1: %2").arg(FileTree::kindName(entry.kind), displayPath(entry.relativePath));
-            return false;
-        }
-    }, true);
+    const FileTree::WalkResult walk = FileTree::walk(
+        copyPath,
+        [&](const FileTree::Entry &entry) {
+            switch (entry.kind) {
+            case FileTree::Kind::File:
+                // cp keeps the source's bits: a read-only document could not be
+                // rewritten, and a file only others may read would stop zip.
+                if (entry.ours && (entry.mode & (S_IRUSR | S_IWUSR)) != (S_IRUSR | S_IWUSR))
+                    ::fchmodat(entry.folderDescriptor, entry.name, entry.mode | S_IRUSR | S_IWUSR, 0);
+                result.bytes += entry.size;
+                ++result.files;
+                return true;
+            case FileTree::Kind::Folder:
+                return true;
+            case FileTree::Kind::Link: {
+                char target[PATH_MAX];
+                const ssize_t n = ::readlinkat(entry.folderDescriptor, entry.name, target, sizeof target);
+                const QByteArray to = n > 0 ? QByteArray(target, int(n)) : QByteArray();
+                result.problem = pointsOutside(entry.relativePath, to)
+                                     ? QStringLiteral("it holds a link to a file outside the package: %1")
+                                     : QStringLiteral("it holds a symbolic link: %1");
+                result.problem = result.problem.arg(displayPath(entry.relativePath));
+                return false;
+            }
+            default:
+                result.problem = QStringLiteral("it holds %1: %2")
+                                     .arg(FileTree::kindName(entry.kind), displayPath(entry.relativePath));
+                return false;
+            }
+        },
+        true);
     if (result.problem.isEmpty() && !walk.complete)
-        result.problem = QStringLiteral("it holds a folder that could not be read: %1").arg(displayPath(walk.failedPath));
+        result.problem
+            = QStringLiteral("it holds a folder that could not be read: %1").arg(displayPath(walk.failedPath));
     return result;
 }
 
@@ -78,7 +83,8 @@ QString PackageScan::whyNotCopied(const QString &packagePath, const QString &des
 {
     QString reason;
     // cp names every file by its whole path, on both sides.
-    const qsizetype prefixLength = qMax(QFile::encodeName(destinationPath).size(), QFile::encodeName(packagePath).size());
+    const qsizetype prefixLength
+        = qMax(QFile::encodeName(destinationPath).size(), QFile::encodeName(packagePath).size());
     const FileTree::WalkResult walk = FileTree::walk(packagePath, [&](const FileTree::Entry &entry) {
         if (prefixLength + 1 + entry.relativePath.size() >= PATH_MAX) {
             reason = QStringLiteral("a path in it is too long to copy: %1").arg(displayPath(entry.relativePath));
@@ -87,7 +93,8 @@ QString PackageScan::whyNotCopied(const QString &packagePath, const QString &des
         if (entry.kind == FileTree::Kind::File) {
             const int fd = ::openat(entry.folderDescriptor, entry.name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
             if (fd < 0) {
-                reason = QStringLiteral("it holds a file that could not be read: %1").arg(displayPath(entry.relativePath));
+                reason
+                    = QStringLiteral("it holds a file that could not be read: %1").arg(displayPath(entry.relativePath));
                 return false;
             }
             ::close(fd);
@@ -95,7 +102,8 @@ QString PackageScan::whyNotCopied(const QString &packagePath, const QString &des
         return true;
     });
     if (reason.isEmpty() && !walk.complete && !walk.stopped && walk.error != ENOENT)
-        reason = walk.failedPath.isEmpty() ? QStringLiteral("it could not be read")
-                                           : QStringLiteral("it holds a folder that could not be read: %1").arg(displayPath(walk.failedPath));
+        reason = walk.failedPath.isEmpty()
+                     ? QStringLiteral("it could not be read")
+                     : QStringLiteral("it holds a folder that could not be read: %1").arg(displayPath(walk.failedPath));
     return reason;
 }

@@ -9,8 +9,8 @@ Regex::Regex(const QString &pattern)
     , m_pattern(pattern)
 {
     if (!m_internalExpression.isValid())
-        Fatal::fail(QStringLiteral("the pattern \"%1\" does not compile: %2")
-                        .arg(pattern, m_internalExpression.errorString()));
+        Fatal::fail(
+            QStringLiteral("the pattern \"%1\" does not compile: %2").arg(pattern, m_internalExpression.errorString()));
 }
 
 Regex::~Regex() = default;

@@ -49,8 +49,8 @@ bool ScratchDir::isPrivate(int folderDescriptor)
 bool ScratchDir::isPrivate(const QString &folder)
 {
     // No trailing "/": it would make the kernel follow a link in the last place.
-    const int fd = ::open(QFile::encodeName(withoutSlash(folder)).constData(),
-                          O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    const int fd
+        = ::open(QFile::encodeName(withoutSlash(folder)).constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
     if (fd < 0)
         return false;
     const bool ok = isPrivate(fd);

@@ -37,7 +37,6 @@ void registerFatalCleanup()
     Fatal::addCleanup(&ScratchRun::removeAll);
 }
 
-
 QString errnoText(int error)
 {
     return QString::fromLocal8Bit(std::strerror(error));
@@ -61,8 +60,7 @@ ScratchRun::ScratchRun()
     }
     // Runs are made and swept under a lock on the scratch folder, so a sweep
     // never meets a run that is being made.
-    while (::flock(m_rootFd, LOCK_EX) != 0 && errno == EINTR) {
-    }
+    while (::flock(m_rootFd, LOCK_EX) != 0 && errno == EINTR) {}
     sweepStale(m_rootFd);
     int error = 0;
     for (int attempt = 0; attempt < 100; ++attempt) {
@@ -146,9 +144,10 @@ int ScratchRun::sweepStale(int scratchFolderDescriptor)
         struct stat st = {};
         if (::fstatat(scratchFolderDescriptor, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
             continue;
-        const bool oldLeftover = S_ISDIR(st.st_mode)
-                                 || (S_ISREG(st.st_mode) && name.size() > 4
-                                     && (name.compare(name.size() - 4, 4, ".key") == 0 || name.compare(name.size() - 4, 4, ".zip") == 0));
+        const bool oldLeftover
+            = S_ISDIR(st.st_mode)
+              || (S_ISREG(st.st_mode) && name.size() > 4
+                  && (name.compare(name.size() - 4, 4, ".key") == 0 || name.compare(name.size() - 4, 4, ".zip") == 0));
         if (!isRun && !oldLeftover)
             continue;
         const int fd = S_ISDIR(st.st_mode) ? ::openat(scratchFolderDescriptor, name.c_str(), kDirFlags) : -1;

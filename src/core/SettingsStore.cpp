@@ -1,18 +1,23 @@
 #include "core/SettingsStore.h"
 
 #include "core/Fatal.h"
-#include "core/SettingsBackend.h"
 #include "core/JsonSettingsBackend.h"
+#include "core/SettingsBackend.h"
 
 namespace {
 QString kindName(int typeId, const char *typeName = nullptr)
 {
     switch (typeId) {
-    case QMetaType::QString: return QStringLiteral("a string");
-    case QMetaType::QStringList: return QStringLiteral("a list of strings");
-    case QMetaType::QByteArray: return QStringLiteral("a byte block");
-    case QMetaType::LongLong: return QStringLiteral("an integer");
-    default: return QStringLiteral("a value of type ") + QString::fromLatin1(typeName);
+    case QMetaType::QString:
+        return QStringLiteral("a string");
+    case QMetaType::QStringList:
+        return QStringLiteral("a list of strings");
+    case QMetaType::QByteArray:
+        return QStringLiteral("a byte block");
+    case QMetaType::LongLong:
+        return QStringLiteral("an integer");
+    default:
+        return QStringLiteral("a value of type ") + QString::fromLatin1(typeName);
     }
 }
 

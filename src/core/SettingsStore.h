@@ -20,7 +20,7 @@ public:
     static SettingsStore &standard();
 
     // The store's four operations.
-    QVariant object(const QString &key) const;                  // invalid when absent
+    QVariant object(const QString &key) const;                 // invalid when absent
     void setObject(const QString &key, const QVariant &value); // string, list of strings, bytes
     void setInteger(const QString &key, qint64 value);
     bool synchronize();
@@ -65,4 +65,4 @@ inline const QString playSound = QStringLiteral("playSound");
 inline const QString stopForErrors = QStringLiteral("stopForErrors");
 inline const QString checkUpdates = QStringLiteral("checkUpdates");
 inline const QString updateInterval = QStringLiteral("updateInterval");
-}
+} // namespace SettingKey

@@ -8,7 +8,7 @@
 
 namespace {
 volatile sig_atomic_t g_converting = 0;
-volatile sig_atomic_t g_stop = 0;        // 1 + signal number, or 1 for the person
+volatile sig_atomic_t g_stop = 0; // 1 + signal number, or 1 for the person
 volatile sig_atomic_t g_childGroup = 0;
 int g_pipe[2] = {-1, -1};
 

@@ -34,14 +34,16 @@ AboutDialog::AboutDialog(QWidget *parent)
     version->setAlignment(Qt::AlignCenter);
     layout->addWidget(version);
 
-    auto *blurb = new QLabel(QStringLiteral("Upgrades Keynote '08 presentations to the Keynote '09 file format."), this);
+    auto *blurb
+        = new QLabel(QStringLiteral("Upgrades Keynote '08 presentations to the Keynote '09 file format."), this);
     blurb->setAlignment(Qt::AlignCenter);
     blurb->setWordWrap(true);
     layout->addWidget(blurb);
 
     const QUrl website(QString::fromUtf8(BuildConfig::websiteUrl));
-    m_websiteLink = new HyperlinkTextField(
-        QStringLiteral("Made by Bramblefox · <a href=\"%1\">%2</a>").arg(website.toString(QUrl::FullyEncoded), website.host()), this);
+    m_websiteLink = new HyperlinkTextField(QStringLiteral("Made by Bramblefox · <a href=\"%1\">%2</a>")
+                                               .arg(website.toString(QUrl::FullyEncoded), website.host()),
+                                           this);
     m_websiteLink->setAlignment(Qt::AlignCenter);
     layout->addWidget(m_websiteLink);
 

@@ -35,7 +35,7 @@ int Alert::runModal()
     }
 
     QMessageBox box(m_parent);
-    box.setIcon(m_style == Critical ? QMessageBox::Critical
+    box.setIcon(m_style == Critical        ? QMessageBox::Critical
                 : m_style == Informational ? QMessageBox::Information
                                            : QMessageBox::Warning);
     box.setWindowTitle(QGuiApplication::applicationDisplayName());

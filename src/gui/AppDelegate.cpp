@@ -1,19 +1,19 @@
 #include "gui/AppDelegate.h"
 
+#include "core/Logging.h"
+#include "core/SettingsStore.h"
 #include "gui/AboutDialog.h"
 #include "gui/Alert.h"
 #include "gui/BuildConfig.h"
-#include "platform/DesktopServices.h"
-#include "core/Logging.h"
 #include "gui/OpenPanel.h"
 #include "gui/OutputFolderChooser.h"
 #include "gui/Preferences.h"
-#include "widgets/PreferencesWindowController.h"
 #include "gui/ProgressBarWindowController.h"
-#include "core/SettingsStore.h"
 #include "gui/SoftwareUpdateDialog.h"
 #include "gui/SoftwareUpdater.h"
+#include "platform/DesktopServices.h"
 #include "ui_MainWindow.h"
+#include "widgets/PreferencesWindowController.h"
 
 #include <QApplication>
 #include <QDebug>
@@ -88,9 +88,7 @@ void AppDelegate::windowWillClose()
     m_window->ui().closeMenuItem->setEnabled(false);
 }
 
-void AppDelegate::applicationWillTerminate()
-{
-}
+void AppDelegate::applicationWillTerminate() {}
 
 // ---- Actions -----------------------------------------------------------
 
@@ -250,8 +248,9 @@ QString AppDelegate::summaryText(const QStringList &errorPrezzes)
         text += QStringLiteral("• and ") + QString::number(others) + QStringLiteral(" other")
                 + (others > 1 ? QStringLiteral("s") : QString()) + QStringLiteral(".\n");
     }
-    text += QStringLiteral("\nThis converter will only convert Keynote 4 (iWork '08) files to Keynote 5 (iWork '09) "
-                           "files. Please check the files listed and try again.");
+    text += QStringLiteral(
+        "\nThis converter will only convert Keynote 4 (iWork '08) files to Keynote 5 (iWork '09) "
+        "files. Please check the files listed and try again.");
     return text;
 }
 

@@ -27,7 +27,8 @@ void OpenPanel::setResponder(Responder r)
 QUrl OpenPanel::urlForPath(const QString &path, bool resolveLinks)
 {
     const QFileInfo info(path);
-    QString chosen = resolveLinks && info.exists() ? info.canonicalFilePath() : QDir::cleanPath(info.absoluteFilePath());
+    QString chosen
+        = resolveLinks && info.exists() ? info.canonicalFilePath() : QDir::cleanPath(info.absoluteFilePath());
     if (QFileInfo(chosen).isDir() && !chosen.endsWith(QLatin1Char('/')))
         chosen += QLatin1Char('/');
     return QUrl::fromLocalFile(chosen);
@@ -55,7 +56,7 @@ OpenPanel::Response OpenPanel::runModal(QWidget *parent)
     }
     PackageFileDialog::Mode mode = m_canChooseDirectories && !m_canChooseFiles ? PackageFileDialog::Folders
                                    : m_allowsMultipleSelection                 ? PackageFileDialog::FilesAndPackages
-                                                                              : PackageFileDialog::FileOrPackage;
+                                                                               : PackageFileDialog::FileOrPackage;
     auto *files = new PackageFileDialog(mode, &dialog);
     files->setResolvesLinks(m_resolvesAliases);
     files->setLabelText(QFileDialog::Accept, m_prompt);

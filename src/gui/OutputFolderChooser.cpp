@@ -4,8 +4,8 @@
 #include "core/FileUrl.h"
 #include "core/FolderBookmark.h"
 #include "core/Logging.h"
-#include "gui/OpenPanel.h"
 #include "core/SettingsStore.h"
+#include "gui/OpenPanel.h"
 
 #include <QFileInfo>
 #include <QtGlobal>
@@ -46,7 +46,8 @@ bool OutputFolderChooser::run(Origin origin, QWidget *parent)
     settings.setObject(SettingKey::outputPath, absoluteString);
     const std::optional<QByteArray> bookmark = FolderBookmark::platform().create(url);
     if (!bookmark)
-        Fatal::fail(QStringLiteral("the output folder %1 cannot be kept: no bookmark could be made for it").arg(url.toLocalFile()));
+        Fatal::fail(QStringLiteral("the output folder %1 cannot be kept: no bookmark could be made for it")
+                        .arg(url.toLocalFile()));
     settings.setObject(SettingKey::bookmarkData, *bookmark);
     DW_LOG(QLatin1String("saved bookmarkdata for later"));
     settings.synchronize();

@@ -4,8 +4,8 @@
 #include "core/FileUrl.h"
 #include "core/FileUtils.h"
 #include "core/Logging.h"
-#include "gui/OutputFolderChooser.h"
 #include "core/SettingsStore.h"
+#include "gui/OutputFolderChooser.h"
 #include "gui/SoftwareUpdater.h"
 #include "ui_Preferences.h"
 
@@ -35,9 +35,12 @@ int senderState(QObject *sender, const char *action)
 {
     if (auto *box = qobject_cast<QCheckBox *>(sender)) {
         switch (box->checkState()) {
-        case Qt::Checked: return 1;
-        case Qt::PartiallyChecked: return -1;
-        case Qt::Unchecked: return 0;
+        case Qt::Checked:
+            return 1;
+        case Qt::PartiallyChecked:
+            return -1;
+        case Qt::Unchecked:
+            return 0;
         }
     }
     if (auto *button = qobject_cast<QAbstractButton *>(sender))
@@ -82,8 +85,8 @@ QString Preferences::preferenceTitle() const
 
 QIcon Preferences::preferenceIcon() const
 {
-    static const char *const names[] = {"bluetooth", "preferences-system-bluetooth", "bluetooth-active",
-                                        "bluetooth-symbolic"};
+    static const char *const names[]
+        = {"bluetooth", "preferences-system-bluetooth", "bluetooth-active", "bluetooth-symbolic"};
     for (const char *name : names) {
         const QIcon icon = QIcon::fromTheme(QLatin1String(name));
         if (!icon.isNull())
@@ -110,7 +113,8 @@ void Preferences::connectActions()
     // Only what the person does writes: activated and clicked, never the
     // programmatic changes made while filling the controls.
     Ui::Preferences &ui = *m_ui;
-    connect(ui.finishedActionCombo, &QComboBox::activated, this, [this] { pickedCompletionAction(m_ui->finishedActionCombo); });
+    connect(ui.finishedActionCombo, &QComboBox::activated, this,
+            [this] { pickedCompletionAction(m_ui->finishedActionCombo); });
     connect(ui.intervalCombo, &QComboBox::activated, this, [this] { pickedIntervalAction(m_ui->intervalCombo); });
     connect(ui.sendSoundButton, &QCheckBox::clicked, this, [this] { soundCheckBox(m_ui->sendSoundButton); });
     connect(ui.stopForErrors, &QCheckBox::clicked, this, [this] { checkStopForErrorsAction(m_ui->stopForErrors); });
@@ -224,8 +228,9 @@ void Preferences::soundCheckBox(QObject *sender)
 void Preferences::checkStopForErrorsAction(QObject *sender)
 {
     // The first line carries the update action's label; the log has always read this way.
-    storeCheckBox(sender, "checkStopForErrorsAction", SettingKey::stopForErrors, QStringLiteral("checkUpdatesAction : "),
-                  QStringLiteral("stopForErrors : on"), QStringLiteral("stopForErrors : off"));
+    storeCheckBox(sender, "checkStopForErrorsAction", SettingKey::stopForErrors,
+                  QStringLiteral("checkUpdatesAction : "), QStringLiteral("stopForErrors : on"),
+                  QStringLiteral("stopForErrors : off"));
 }
 
 void Preferences::checkUpdatesAction(QObject *sender)

@@ -1,18 +1,18 @@
 #include "gui/ProgressBarWindowController.h"
 
-#include "gui/Alert.h"
 #include "core/ConversionEvents.h"
 #include "core/Converter.h"
-#include "platform/DesktopServices.h"
 #include "core/Fatal.h"
 #include "core/FileUrl.h"
 #include "core/FileUtils.h"
 #include "core/FolderBookmark.h"
 #include "core/Logging.h"
 #include "core/NotificationCenter.h"
-#include "widgets/ProgressIndicator.h"
 #include "core/SettingsStore.h"
+#include "gui/Alert.h"
+#include "platform/DesktopServices.h"
 #include "ui_ProgressBarView.h"
+#include "widgets/ProgressIndicator.h"
 
 #include <QGuiApplication>
 #include <QLabel>
@@ -57,9 +57,7 @@ QWidget *ProgressBarWindowController::window()
     return m_mainW;
 }
 
-void ProgressBarWindowController::windowWillLoad()
-{
-}
+void ProgressBarWindowController::windowWillLoad() {}
 
 void ProgressBarWindowController::loadWindow()
 {
@@ -189,14 +187,16 @@ void ProgressBarWindowController::reportRejectedFile(const QString &name, qint64
     alert.addButton(QStringLiteral("OK"));
     alert.setMessageText(QStringLiteral("A problem occurred."));
     if (code == Converter::OutputNotWritten)
-        alert.setInformativeText(QStringLiteral("The file \"") + name
-                                 + QStringLiteral("\" was converted but could not be saved in the output folder.\n\n"
-                                                  "Check that the folder still exists, that you may write in it and that "
-                                                  "its disk has room. This file will be skipped."));
+        alert.setInformativeText(
+            QStringLiteral("The file \"") + name
+            + QStringLiteral("\" was converted but could not be saved in the output folder.\n\n"
+                             "Check that the folder still exists, that you may write in it and that "
+                             "its disk has room. This file will be skipped."));
     else
-        alert.setInformativeText(QStringLiteral("The file \"") + name
-                                 + QStringLiteral("\" is not a Keynote 4 file.\n\nThis converter will only convert Keynote 4 "
-                                                  "(iWork '08) files to Keynote 5 (iWork '09) files. This file will be skipped."));
+        alert.setInformativeText(
+            QStringLiteral("The file \"") + name
+            + QStringLiteral("\" is not a Keynote 4 file.\n\nThis converter will only convert Keynote 4 "
+                             "(iWork '08) files to Keynote 5 (iWork '09) files. This file will be skipped."));
     // The converter's own words on this file, for whoever wants them.
     if (!reason.isEmpty())
         alert.setDetailedText(reason.left(1).toUpper() + reason.mid(1) + QLatin1Char('.'));
@@ -250,7 +250,8 @@ void ProgressBarWindowController::finishedConversion()
         DesktopServices::instance().playSound(QStringLiteral("Glass"));
     DW_LOG(QLatin1String("completedAction : ") + completedAction);
 
-    FileUtils::lastPathPiece(settings.requiredString(SettingKey::prezPath)); // a prezPath without a name is fatal here too
+    FileUtils::lastPathPiece(
+        settings.requiredString(SettingKey::prezPath)); // a prezPath without a name is fatal here too
     const QString outputPath = requiredSetting(SettingKey::outputPath);
 
     // Two paths, computed apart: the folder part of finalPath is escaped a

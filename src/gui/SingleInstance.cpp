@@ -11,7 +11,7 @@
 namespace {
 constexpr int kConnectTimeoutMs = 3000;
 constexpr qint64 kMaxRequestBytes = 4 * 1024 * 1024;
-}
+} // namespace
 
 SingleInstance::SingleInstance(QString serverName, QObject *parent)
     : QObject(parent)

@@ -1,8 +1,8 @@
 #include "gui/SoftwareUpdater.h"
 
-#include "gui/BuildConfig.h"
 #include "core/Logging.h"
 #include "core/SettingsStore.h"
+#include "gui/BuildConfig.h"
 
 #include <QCoreApplication>
 #include <QDateTime>
@@ -19,7 +19,8 @@ const QString SoftwareUpdater::lastCheckTimeKey = QStringLiteral("SoftwareUpdate
 //   <enclosure url="..." dw:version="1.2.0" xmlns:dw="http://www.bramblefox.com/xml-namespaces/deckwright-update"/>
 //   <version>1.2.0</version>   (plain, or in the same namespace)
 // and its page in <link>, falling back to the enclosure's url.
-const QString SoftwareUpdater::feedNamespace = QStringLiteral("http://www.bramblefox.com/xml-namespaces/deckwright-update");
+const QString SoftwareUpdater::feedNamespace
+    = QStringLiteral("http://www.bramblefox.com/xml-namespaces/deckwright-update");
 
 namespace {
 // However short an interval the settings hold, never ask the server more often than this.
@@ -54,7 +55,8 @@ void readItem(QXmlStreamReader &xml, SoftwareUpdater::FeedItem *item)
             link = QUrl(xml.readElementText().trimmed());
         } else if (plain && xml.name() == QLatin1String("enclosure")) {
             const QXmlStreamAttributes attributes = xml.attributes();
-            enclosureVersion = attributes.value(SoftwareUpdater::feedNamespace, QLatin1String("version")).toString().trimmed();
+            enclosureVersion
+                = attributes.value(SoftwareUpdater::feedNamespace, QLatin1String("version")).toString().trimmed();
             enclosureUrl = QUrl(attributes.value(QLatin1String("url")).toString().trimmed());
             xml.skipCurrentElement();
         } else if (xml.name() == QLatin1String("version")
@@ -185,7 +187,8 @@ bool SoftwareUpdater::parseFeed(const QByteArray &data, FeedItem *newest, QStrin
         }
     }
     if (xml.hasError()) {
-        *problem = QStringLiteral("it is not well-formed XML (%1 at line %2)").arg(xml.errorString()).arg(xml.lineNumber());
+        *problem
+            = QStringLiteral("it is not well-formed XML (%1 at line %2)").arg(xml.errorString()).arg(xml.lineNumber());
         return false;
     }
     if (!found) {
@@ -249,8 +252,9 @@ void SoftwareUpdater::onReplyFinished()
     FeedItem newest;
     QString problem;
     if (!parseFeed(reply->readAll(), &newest, &problem)) {
-        finishCheck(FeedError, FeedItem(),
-                    QStringLiteral("The update information from %1 could not be read: %2.").arg(url.toString(), problem));
+        finishCheck(
+            FeedError, FeedItem(),
+            QStringLiteral("The update information from %1 could not be read: %2.").arg(url.toString(), problem));
         return;
     }
     finishCheck(compareVersions(newest.version, currentVersion()) > 0 ? UpdateAvailable : UpToDate, newest, QString());

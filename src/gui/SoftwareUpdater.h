@@ -75,10 +75,10 @@ public:
     struct Answer
     {
         Result result;
-        FeedItem item;          // the feed's newest item (empty after an error)
-        QString problem;        // why the check failed, for a person
-        bool userInitiated;     // asked for by a person, not an automatic check
-        QObject *sender;        // the control that asked, or nullptr
+        FeedItem item;      // the feed's newest item (empty after an error)
+        QString problem;    // why the check failed, for a person
+        bool userInitiated; // asked for by a person, not an automatic check
+        QObject *sender;    // the control that asked, or nullptr
     };
 
 Q_SIGNALS:

@@ -62,7 +62,8 @@ bool GenericDesktopServices::revealFile(const QString &path, const QString &root
     QProcess explorer;
     explorer.setProgram(QStringLiteral("explorer.exe"));
     // Explorer wants the quotes around the path only, which QProcess would not do.
-    explorer.setNativeArguments(QStringLiteral("/select,\"%1\"").arg(QDir::toNativeSeparators(QFileInfo(path).absoluteFilePath())));
+    explorer.setNativeArguments(
+        QStringLiteral("/select,\"%1\"").arg(QDir::toNativeSeparators(QFileInfo(path).absoluteFilePath())));
     if (explorer.startDetached())
         return true;
 #elif defined(Q_OS_MACOS)

@@ -67,7 +67,8 @@ QList<LinkRecord> collectRecords(const QTextDocument &document)
                 LinkRecord record;
                 record.range = {run.start, run.end - run.start};
                 record.url = run.url;
-                record.rect = QRectF(std::min(x1, x2), line.y(), std::abs(x2 - x1), line.height()).translated(blockOrigin);
+                record.rect
+                    = QRectF(std::min(x1, x2), line.y(), std::abs(x2 - x1), line.height()).translated(blockOrigin);
                 records.append(record);
             }
         }
@@ -103,9 +104,8 @@ std::unique_ptr<QTextDocument> HyperlinkTextField::layoutDocument() const
     auto document = std::make_unique<QTextDocument>();
     document->setUndoRedoEnabled(false);
     document->setDefaultFont(font());
-    const Qt::TextFormat format = textFormat() == Qt::AutoText
-        ? (Qt::mightBeRichText(text()) ? Qt::RichText : Qt::PlainText)
-        : textFormat();
+    const Qt::TextFormat format
+        = textFormat() == Qt::AutoText ? (Qt::mightBeRichText(text()) ? Qt::RichText : Qt::PlainText) : textFormat();
     if (format == Qt::RichText)
         document->setHtml(text());
     else if (format == Qt::MarkdownText)

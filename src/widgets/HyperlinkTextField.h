@@ -30,9 +30,9 @@ public:
             int length = 0;
             bool contains(int index) const { return location <= index && index < location + length; }
         };
-        Range range;  // in the label's plain text
-        QString url;  // the link target as the text stores it
-        QRectF rect;  // in the layout's own coordinates (see layoutOrigin)
+        Range range; // in the label's plain text
+        QString url; // the link target as the text stores it
+        QRectF rect; // in the layout's own coordinates (see layoutOrigin)
     };
 
     explicit HyperlinkTextField(QWidget *parent = nullptr);

@@ -7,9 +7,9 @@
 #include <QFileIconProvider>
 #include <QFileInfo>
 #include <QFileSystemModel>
+#include <QHeaderView>
 #include <QKeyEvent>
 #include <QMouseEvent>
-#include <QHeaderView>
 #include <QSortFilterProxyModel>
 #include <QTreeView>
 

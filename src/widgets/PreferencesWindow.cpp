@@ -11,14 +11,14 @@
 namespace {
 // Long enough to let a drag or an animation settle before the store is written.
 constexpr int frameSaveDelayMs = 300;
-}
+} // namespace
 
 PreferencesWindow::PreferencesWindow(QWidget *parent)
     : QMainWindow(parent)
 {
     // Titled, closable, minimisable; the size follows the pane, not the user.
-    setWindowFlags(Qt::Window | Qt::WindowTitleHint | Qt::WindowSystemMenuHint
-                   | Qt::WindowMinimizeButtonHint | Qt::WindowCloseButtonHint);
+    setWindowFlags(Qt::Window | Qt::WindowTitleHint | Qt::WindowSystemMenuHint | Qt::WindowMinimizeButtonHint
+                   | Qt::WindowCloseButtonHint);
     // Closing the preferences must never end the program.
     setAttribute(Qt::WA_QuitOnClose, false);
 

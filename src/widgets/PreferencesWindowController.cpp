@@ -21,26 +21,26 @@ namespace {
 constexpr int toolbarIconSize = 32;
 
 // A thin line under the toolbar, as the separator flag asks.
-const char *const toolbarWithSeparatorStyle =
-    "QToolBar#PreferencesMainToolbar { border: none; border-bottom: 1px solid palette(mid);"
-    " padding: 3px 6px; spacing: 4px; }";
-const char *const toolbarWithoutSeparatorStyle =
-    "QToolBar#PreferencesMainToolbar { border: none; padding: 3px 6px; spacing: 4px; }";
+const char *const toolbarWithSeparatorStyle
+    = "QToolBar#PreferencesMainToolbar { border: none; border-bottom: 1px solid palette(mid);"
+      " padding: 3px 6px; spacing: 4px; }";
+const char *const toolbarWithoutSeparatorStyle
+    = "QToolBar#PreferencesMainToolbar { border: none; padding: 3px 6px; spacing: 4px; }";
 
 // Segments share one rounded outline; the control's own background shows
 // through the one-point gaps between them as dividers.
-const char *const segmentedControlStyle =
-    "#PreferencesToolbarSegmentedControl { background: palette(mid); border-radius: 4px; }"
-    "#PreferencesToolbarSegmentedControl > QToolButton { border: none; padding: 0;"
-    " background: palette(button); color: palette(button-text); }"
-    "#PreferencesToolbarSegmentedControl > QToolButton:hover { background: palette(light); }"
-    "#PreferencesToolbarSegmentedControl > QToolButton:checked { background: palette(highlight);"
-    " color: palette(highlighted-text); }"
-    "#PreferencesToolbarSegmentedControl > QToolButton[segment=\"first\"] {"
-    " border-top-left-radius: 3px; border-bottom-left-radius: 3px; }"
-    "#PreferencesToolbarSegmentedControl > QToolButton[segment=\"last\"] {"
-    " border-top-right-radius: 3px; border-bottom-right-radius: 3px; }"
-    "#PreferencesToolbarSegmentedControl > QToolButton[segment=\"only\"] { border-radius: 3px; }";
+const char *const segmentedControlStyle
+    = "#PreferencesToolbarSegmentedControl { background: palette(mid); border-radius: 4px; }"
+      "#PreferencesToolbarSegmentedControl > QToolButton { border: none; padding: 0;"
+      " background: palette(button); color: palette(button-text); }"
+      "#PreferencesToolbarSegmentedControl > QToolButton:hover { background: palette(light); }"
+      "#PreferencesToolbarSegmentedControl > QToolButton:checked { background: palette(highlight);"
+      " color: palette(highlighted-text); }"
+      "#PreferencesToolbarSegmentedControl > QToolButton[segment=\"first\"] {"
+      " border-top-left-radius: 3px; border-bottom-left-radius: 3px; }"
+      "#PreferencesToolbarSegmentedControl > QToolButton[segment=\"last\"] {"
+      " border-top-right-radius: 3px; border-bottom-right-radius: 3px; }"
+      "#PreferencesToolbarSegmentedControl > QToolButton[segment=\"only\"] { border-radius: 3px; }";
 } // namespace
 
 PreferencesWindowController::PreferencesWindowController(QObject *parent)
@@ -170,8 +170,8 @@ QSize PreferencesWindowController::contentSizeFor(const PreferencesPane &pane)
     if (known != m_contentSizes.constEnd())
         return *known;
     const QWidget *view = pane->preferenceView();
-    QSize size = view->testAttribute(Qt::WA_Resized) ? view->size()
-                                                      : view->sizeHint().expandedTo(view->minimumSizeHint());
+    QSize size
+        = view->testAttribute(Qt::WA_Resized) ? view->size() : view->sizeHint().expandedTo(view->minimumSizeHint());
     if (!size.isValid() || size.isEmpty())
         size = QSize(PreferencesWindow::initialContentWidth, PreferencesWindow::initialContentHeight);
     size = size.expandedTo(view->minimumSize()).boundedTo(view->maximumSize());
@@ -305,8 +305,7 @@ void PreferencesWindowController::setupToolbar()
     m_toolbar = nullptr;
     m_toolbarDefaultItemIdentifiers.reset();
 
-    if (!m_showToolbarWithSingleViewController && !m_showToolbarItemsAsSegmentedControl
-        && m_viewControllers.size() < 2)
+    if (!m_showToolbarWithSingleViewController && !m_showToolbarItemsAsSegmentedControl && m_viewControllers.size() < 2)
         return;
 
     auto *toolbar = new QToolBar(m_window.get());
@@ -314,8 +313,8 @@ void PreferencesWindowController::setupToolbar()
     toolbar->setMovable(false);
     toolbar->setFloatable(false);
     toolbar->setIconSize(QSize(toolbarIconSize, toolbarIconSize));
-    toolbar->setStyleSheet(QLatin1String(m_showToolbarSeparator ? toolbarWithSeparatorStyle
-                                                                 : toolbarWithoutSeparatorStyle));
+    toolbar->setStyleSheet(
+        QLatin1String(m_showToolbarSeparator ? toolbarWithSeparatorStyle : toolbarWithoutSeparatorStyle));
     m_toolbar = toolbar;
 
     if (m_showToolbarItemsAsSegmentedControl) {

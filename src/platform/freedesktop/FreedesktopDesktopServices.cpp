@@ -45,12 +45,24 @@ QString unescapeValue(const QString &value)
         }
         const QChar next = value.at(++i);
         switch (next.unicode()) {
-        case 's': result.append(QLatin1Char(' ')); break;
-        case 'n': result.append(QLatin1Char('\n')); break;
-        case 't': result.append(QLatin1Char('\t')); break;
-        case 'r': result.append(QLatin1Char('\r')); break;
-        case '\\': result.append(QLatin1Char('\\')); break;
-        default: result.append(c).append(next); break;
+        case 's':
+            result.append(QLatin1Char(' '));
+            break;
+        case 'n':
+            result.append(QLatin1Char('\n'));
+            break;
+        case 't':
+            result.append(QLatin1Char('\t'));
+            break;
+        case 'r':
+            result.append(QLatin1Char('\r'));
+            break;
+        case '\\':
+            result.append(QLatin1Char('\\'));
+            break;
+        default:
+            result.append(c).append(next);
+            break;
         }
     }
     return result;
@@ -116,14 +128,13 @@ FreedesktopDesktopServices::~FreedesktopDesktopServices() = default;
 bool FreedesktopDesktopServices::revealFile(const QString &path, const QString &rootPath)
 {
 #ifdef DECKWRIGHT_HAVE_DBUS
-    QDBusConnection bus = m_busConnectionName.isEmpty() ? QDBusConnection::sessionBus()
-                                                         : QDBusConnection(m_busConnectionName);
+    QDBusConnection bus
+        = m_busConnectionName.isEmpty() ? QDBusConnection::sessionBus() : QDBusConnection(m_busConnectionName);
     if (bus.isConnected()) {
         const QString uri = QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()).toString(QUrl::FullyEncoded);
-        QDBusMessage call = QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.FileManager1"),
-                                                           QStringLiteral("/org/freedesktop/FileManager1"),
-                                                           QStringLiteral("org.freedesktop.FileManager1"),
-                                                           QStringLiteral("ShowItems"));
+        QDBusMessage call = QDBusMessage::createMethodCall(
+            QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("/org/freedesktop/FileManager1"),
+            QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("ShowItems"));
         call << QStringList{uri} << QString();
         // Not waited for: starting the file manager can take a while, and the
         // window that asked should not freeze meanwhile.
