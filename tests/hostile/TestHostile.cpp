@@ -518,17 +518,22 @@ private Q_SLOTS:
         const QString package = PackageFactory(s.in).make(u"Talk.key"_s), live = s.root() + u"/run-live01"_s;
         QDir().mkpath(s.root());
         ::chmod(bytes(s.root()).constData(), 0700);
-        // An old archive holding other entries, a killed run's folder, and a run still alive.
-        QCOMPARE(shell(u"mkdir -p intruder run-dead01 run-live01/Talk; printf evil > intruder/evil.txt; zip -qr Talk.zip intruder;"
-                       "cp Talk.zip run-dead01/; rm -r intruder; printf live > run-live01/Talk/keep"_s, s.root()), 0);
+        // An old archive holding other entries, a killed run's folder, the folders
+        // of the older layout straight in the root, and a run still alive.
+        QCOMPARE(shell(u"mkdir -p intruder run-dead01 run-live01/Talk Talk.key/junk Talk/junk; printf evil > intruder/evil.txt;"
+                       "zip -qr Talk.zip intruder; cp Talk.zip run-dead01/; rm -r intruder; printf live > run-live01/Talk/keep"_s, s.root()), 0);
+        // The running application's socket lives here too, and is no scratch.
+        const QByteArray socket = bytes(s.root()) + "/instance.sock";
+        QVERIFY(bindSocket(socket));
         const Tree liveBefore = tree(bytes(live));
         const int liveFd = ::open(bytes(live).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         QVERIFY(liveFd >= 0 && ::flock(liveFd, LOCK_EX) == 0);
         Run r = convert(s, {package});
         ::close(liveFd);
         QCOMPARE(r.out, lines({u"converted: %1 -> %2/Talk.key"_s.arg(package, s.out)}));
-        QCOMPARE(ls(s.root()), QStringList{u"run-live01"_s});
+        QCOMPARE(ls(s.root()), QStringList({u"instance.sock"_s, u"run-live01"_s}));
         QCOMPARE(tree(bytes(live)), liveBefore);
+        ::unlink(socket.constData());
         // Once its process is gone, the next run takes it away.
         r = convert(s, {package});
         QCOMPARE(r.code, 0);
