@@ -770,30 +770,6 @@ private Q_SLOTS:
         QCOMPARE(tree(full), before);
         QVERIFY_NO_PROBLEM(outcome(s, {}));
     }
-
-    void aMistakeWithoutADisplayIsAUsageError_data()
-    {
-        QTest::addColumn<QStringList>("arguments");
-        QTest::addColumn<QString>("named"); // what the reason must name
-        QTest::newRow("unknown option") << QStringList{u"--bogus"_s} << "--bogus";
-        QTest::newRow("misspelt command") << QStringList{u"conver"_s} << "conver";
-        QTest::newRow("unknown convert option") << QStringList{u"convert"_s, u"--bogus"_s} << "bogus";
-    }
-
-    void aMistakeWithoutADisplayIsAUsageError()
-    {
-        QFETCH(QStringList, arguments);
-        QFETCH(QString, named);
-        QProcessEnvironment env = site().env;
-        for (const QString &name : {u"DISPLAY"_s, u"WAYLAND_DISPLAY"_s, u"QT_QPA_PLATFORM"_s})
-            env.remove(name);
-        const Run r = run(env, kBinary, arguments);
-        QCOMPARE(r.exit, QProcess::NormalExit);
-        QCOMPARE(r.code, 2);
-        QCOMPARE(r.out, QByteArray());
-        const QString reason = QString::fromUtf8(r.err).section(u'\n', 0, 0);
-        QVERIFY2(reason.startsWith(u"deckwright"_s) && reason.contains(named), r.err.constData());
-    }
 };
 
 QTEST_GUILESS_MAIN(TestHostile)
