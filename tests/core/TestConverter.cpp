@@ -10,7 +10,6 @@
 #include "support/TestSettings.h"
 
 #include <QDir>
-#include <QDirIterator>
 #include <QProcess>
 #include <QScopeGuard>
 #include <QTemporaryDir>
@@ -23,11 +22,7 @@
 namespace {
 QStringList expected(int progress, const QString &last)
 {
-    QStringList list;
-    for (int i = 0; i < progress; ++i)
-        list.append(QStringLiteral("progress"));
-    list.append(last);
-    return list;
+    return QStringList(progress, QStringLiteral("progress")) << last;
 }
 
 struct OutputWriter : Converter
@@ -52,15 +47,13 @@ private:
         return QDir(folder).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System);
     }
 
-    // Unpacks the archive and returns the document in the folder the entries name.
-    QByteArray unpackedDocument(const QString &archive, const QString &folderName)
+    // The document in the archive, under the run's scratch folder and the folder named.
+    static QByteArray unpackedDocument(const QString &archive, const QString &folderName)
     {
-        QTemporaryDir into;
-        QProcess::execute(QStringLiteral("unzip"), {QStringLiteral("-q"), archive, QStringLiteral("-d"), into.path()});
-        // Entries keep the path of the run's scratch folder, less the leading "/".
-        QDirIterator runs(into.path() + QLatin1Char('/') + m_tmp.mid(1), {QStringLiteral("run-*")}, QDir::Dirs);
-        QFile document(runs.hasNext() ? runs.next() + QLatin1Char('/') + folderName + QStringLiteral("/index.apxl") : QString());
-        return document.open(QIODevice::ReadOnly) ? document.readAll() : QByteArray();
+        QProcess unzip;
+        unzip.start(QStringLiteral("unzip"), {QStringLiteral("-p"), archive, QStringLiteral("*/run-??????/%1/index.apxl").arg(folderName)});
+        unzip.waitForFinished(-1);
+        return unzip.readAllStandardOutput();
     }
 
 private Q_SLOTS:

@@ -82,11 +82,8 @@ QString PackageFactory::make(const QString &name, const QByteArray &document,
 
 QString PackageFactory::makeWithoutIndex(const QString &name) const
 {
-    const QString package = m_folder + QLatin1Char('/') + name;
-    QDir().mkpath(package);
-    const QMap<QString, QByteArray> media = defaultMedia();
-    for (auto it = media.cbegin(); it != media.cend(); ++it)
-        writeFile(package + QLatin1Char('/') + it.key(), it.value());
+    const QString package = make(name);
+    QFile::remove(package + QLatin1String("/index.apxl.gz"));
     return package;
 }
 
