@@ -103,8 +103,7 @@ QStringList ls(const QString &folder)
 struct Run
 {
     bool finished = false;
-    QProcess::ExitStatus exit = QProcess::CrashExit;
-    int code = -1;
+    int code = -1; // -1 when it did not exit by itself
     QByteArray out, err;
 };
 
@@ -126,8 +125,7 @@ Run run(const QStringList &command, const QProcessEnvironment &env = QProcessEnv
         process->kill();
         process->waitForFinished();
     }
-    result.exit = process->exitStatus();
-    result.code = process->exitCode();
+    result.code = process->exitStatus() == QProcess::NormalExit ? process->exitCode() : -1;
     result.out = process->readAllStandardOutput();
     result.err = process->readAllStandardError();
     return result;
@@ -142,7 +140,7 @@ int shell(const QString &script, const QString &folder, const QMap<QString, QStr
     const Run r = run({u"sh"_s, u"-ec"_s, script}, env, folder);
     if (r.code != 0)
         qWarning("%s", r.err.constData());
-    return r.exit == QProcess::NormalExit ? r.code : -1;
+    return r.code;
 }
 
 // A socket's name stays on disk once the socket is closed.
