@@ -32,8 +32,10 @@ private:
     // Root writes anywhere: an output folder that cannot be written needs another user.
     Run deckwright(const QStringList &arguments, bool asNobody = false)
     {
-        const QStringList nobody{QStringLiteral("setpriv"), QStringLiteral("--reuid=nobody"), QStringLiteral("--regid=nogroup"), QStringLiteral("--clear-groups")};
-        const QStringList command = (asNobody ? nobody : QStringList()) + QStringList{QStringLiteral(DECKWRIGHT_BINARY)} + arguments;
+        const QStringList nobody{QStringLiteral("setpriv"), QStringLiteral("--reuid=nobody"),
+                                 QStringLiteral("--regid=nogroup"), QStringLiteral("--clear-groups")};
+        const QStringList command
+            = (asNobody ? nobody : QStringList()) + QStringList{QStringLiteral(DECKWRIGHT_BINARY)} + arguments;
         QProcess process;
         process.setProcessEnvironment(m_env);
         process.setWorkingDirectory(m_in);
@@ -61,7 +63,8 @@ private Q_SLOTS:
         m_env.insert(QStringLiteral("XDG_RUNTIME_DIR"), TestSettings::isolateScratch(m_work.path()));
         // As from a script on a server: a mistake must still be a usage error,
         // not an attempt at a window that ends in an abort inside Qt.
-        for (const QString &name : {QStringLiteral("DISPLAY"), QStringLiteral("WAYLAND_DISPLAY"), QStringLiteral("QT_QPA_PLATFORM")})
+        for (const QString &name :
+             {QStringLiteral("DISPLAY"), QStringLiteral("WAYLAND_DISPLAY"), QStringLiteral("QT_QPA_PLATFORM")})
             m_env.remove(name);
         const PackageFactory factory(m_in);
         factory.make(QStringLiteral("First Talk.key"));
@@ -75,24 +78,26 @@ private Q_SLOTS:
     void printsOneLinePerPackageInOrder()
     {
         const QString out = makeOut(QStringLiteral("out1"));
-        const Run run = deckwright({QStringLiteral("convert"), QStringLiteral("--output=") + out,
-                                    QStringLiteral("First Talk.key"), m_in + QStringLiteral("/Second.Talk.key/"),
-                                    QStringLiteral("Newer.key"), QStringLiteral("notes.txt"), QStringLiteral("Empty.key"), QStringLiteral("Talk.pdf"),
-                                    QStringLiteral("First Talk.key")});
+        const Run run = deckwright(
+            {QStringLiteral("convert"), QStringLiteral("--output=") + out, QStringLiteral("First Talk.key"),
+             m_in + QStringLiteral("/Second.Talk.key/"), QStringLiteral("Newer.key"), QStringLiteral("notes.txt"),
+             QStringLiteral("Empty.key"), QStringLiteral("Talk.pdf"), QStringLiteral("First Talk.key")});
         QCOMPARE(run.status, 1);
-        QCOMPARE(run.out.split(QLatin1Char('\n')), QStringList({
-            QStringLiteral("converted: First Talk.key -> %1/First Talk.key").arg(out),
-            QStringLiteral("converted: %1/Second.Talk.key/ -> %2/Second.Talk.key").arg(m_in, out),
-            QStringLiteral("skipped: Newer.key: not a Keynote 4 file (already in the Keynote '09 format)"),
-            QStringLiteral("skipped: notes.txt: not found"),
-            QStringLiteral("skipped: Empty.key: not a Keynote 4 file (index.apxl.gz is missing)"),
-            QStringLiteral("skipped: Talk.pdf: not a Keynote file (its name does not end in .key)"),
-            QStringLiteral("converted: First Talk.key -> %1/First Talk.1.key").arg(out),
-            QString(),
-        }));
+        QCOMPARE(run.out.split(QLatin1Char('\n')),
+                 QStringList({
+                     QStringLiteral("converted: First Talk.key -> %1/First Talk.key").arg(out),
+                     QStringLiteral("converted: %1/Second.Talk.key/ -> %2/Second.Talk.key").arg(m_in, out),
+                     QStringLiteral("skipped: Newer.key: not a Keynote 4 file (already in the Keynote '09 format)"),
+                     QStringLiteral("skipped: notes.txt: not found"),
+                     QStringLiteral("skipped: Empty.key: not a Keynote 4 file (index.apxl.gz is missing)"),
+                     QStringLiteral("skipped: Talk.pdf: not a Keynote file (its name does not end in .key)"),
+                     QStringLiteral("converted: First Talk.key -> %1/First Talk.1.key").arg(out),
+                     QString(),
+                 }));
         QCOMPARE(run.err, QString());
         QCOMPARE(QDir(out).entryList(QDir::Files | QDir::Hidden),
-                 QStringList({QStringLiteral("First Talk.1.key"), QStringLiteral("First Talk.key"), QStringLiteral("Second.Talk.key")}));
+                 QStringList({QStringLiteral("First Talk.1.key"), QStringLiteral("First Talk.key"),
+                              QStringLiteral("Second.Talk.key")}));
         QVERIFY(!QFileInfo::exists(m_work.filePath(QStringLiteral("config"))));
     }
 
@@ -107,16 +112,29 @@ private Q_SLOTS:
         ::chmod(QFile::encodeName(m_work.path()).constData(), 0755);
         const QString file = m_in + QStringLiteral("/First Talk.key/index.apxl.gz");
         const QString convert = QStringLiteral("convert"), o = QStringLiteral("-o"), x = QStringLiteral("x.key");
-        QTest::newRow("no package") << QStringList{convert, QStringLiteral("--output"), out} << " convert: no package given" << false;
-        QTest::newRow("no output") << QStringList{convert, x} << " convert: no output folder given (--output DIR)" << false;
-        QTest::newRow("output without value") << QStringList{convert, QStringLiteral("--output")} << " convert: Missing value after '--output'." << false;
-        QTest::newRow("missing folder") << QStringList{convert, o, out + QStringLiteral("/nope"), x} << QStringLiteral(" convert: the output folder %1/nope does not exist").arg(out) << false;
-        QTest::newRow("not a folder") << QStringList{convert, o, file, x} << QStringLiteral(" convert: %1 is not a folder").arg(file) << false;
-        QTest::newRow("unknown option") << QStringList{convert, QStringLiteral("--fast")} << " convert: Unknown option 'fast'." << false;
-        QTest::newRow("two output folders") << QStringList{convert, o, out, o, out, x} << " convert: only one output folder can be given" << false;
-        QTest::newRow("unknown program option") << QStringList{QStringLiteral("--bogus")} << ": unknown option --bogus" << false;
-        QTest::newRow("misspelt command") << QStringList{QStringLiteral("conver")} << ": 'conver' is neither a command nor a file (the command is 'convert')" << false;
-        QTest::newRow("folder not writable") << QStringList{convert, o, locked, x} << QStringLiteral(" convert: the output folder %1 is not writable").arg(locked) << true;
+        QTest::newRow("no package") << QStringList{convert, QStringLiteral("--output"), out}
+                                    << " convert: no package given" << false;
+        QTest::newRow("no output") << QStringList{convert, x} << " convert: no output folder given (--output DIR)"
+                                   << false;
+        QTest::newRow("output without value")
+            << QStringList{convert, QStringLiteral("--output")} << " convert: Missing value after '--output'." << false;
+        QTest::newRow("missing folder") << QStringList{convert, o, out + QStringLiteral("/nope"), x}
+                                        << QStringLiteral(" convert: the output folder %1/nope does not exist").arg(out)
+                                        << false;
+        QTest::newRow("not a folder") << QStringList{convert, o, file, x}
+                                      << QStringLiteral(" convert: %1 is not a folder").arg(file) << false;
+        QTest::newRow("unknown option") << QStringList{convert, QStringLiteral("--fast")}
+                                        << " convert: Unknown option 'fast'." << false;
+        QTest::newRow("two output folders")
+            << QStringList{convert, o, out, o, out, x} << " convert: only one output folder can be given" << false;
+        QTest::newRow("unknown program option")
+            << QStringList{QStringLiteral("--bogus")} << ": unknown option --bogus" << false;
+        QTest::newRow("misspelt command")
+            << QStringList{QStringLiteral("conver")}
+            << ": 'conver' is neither a command nor a file (the command is 'convert')" << false;
+        QTest::newRow("folder not writable")
+            << QStringList{convert, o, locked, x}
+            << QStringLiteral(" convert: the output folder %1 is not writable").arg(locked) << true;
     }
 
     void usageErrors()
@@ -124,7 +142,11 @@ private Q_SLOTS:
         QFETCH(QStringList, arguments);
         QFETCH(QString, reason);
         QFETCH(bool, asNobody);
-        if (asNobody && QProcess::execute(QStringLiteral("sh"), {QStringLiteral("-c"), QStringLiteral("command -v setpriv >/dev/null && id nobody >/dev/null")}) != 0)
+        if (asNobody
+            && QProcess::execute(
+                   QStringLiteral("sh"),
+                   {QStringLiteral("-c"), QStringLiteral("command -v setpriv >/dev/null && id nobody >/dev/null")})
+                   != 0)
             QSKIP("setpriv or the user nobody is missing, so no unprivileged run is possible");
         const Run run = deckwright(arguments, asNobody);
         QCOMPARE(run.status, 2);

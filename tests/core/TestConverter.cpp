@@ -51,7 +51,8 @@ private:
     static QByteArray unpackedDocument(const QString &archive, const QString &folderName)
     {
         QProcess unzip;
-        unzip.start(QStringLiteral("unzip"), {QStringLiteral("-p"), archive, QStringLiteral("*/run-??????/%1/index.apxl").arg(folderName)});
+        unzip.start(QStringLiteral("unzip"),
+                    {QStringLiteral("-p"), archive, QStringLiteral("*/run-??????/%1/index.apxl").arg(folderName)});
         unzip.waitForFinished(-1);
         return unzip.readAllStandardOutput();
     }
@@ -77,8 +78,9 @@ private Q_SLOTS:
 
     void convertsAPackageRewritingTheTagInAnyCase()
     {
-        const QByteArray document = "<?xml version=\"1.0\"?>\n<a KEY:VERSION=\"72007061400\"/>\n<b key:Version=\"72007061400\" "
-                                    "other:version=\"72007061400\"/>\n";
+        const QByteArray document
+            = "<?xml version=\"1.0\"?>\n<a KEY:VERSION=\"72007061400\"/>\n<b key:Version=\"72007061400\" "
+              "other:version=\"72007061400\"/>\n";
         const QString package = PackageFactory(m_in).make(QStringLiteral("My Big.Talk.key"), document);
         const auto source = PackageFactory::snapshot(package);
 
@@ -108,19 +110,26 @@ private Q_SLOTS:
         QTest::addColumn<QString>("reason");
         const QString package = QStringLiteral("package"), file = QStringLiteral("file");
         const QByteArray four = PackageFactory::gzip(PackageFactory::keynoteFourDocument());
-        const QString damaged = QStringLiteral("the document is damaged"), newer = QStringLiteral("already in the Keynote '09 format");
+        const QString damaged = QStringLiteral("the document is damaged"),
+                      newer = QStringLiteral("already in the Keynote '09 format");
         QTest::newRow("capital extension") << "Loud.KEY" << package << four << 0 << "its name does not end in .key";
         QTest::newRow("no document") << "Empty.key" << package << QByteArray() << 2 << "index.apxl.gz is missing";
         QTest::newRow("not gzip") << "Raw.key" << package << PackageFactory::keynoteFourDocument() << 3 << damaged;
         QTest::newRow("truncated gzip") << "Cut.key" << package << four.chopped(12) << 3 << damaged;
-        QTest::newRow("already Keynote 09") << "Newer.key" << package << PackageFactory::gzip(PackageFactory::keynoteFiveDocument()) << 3 << newer;
-        QTest::newRow("Keynote 09 single file") << "Zipped.key" << file << QByteArray("PK\x03\x04rest of an archive", 22) << 3 << newer;
-        QTest::newRow("other single file") << "Flat.key" << file << QByteArray("just text") << 3 << "it is a single file, not a Keynote '08 package";
-        QTest::newRow("no version tag") << "Plain.key" << package << PackageFactory::gzip("<?xml version=\"1.0\"?><presentation/>") << 3
+        QTest::newRow("already Keynote 09")
+            << "Newer.key" << package << PackageFactory::gzip(PackageFactory::keynoteFiveDocument()) << 3 << newer;
+        QTest::newRow("Keynote 09 single file")
+            << "Zipped.key" << file << QByteArray("PK\x03\x04rest of an archive", 22) << 3 << newer;
+        QTest::newRow("other single file")
+            << "Flat.key" << file << QByteArray("just text") << 3 << "it is a single file, not a Keynote '08 package";
+        QTest::newRow("no version tag") << "Plain.key" << package
+                                        << PackageFactory::gzip("<?xml version=\"1.0\"?><presentation/>") << 3
                                         << "the document has no Keynote '08 version tag";
-        QTest::newRow("not UTF-8") << "Latin.key" << package << PackageFactory::gzip("<a key:version=\"72007061400\">caf\xe9</a>") << 3
+        QTest::newRow("not UTF-8") << "Latin.key" << package
+                                   << PackageFactory::gzip("<a key:version=\"72007061400\">caf\xe9</a>") << 3
                                    << "the document is not UTF-8 text";
-        QTest::newRow("missing package") << "Nowhere.key" << "nothing" << QByteArray() << 2 << "it was not found";
+        QTest::newRow("missing package") << "Nowhere.key"
+                                         << "nothing" << QByteArray() << 2 << "it was not found";
     }
 
     void refusesWhatIsNotAKeynotePackage()
@@ -136,14 +145,16 @@ private Q_SLOTS:
         else if (shape == QLatin1String("package"))
             factory.makeWithRawIndex(name, content);
         QFile file(package);
-        QVERIFY(shape != QLatin1String("file") || (file.open(QIODevice::WriteOnly) && file.write(content) == content.size()));
+        QVERIFY(shape != QLatin1String("file")
+                || (file.open(QIODevice::WriteOnly) && file.write(content) == content.size()));
         file.close();
         const auto source = PackageFactory::snapshot(package);
 
         EventRecorder events;
         Converter converter(package);
         converter.doConvert(m_out);
-        QCOMPARE(events.names, expected(progress, progress == 0 ? QStringLiteral("notKeynote") : QStringLiteral("notKeynoteFour")));
+        QCOMPARE(events.names,
+                 expected(progress, progress == 0 ? QStringLiteral("notKeynote") : QStringLiteral("notKeynoteFour")));
         QCOMPARE(converter.errorOccurred(), qint64(progress == 0 ? Converter::NotKeynote : Converter::NotKeynoteFour));
         QTEST(converter.errorReason(), "reason");
         QCOMPARE(converter.outputPrezName(), QString());
@@ -161,7 +172,8 @@ private Q_SLOTS:
         converter.doConvert(m_out);
         QCOMPARE(events.names, expected(8, QStringLiteral("notKeynoteFour")));
         QCOMPARE(converter.errorOccurred(), qint64(Converter::OutputNotWritten));
-        QCOMPARE(converter.errorReason(), QStringLiteral("could not write %1/Gone.key (the output folder no longer exists)").arg(m_out));
+        QCOMPARE(converter.errorReason(),
+                 QStringLiteral("could not write %1/Gone.key (the output folder no longer exists)").arg(m_out));
         QCOMPARE(entries(m_tmp), QStringList());
     }
 
@@ -244,8 +256,10 @@ private Q_SLOTS:
 
         converter.setOutputPrezName(QStringLiteral("B.key"));
         QVERIFY(!converter.writeOutput(m_work.filePath(QStringLiteral("missing.zip")), m_out));
-        QVERIFY2(converter.errorReason().startsWith(QStringLiteral("could not write %1/B.key (").arg(m_out)), qPrintable(converter.errorReason()));
-        QCOMPARE(entries(m_out), QStringList({QStringLiteral("A.1.key"), QStringLiteral("A.2.key"), QStringLiteral("A.3.key"), QStringLiteral("A.key")}));
+        QVERIFY2(converter.errorReason().startsWith(QStringLiteral("could not write %1/B.key (").arg(m_out)),
+                 qPrintable(converter.errorReason()));
+        QCOMPARE(entries(m_out), QStringList({QStringLiteral("A.1.key"), QStringLiteral("A.2.key"),
+                                              QStringLiteral("A.3.key"), QStringLiteral("A.key")}));
     }
 };
 

@@ -1,5 +1,5 @@
-#include "support/FatalTrap.h"
 #include "core/FileUtils.h"
+#include "support/FatalTrap.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -22,8 +22,12 @@ private Q_SLOTS:
         QTest::addColumn<QString>("path");
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("withoutExt");
-        QTest::newRow("double and trailing slashes") << "//a//b//Talk.key//" << "Talk.key" << "Talk";
-        QTest::newRow("leading dot") << "/d/.key" << ".key" << "key";
+        QTest::newRow("double and trailing slashes") << "//a//b//Talk.key//"
+                                                     << "Talk.key"
+                                                     << "Talk";
+        QTest::newRow("leading dot") << "/d/.key"
+                                     << ".key"
+                                     << "key";
     }
 
     void derivedNames()
@@ -46,7 +50,9 @@ private Q_SLOTS:
     void runCommandJoinsBothStreams()
     {
         FileUtils utils(QStringLiteral("/d/T.key"));
-        const auto sh = [&](const char *script) { return utils.runCommand(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), QString::fromUtf8(script)}); };
+        const auto sh = [&](const char *script) {
+            return utils.runCommand(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), QString::fromUtf8(script)});
+        };
         QCOMPARE(sh("printf a; printf b >&2"), QStringLiteral("a b"));
         QCOMPARE(sh("printf 'one\\r\\ntwo\\n'"), QStringLiteral("one\r\ntwo\n "));
         // Output that is not UTF-8 (zip listing such a name) is only text to log.
@@ -56,7 +62,8 @@ private Q_SLOTS:
         QCOMPARE(chatty.size(), 3 + 1 + 300000);
         QVERIFY(chatty.startsWith(QStringLiteral("out eee")));
         // Arguments reach the child unchanged: no shell, no quoting.
-        QCOMPARE(utils.runCommand(QStringLiteral("/usr/bin/printf"), {QStringLiteral("%s|"), QStringLiteral("a b"), QStringLiteral("$HOME"), QStringLiteral("*")}),
+        QCOMPARE(utils.runCommand(QStringLiteral("/usr/bin/printf"), {QStringLiteral("%s|"), QStringLiteral("a b"),
+                                                                      QStringLiteral("$HOME"), QStringLiteral("*")}),
                  QStringLiteral("a b|$HOME|*| "));
         // Nothing is read from our standard input; a tool that cannot start says nothing.
         QCOMPARE(utils.runCommand(QStringLiteral("/bin/cat"), {}), QStringLiteral(" "));
@@ -79,7 +86,8 @@ private Q_SLOTS:
 
     void tmpDirFromEnvironmentText()
     {
-        QCOMPARE(FileUtils::tmpDirFromEnvText(QStringLiteral("HOME=/root\nTMPDIR=/a/\nX=1\nTMPDIR=/b/\n")), QStringLiteral("/b/"));
+        QCOMPARE(FileUtils::tmpDirFromEnvText(QStringLiteral("HOME=/root\nTMPDIR=/a/\nX=1\nTMPDIR=/b/\n")),
+                 QStringLiteral("/b/"));
         QCOMPARE(FileUtils::tmpDirFromEnvText(QStringLiteral("MYTMPDIR=/no\n")), QString());
         QVERIFY_FATAL(FileUtils::tmpDirFromEnvText(QStringLiteral("TMPDIR=\n")), "TMPDIR");
     }

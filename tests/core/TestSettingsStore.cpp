@@ -1,6 +1,6 @@
-#include "support/FatalTrap.h"
 #include "core/JsonSettingsBackend.h"
 #include "core/SettingsStore.h"
+#include "support/FatalTrap.h"
 
 #include <QFile>
 #include <QTemporaryDir>
@@ -64,7 +64,8 @@ private Q_SLOTS:
 
     void readersFallBackOnlyWhenAbsent()
     {
-        QCOMPARE(store().string(SettingKey::completedAction, QStringLiteral("Do Nothing")), QStringLiteral("Do Nothing"));
+        QCOMPARE(store().string(SettingKey::completedAction, QStringLiteral("Do Nothing")),
+                 QStringLiteral("Do Nothing"));
         QCOMPARE(store().integer(SettingKey::updateInterval, 86400), 86400);
         QVERIFY(store().isOn(SettingKey::playSound));
         store().setObject(SettingKey::completedAction, QString());
@@ -79,7 +80,8 @@ private Q_SLOTS:
 
     void aValueOfTheWrongKindIsFatal()
     {
-        handWrite(R"({"updateInterval": "86400", "checkUpdates": 1, "errorPrezzes": "one", "bookmarkData": "/home/ann/Out",
+        handWrite(
+            R"({"updateInterval": "86400", "checkUpdates": 1, "errorPrezzes": "one", "bookmarkData": "/home/ann/Out",
                       "stopForErrors": true, "outputPath": {"x": 1}, "prezPath": 3600.5, "completedAction": ["a", 2]})");
         QVERIFY_FATAL(store().integer(SettingKey::updateInterval, 86400), "updateInterval");
         QVERIFY_FATAL(store().isOn(SettingKey::checkUpdates), "checkUpdates holds an integer, not a string");

@@ -36,7 +36,10 @@ class TestAppDelegate : public QObject
             m_app->showMainWindow();
         return *m_app;
     }
-    static QLabel *child(QWidget *panel, int index) { return panel->findChildren<QLabel *>(QString(), Qt::FindDirectChildrenOnly).value(index); }
+    static QLabel *child(QWidget *panel, int index)
+    {
+        return panel->findChildren<QLabel *>(QString(), Qt::FindDirectChildrenOnly).value(index);
+    }
 
 private Q_SLOTS:
     void init()
@@ -53,10 +56,13 @@ private Q_SLOTS:
         QTest::addColumn<double>("interval");
         QTest::addColumn<bool>("automatic");
         QTest::newRow("empty store") << QVariantMap() << 86400.0 << true;
-        QTest::newRow("checks off") << QVariantMap{{SettingKey::checkUpdates, QStringLiteral("false")}} << 86400.0 << false;
-        QTest::newRow("capital TRUE") << QVariantMap{{SettingKey::checkUpdates, QStringLiteral("TRUE")}} << 86400.0 << false;
+        QTest::newRow("checks off") << QVariantMap{{SettingKey::checkUpdates, QStringLiteral("false")}} << 86400.0
+                                    << false;
+        QTest::newRow("capital TRUE") << QVariantMap{{SettingKey::checkUpdates, QStringLiteral("TRUE")}} << 86400.0
+                                      << false;
         QTest::newRow("a week") << QVariantMap{{SettingKey::updateInterval, QVariant::fromValue<qint64>(604800)},
-                                               {SettingKey::checkUpdates, QStringLiteral("true")}} << 604800.0 << true;
+                                               {SettingKey::checkUpdates, QStringLiteral("true")}}
+                                << 604800.0 << true;
     }
 
     void launchPushesTheUpdateSettings()
@@ -82,7 +88,8 @@ private Q_SLOTS:
         QVERIFY(!ui.backgroundImage->pixmap().isNull());
         // Each panel: a header, a text and a picture, the Open panel's from the application's own.
         for (PanelButton *panel : {ui.preferencesButton, ui.openFileButton, ui.moreInfoButton})
-            QVERIFY(!child(panel, 0)->text().isEmpty() && !child(panel, 1)->text().isEmpty() && !child(panel, 2)->pixmap().isNull());
+            QVERIFY(!child(panel, 0)->text().isEmpty() && !child(panel, 1)->text().isEmpty()
+                    && !child(panel, 2)->pixmap().isNull());
         QCOMPARE(child(ui.openFileButton, 0)->text(), QStringLiteral("Open"));
         // Any other name shows the information image.
         std::unique_ptr<QLabel> other(MainWindow::makeImageFromPath(QStringLiteral("Elsewhere")));
@@ -98,10 +105,12 @@ private Q_SLOTS:
     {
         const Ui::MainWindow &ui = launch(true).window()->ui();
         const auto borders = [&ui] {
-            return QList<bool>{ui.preferencesButton->isBordered(), ui.openFileButton->isBordered(), ui.moreInfoButton->isBordered()};
+            return QList<bool>{ui.preferencesButton->isBordered(), ui.openFileButton->isBordered(),
+                               ui.moreInfoButton->isBordered()};
         };
         const QPointF inside(20, 20);
-        QEnterEvent enter(inside, ui.openFileButton->mapTo(ui.openFileButton->window(), inside), ui.openFileButton->mapToGlobal(inside));
+        QEnterEvent enter(inside, ui.openFileButton->mapTo(ui.openFileButton->window(), inside),
+                          ui.openFileButton->mapToGlobal(inside));
         QApplication::sendEvent(ui.openFileButton, &enter);
         QCOMPARE(borders(), QList<bool>({false, true, false}));
         // An exit from any panel clears every border.
@@ -121,7 +130,9 @@ private Q_SLOTS:
         ui.supportMenuItem->trigger();
         ui.websiteMenuItem->trigger();
         const QString support = QStringLiteral("openUrl(\"%1\")").arg(QString::fromUtf8(BuildConfig::supportUrl));
-        QCOMPARE(f.desktop.calls, QStringList({support, support, QStringLiteral("openUrl(\"%1\")").arg(QString::fromUtf8(BuildConfig::websiteUrl))}));
+        QCOMPARE(f.desktop.calls,
+                 QStringList({support, support,
+                              QStringLiteral("openUrl(\"%1\")").arg(QString::fromUtf8(BuildConfig::websiteUrl))}));
 
         // The preferences panel, even clicked on its header text, opens the preferences.
         QTest::mouseClick(child(ui.preferencesButton, 0), Qt::LeftButton, {}, QPoint(10, 8));
@@ -175,7 +186,8 @@ private Q_SLOTS:
         second.setProcessEnvironment(env);
         // One path relative to the second start's folder, one absolute.
         second.setWorkingDirectory(f.in(QString()));
-        second.start(QStringLiteral(DECKWRIGHT_BINARY), {QStringLiteral("My Talk.key"), f.in(QStringLiteral("Plain.key"))});
+        second.start(QStringLiteral(DECKWRIGHT_BINARY),
+                     {QStringLiteral("My Talk.key"), f.in(QStringLiteral("Plain.key"))});
         QVERIFY(second.waitForFinished(30000));
         QCOMPARE(second.exitCode(), 0);
 

@@ -24,12 +24,14 @@ private Q_SLOTS:
         f.runBatch({QStringLiteral("My Talk.key"), QStringLiteral("Plain.key"), QStringLiteral("Three.v2.key")});
         QCOMPARE(f.panels.size(), 1);
         QVERIFY(f.panels.first().allowsMultipleSelection());
-        QCOMPARE(f.outputs(), QStringList({QStringLiteral("My Talk.key"), QStringLiteral("Plain.key"), QStringLiteral("Three.v2.key")}));
+        QCOMPARE(f.outputs(), QStringList({QStringLiteral("My Talk.key"), QStringLiteral("Plain.key"),
+                                           QStringLiteral("Three.v2.key")}));
         QVERIFY(f.alerts.isEmpty());
         QVERIFY(SettingsStore::standard().contains(SettingKey::errorPrezzes));
         QCOMPARE(f.rejected(), QStringList());
         // The last file's URL text stays behind.
-        QCOMPARE(SettingsStore::standard().string(SettingKey::prezPath, {}), FileUrl::absoluteString(f.in(QStringLiteral("Three.v2.key"))));
+        QCOMPARE(SettingsStore::standard().string(SettingKey::prezPath, {}),
+                 FileUrl::absoluteString(f.in(QStringLiteral("Three.v2.key"))));
     }
 
     void gathersRejectedFilesIntoOneSummary_data()
@@ -50,18 +52,21 @@ private Q_SLOTS:
             SettingsStore::standard().setObject(SettingKey::stopForErrors, stopForErrors);
         // A document chosen inside a package is rejected under its own name.
         f.runBatch({QStringLiteral("Newer.key"), QStringLiteral("Plain.key"), QStringLiteral("notes.txt"),
-                    QStringLiteral("Not Keynote.key"), QStringLiteral("My Talk.key/index.apxl.gz"), QStringLiteral("Newer.key")});
+                    QStringLiteral("Not Keynote.key"), QStringLiteral("My Talk.key/index.apxl.gz"),
+                    QStringLiteral("Newer.key")});
 
         QCOMPARE(f.outputs(), QStringList{QStringLiteral("Plain.key")});
         // Names as in the URL text, escapes kept.
-        const QStringList rejected = {QStringLiteral("Newer.key"), QStringLiteral("notes.txt"), QStringLiteral("Not%20Keynote.key"),
-                                      QStringLiteral("index.apxl.gz"), QStringLiteral("Newer.key")};
+        const QStringList rejected
+            = {QStringLiteral("Newer.key"), QStringLiteral("notes.txt"), QStringLiteral("Not%20Keynote.key"),
+               QStringLiteral("index.apxl.gz"), QStringLiteral("Newer.key")};
         QCOMPARE(f.rejected(), rejected);
         QCOMPARE(f.alerts.size(), perFileAlerts + 1);
         QCOMPARE(f.alerts.last().informativeText(), AppDelegate::summaryText(rejected));
         if (perFileAlerts) {
             const Alert &hollow = f.alerts.at(2);
-            QVERIFY2(hollow.informativeText().contains(QLatin1String("\"Not%20Keynote.key\" is not a Keynote 4 file")), qPrintable(hollow.informativeText()));
+            QVERIFY2(hollow.informativeText().contains(QLatin1String("\"Not%20Keynote.key\" is not a Keynote 4 file")),
+                     qPrintable(hollow.informativeText()));
             // The converter's reason, as a sentence.
             QCOMPARE(hollow.detailedText(), QStringLiteral("Index.apxl.gz is missing."));
         }
@@ -113,11 +118,15 @@ private Q_SLOTS:
         QTest::addColumn<bool>("withFolder");
         QTest::addColumn<bool>("kept");
         QTest::newRow("batch, OK") << int(OutputFolderChooser::Batch) << int(OpenPanel::OKResponse) << true << true;
-        QTest::newRow("pane, OK") << int(OutputFolderChooser::PreferencesPane) << int(OpenPanel::OKResponse) << true << true;
+        QTest::newRow("pane, OK") << int(OutputFolderChooser::PreferencesPane) << int(OpenPanel::OKResponse) << true
+                                  << true;
         // The batch goes by the folder in hand, the preferences pane by the answer.
-        QTest::newRow("batch, cancel with a folder") << int(OutputFolderChooser::Batch) << int(OpenPanel::CancelResponse) << true << true;
-        QTest::newRow("pane, cancel with a folder") << int(OutputFolderChooser::PreferencesPane) << int(OpenPanel::CancelResponse) << true << false;
-        QTest::newRow("batch, cancel") << int(OutputFolderChooser::Batch) << int(OpenPanel::CancelResponse) << false << false;
+        QTest::newRow("batch, cancel with a folder")
+            << int(OutputFolderChooser::Batch) << int(OpenPanel::CancelResponse) << true << true;
+        QTest::newRow("pane, cancel with a folder")
+            << int(OutputFolderChooser::PreferencesPane) << int(OpenPanel::CancelResponse) << true << false;
+        QTest::newRow("batch, cancel") << int(OutputFolderChooser::Batch) << int(OpenPanel::CancelResponse) << false
+                                       << false;
     }
 
     void theChooserKeepsTheFolderInTwoForms()
@@ -139,7 +148,8 @@ private Q_SLOTS:
         QCOMPARE(settings.contains(SettingKey::bookmarkData), kept);
         if (kept) {
             QCOMPARE(settings.string(SettingKey::outputPath, {}), FileUrl::absoluteString(folder));
-            QCOMPARE(FolderBookmark::platform().resolve(settings.requiredData(SettingKey::bookmarkData))->toLocalFile(), folder + QLatin1Char('/'));
+            QCOMPARE(FolderBookmark::platform().resolve(settings.requiredData(SettingKey::bookmarkData))->toLocalFile(),
+                     folder + QLatin1Char('/'));
         } else {
             QVERIFY(!settings.contains(SettingKey::outputPath));
         }

@@ -15,7 +15,11 @@ public:
     QList<QUrl> defaultOpened;
 
 protected:
-    bool openWithDefaultHandler(const QUrl &url) override { defaultOpened.append(url); return true; }
+    bool openWithDefaultHandler(const QUrl &url) override
+    {
+        defaultOpened.append(url);
+        return true;
+    }
 };
 
 bool writeFile(const QString &path, const QByteArray &contents)
@@ -66,13 +70,17 @@ private Q_SLOTS:
             QSKIP("needs dbus-daemon (Debian package dbus) for a private bus");
         // A bus of the test's own, with no service that could be started on demand.
         const QString config = m_dir.filePath(QStringLiteral("bus.conf"));
-        QVERIFY(writeFile(config, "<busconfig><listen>unix:dir=" + m_dir.path().toUtf8() + "</listen>"
-                                  "<policy context=\"default\"><allow send_destination=\"*\"/>"
-                                  "<allow receive_sender=\"*\"/><allow own=\"*\"/></policy></busconfig>\n"));
+        QVERIFY(writeFile(config, "<busconfig><listen>unix:dir=" + m_dir.path().toUtf8()
+                                      + "</listen>"
+                                        "<policy context=\"default\"><allow send_destination=\"*\"/>"
+                                        "<allow receive_sender=\"*\"/><allow own=\"*\"/></policy></busconfig>\n"));
         QProcess daemon;
         daemon.start(QStringLiteral("dbus-daemon"), {QStringLiteral("--config-file=") + config,
                                                      QStringLiteral("--print-address"), QStringLiteral("--nofork")});
-        const auto stop = qScopeGuard([&daemon] { daemon.kill(); daemon.waitForFinished(); });
+        const auto stop = qScopeGuard([&daemon] {
+            daemon.kill();
+            daemon.waitForFinished();
+        });
         QByteArray output;
         while (!output.contains('\n') && daemon.waitForReadyRead(10000))
             output += daemon.readAllStandardOutput();
@@ -83,7 +91,8 @@ private Q_SLOTS:
 
         // Nobody owns the file manager's name.
         QVERIFY(services.revealFile(m_presentation, QString()));
-        QTRY_COMPARE(services.defaultOpened, QList<QUrl>{QUrl::fromLocalFile(m_dir.filePath(QStringLiteral("Out Folder")))});
+        QTRY_COMPARE(services.defaultOpened,
+                     QList<QUrl>{QUrl::fromLocalFile(m_dir.filePath(QStringLiteral("Out Folder")))});
 
         QDBusConnection fileManagerBus = QDBusConnection::connectToBus(address, QStringLiteral("fm"));
         FakeFileManager fileManager;
@@ -104,8 +113,9 @@ private Q_SLOTS:
 
         const QString record = m_dir.filePath(QStringLiteral("arguments.txt"));
         const QString script = m_dir.filePath(QStringLiteral("bin dir/record arguments"));
-        QVERIFY(writeFile(script, QStringLiteral("#!/bin/sh\nprintf '%s\\n' \"$@\" > '%1.part'\nmv '%1.part' '%1'\n")
-                                      .arg(record).toUtf8()));
+        QVERIFY(writeFile(
+            script,
+            QStringLiteral("#!/bin/sh\nprintf '%s\\n' \"$@\" > '%1.part'\nmv '%1.part' '%1'\n").arg(record).toUtf8()));
         QVERIFY(QFile::setPermissions(script, QFile::permissions(script) | QFile::ExeOwner));
         const QString applications = m_dir.filePath(QStringLiteral("data-home/applications/"));
         // Sorts first, and only its translated name matches.
@@ -113,7 +123,8 @@ private Q_SLOTS:
                           "[Desktop Entry]\nType=Application\nName=Slides\nName[xx]=Keynote\nExec=/bin/false %f\n"));
         QVERIFY(writeFile(applications + QStringLiteral("keynote.desktop"),
                           QStringLiteral("[Desktop Entry]\nType=Application\nName=Keynote\nExec=\"%1\" --open %f %i\n")
-                              .arg(script).toUtf8()));
+                              .arg(script)
+                              .toUtf8()));
         services.defaultOpened.clear();
         QVERIFY(services.openFile(m_presentation, QStringLiteral("Keynote")));
         QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(record), 20000);

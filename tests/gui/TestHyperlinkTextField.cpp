@@ -1,5 +1,5 @@
-#include "widgets/HyperlinkTextField.h"
 #include "support/gui/RecordingDesktopServices.h"
+#include "widgets/HyperlinkTextField.h"
 
 #include <QTextDocument>
 #include <QtTest>
@@ -43,7 +43,8 @@ private Q_SLOTS:
     void oneLinkPointsAndOpensOnlyFromTheLink()
     {
         RecordingDesktopServices desktop;
-        HyperlinkTextField field(QStringLiteral("Visit <a href=\"https://example.org/docs?x=1&amp;y=2\">our site</a> today"));
+        HyperlinkTextField field(
+            QStringLiteral("Visit <a href=\"https://example.org/docs?x=1&amp;y=2\">our site</a> today"));
         field.resize(300, 40);
         field.show();
         const auto infos = field.hyperlinkInfos();
@@ -85,7 +86,6 @@ private Q_SLOTS:
         QTest::mouseClick(&field, Qt::LeftButton, {}, shownCentre(field, infos->at(1)));
         QCOMPARE(desktop.calls, QStringList(infos->size(), QStringLiteral("openUrl(\"https://example.org/w\")")));
     }
-
 };
 
 QTEST_MAIN(TestHyperlinkTextField)

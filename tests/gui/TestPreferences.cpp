@@ -1,8 +1,8 @@
-#include "support/FatalTrap.h"
-#include "support/gui/BatchFixture.h"
-#include "gui/Preferences.h"
 #include "core/SettingsBackend.h"
 #include "core/SettingsStore.h"
+#include "gui/Preferences.h"
+#include "support/FatalTrap.h"
+#include "support/gui/BatchFixture.h"
 #include "ui_Preferences.h"
 
 #include <QDir>
@@ -13,9 +13,16 @@ namespace {
 // Holds what the store last synchronised: exactly what the pane wrote.
 struct MapBackend : SettingsBackend
 {
-    explicit MapBackend(const QVariantMap &values) : saved(values) {}
+    explicit MapBackend(const QVariantMap &values)
+        : saved(values)
+    {
+    }
     QVariantMap load() override { return saved; }
-    bool save(const QVariantMap &values) override { saved = values; return true; }
+    bool save(const QVariantMap &values) override
+    {
+        saved = values;
+        return true;
+    }
     QString location() const override { return QStringLiteral("(test)"); }
     QVariantMap saved;
 };
@@ -29,8 +36,8 @@ QString shown(Preferences &pane)
         return QLatin1String(name) + (box->isChecked() ? QLatin1String(" on") : QLatin1String(" off"));
     };
     return QStringList{ui.finishedActionCombo->currentText(), state("sound", ui.sendSoundButton),
-                       state("updates", ui.checkForUpdates), state("stop", ui.stopForErrors),
-                       ui.intervalCombo->currentText(), ui.outputPathChooserButton->text()}
+                       state("updates", ui.checkForUpdates),  state("stop", ui.stopForErrors),
+                       ui.intervalCombo->currentText(),       ui.outputPathChooserButton->text()}
         .join(QStringLiteral(", "));
 }
 
@@ -60,8 +67,11 @@ private Q_SLOTS:
         QTest::addColumn<QString>("controls");
         QTest::newRow("empty store") << QVariantMap() << "Do Nothing, sound on, updates on, stop on, Day, Not Set";
         QTest::newRow("off unless exactly \"true\", a week")
-            << QVariantMap{{"completedAction", "Open in Keynote"}, {"playSound", "True"}, {"checkUpdates", "yes"},
-                           {"stopForErrors", "false"}, {"updateInterval", qint64(604800)}}
+            << QVariantMap{{"completedAction", "Open in Keynote"},
+                           {"playSound", "True"},
+                           {"checkUpdates", "yes"},
+                           {"stopForErrors", "false"},
+                           {"updateInterval", qint64(604800)}}
             << "Open in Keynote, sound off, updates off, stop off, Week, Not Set";
         QTest::newRow("four weeks, as written for Year") << QVariantMap{{"updateInterval", qint64(2419200)}}
                                                          << "Do Nothing, sound on, updates on, stop on, Month, Not Set";
@@ -83,15 +93,24 @@ private Q_SLOTS:
         QTest::addColumn<QString>("control");
         QTest::addColumn<QString>("item"); // for a check box: "off" is one click, "on" a second one
         QTest::addColumn<QVariantMap>("written");
-        QTest::newRow("completion") << "finishedActionCombo" << "Show in Finder" << QVariantMap{{"completedAction", "Show in Finder"}};
-        QTest::newRow("Day") << "intervalCombo" << "Day" << QVariantMap{{"updateInterval", qint64(86400)}};
-        QTest::newRow("Week") << "intervalCombo" << "Week" << QVariantMap{{"updateInterval", qint64(604800)}};
-        QTest::newRow("Year, which shows as Month") << "intervalCombo" << "Year" << QVariantMap{{"updateInterval", qint64(2419200)}};
-        QTest::newRow("Month writes nothing") << "intervalCombo" << "Month" << QVariantMap();
-        QTest::newRow("sound off") << "sendSoundButton" << "off" << QVariantMap{{"playSound", "false"}};
-        QTest::newRow("sound on") << "sendSoundButton" << "on" << QVariantMap{{"playSound", "true"}};
-        QTest::newRow("updates off") << "checkForUpdates" << "off" << QVariantMap{{"checkUpdates", "false"}};
-        QTest::newRow("stop off") << "stopForErrors" << "off" << QVariantMap{{"stopForErrors", "false"}};
+        QTest::newRow("completion") << "finishedActionCombo"
+                                    << "Show in Finder" << QVariantMap{{"completedAction", "Show in Finder"}};
+        QTest::newRow("Day") << "intervalCombo"
+                             << "Day" << QVariantMap{{"updateInterval", qint64(86400)}};
+        QTest::newRow("Week") << "intervalCombo"
+                              << "Week" << QVariantMap{{"updateInterval", qint64(604800)}};
+        QTest::newRow("Year, which shows as Month") << "intervalCombo"
+                                                    << "Year" << QVariantMap{{"updateInterval", qint64(2419200)}};
+        QTest::newRow("Month writes nothing") << "intervalCombo"
+                                              << "Month" << QVariantMap();
+        QTest::newRow("sound off") << "sendSoundButton"
+                                   << "off" << QVariantMap{{"playSound", "false"}};
+        QTest::newRow("sound on") << "sendSoundButton"
+                                  << "on" << QVariantMap{{"playSound", "true"}};
+        QTest::newRow("updates off") << "checkForUpdates"
+                                     << "off" << QVariantMap{{"checkUpdates", "false"}};
+        QTest::newRow("stop off") << "stopForErrors"
+                                  << "off" << QVariantMap{{"stopForErrors", "false"}};
     }
 
     void controlsWriteExactValues()

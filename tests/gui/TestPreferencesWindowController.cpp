@@ -1,6 +1,6 @@
+#include "core/SettingsStore.h"
 #include "widgets/PreferencesWindow.h"
 #include "widgets/PreferencesWindowController.h"
-#include "core/SettingsStore.h"
 
 #include <QtTest>
 #include <QtWidgets>
@@ -11,7 +11,9 @@ namespace {
 class DummyPane : public PreferencesWindowControllerProtocol
 {
 public:
-    DummyPane(const QString &title, const QSize &size) : m_title(title), m_view(new QLabel(title))
+    DummyPane(const QString &title, const QSize &size)
+        : m_title(title)
+        , m_view(new QLabel(title))
     {
         m_view->resize(size);
     }
@@ -89,7 +91,8 @@ private Q_SLOTS:
         controller.setPreferencesViewControllers({pane("One"), pane("A longer title")});
         const QButtonGroup *segments = controller.segmentedControlButtons();
         QCOMPARE(segments->button(0)->width(), segments->button(1)->width());
-        QVERIFY(segments->button(0)->width() > QFontMetrics(QApplication::font()).horizontalAdvance(QStringLiteral("A longer title")));
+        QVERIFY(segments->button(0)->width()
+                > QFontMetrics(QApplication::font()).horizontalAdvance(QStringLiteral("A longer title")));
         QVERIFY(controller.segmentedControl()->width() >= 2 * segments->button(0)->width());
     }
 

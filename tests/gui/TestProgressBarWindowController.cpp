@@ -16,7 +16,10 @@ namespace {
 class WatchingController : public ProgressBarWindowController
 {
 public:
-    WatchingController() : ProgressBarWindowController(QStringLiteral("ProgressBarView")) {}
+    WatchingController()
+        : ProgressBarWindowController(QStringLiteral("ProgressBarView"))
+    {
+    }
     QList<double> values;
     QList<bool> visible;
     void moveProgressBar() override
@@ -39,7 +42,8 @@ private Q_SLOTS:
 
     void showsTheFileAndMovesTheBarOnlyDuringTheConversion()
     {
-        SettingsStore::standard().setObject(SettingKey::prezPath, FileUrl::absoluteString(f.in(QStringLiteral("My Talk.key"))));
+        SettingsStore::standard().setObject(SettingKey::prezPath,
+                                            FileUrl::absoluteString(f.in(QStringLiteral("My Talk.key"))));
         WatchingController controller;
         // A second run must not find the first one's observers still there.
         controller.showWindow(nullptr);
@@ -54,8 +58,9 @@ private Q_SLOTS:
         // Outside a conversion the events reach nobody.
         f.desktop.calls.clear();
         controller.progressIndy()->setDoubleValue(50);
-        for (const QString &event : {ConversionEvents::progress, ConversionEvents::finished,
-                                     ConversionEvents::finishedWithErrorNotKeynote, ConversionEvents::finishedWithErrorNotKeynoteFour})
+        for (const QString &event :
+             {ConversionEvents::progress, ConversionEvents::finished, ConversionEvents::finishedWithErrorNotKeynote,
+              ConversionEvents::finishedWithErrorNotKeynoteFour})
             NotificationCenter::defaultCenter().post(event, nullptr);
         QCOMPARE(controller.progressIndy()->doubleValue(), 50.0);
         QVERIFY(f.desktop.calls.isEmpty());
@@ -66,7 +71,8 @@ private Q_SLOTS:
     void namesAreDecoded()
     {
         QCOMPARE(ProgressBarWindowController::displayName(QStringLiteral("Caf%C3%A9.key")), QStringLiteral("Café.key"));
-        QVERIFY_FATAL(ProgressBarWindowController::displayName(QStringLiteral("file:///a/Bad%ZZ.key")), "percent escapes");
+        QVERIFY_FATAL(ProgressBarWindowController::displayName(QStringLiteral("file:///a/Bad%ZZ.key")),
+                      "percent escapes");
         QVERIFY_FATAL(ProgressBarWindowController::convertFileUrlToPath(QStringLiteral("file:///a b/")), "not a URL");
     }
 
@@ -77,10 +83,13 @@ private Q_SLOTS:
         QTest::addColumn<QString>("reason");
         const QString file = QStringLiteral("file:///a/T.key/");
         QTest::newRow("no file") << QVariantMap() << false << "the setting prezPath is missing";
-        QTest::newRow("no output folder") << QVariantMap{{SettingKey::prezPath, file}} << false << "no output folder was chosen";
+        QTest::newRow("no output folder")
+            << QVariantMap{{SettingKey::prezPath, file}} << false << "no output folder was chosen";
         QTest::newRow("completion without the folder's bookmark")
-            << QVariantMap{{SettingKey::prezPath, file}, {SettingKey::outputPath, QStringLiteral("file:///nowhere/")}} << true << "bookmarkData is missing";
-        QTest::newRow("completion, file without a name") << QVariantMap{{SettingKey::prezPath, QStringLiteral("///")}} << true << "has no file name";
+            << QVariantMap{{SettingKey::prezPath, file}, {SettingKey::outputPath, QStringLiteral("file:///nowhere/")}}
+            << true << "bookmarkData is missing";
+        QTest::newRow("completion, file without a name")
+            << QVariantMap{{SettingKey::prezPath, QStringLiteral("///")}} << true << "has no file name";
     }
 
     void missingSettingsAreFatal()
@@ -104,7 +113,8 @@ private Q_SLOTS:
         f.runBatch({QStringLiteral("My Talk.key")});
         QCOMPARE(f.rejected(), QStringList{QStringLiteral("My%20Talk.key")});
         QCOMPARE(f.alerts.size(), 2); // the file's own, then the summary
-        QVERIFY2(f.alerts.first().informativeText().contains(QLatin1String("\"My%20Talk.key\" was converted but could not be saved")),
+        QVERIFY2(f.alerts.first().informativeText().contains(
+                     QLatin1String("\"My%20Talk.key\" was converted but could not be saved")),
                  qPrintable(f.alerts.first().informativeText()));
         QVERIFY(f.alerts.first().detailedText().contains(f.out));
         QVERIFY(f.desktop.calls.isEmpty());
@@ -129,11 +139,16 @@ private Q_SLOTS:
         const QString sound = QStringLiteral("playSound(\"Glass\")");
         const QString quiet = QStringLiteral("false");
         QTest::newRow("nothing stored") << QVariantMap() << QStringList{sound};
-        QTest::newRow("quiet unless exactly true") << QVariantMap{{SettingKey::playSound, QStringLiteral("True")}} << QStringList();
-        QTest::newRow("unknown action") << QVariantMap{{SettingKey::completedAction, QStringLiteral("Print It")}, {SettingKey::playSound, quiet}} << QStringList();
+        QTest::newRow("quiet unless exactly true")
+            << QVariantMap{{SettingKey::playSound, QStringLiteral("True")}} << QStringList();
+        QTest::newRow("unknown action") << QVariantMap{{SettingKey::completedAction, QStringLiteral("Print It")},
+                                                       {SettingKey::playSound, quiet}}
+                                        << QStringList();
         QTest::newRow("show") << QVariantMap{{SettingKey::completedAction, QStringLiteral("Show in Finder")}}
-                              << QStringList{sound, QStringLiteral("revealFile(\"OUT/My Talk.key\", \"ROOT/My Talk.key\")")};
-        QTest::newRow("open") << QVariantMap{{SettingKey::completedAction, QStringLiteral("Open in Keynote")}, {SettingKey::playSound, quiet}}
+                              << QStringList{sound,
+                                             QStringLiteral("revealFile(\"OUT/My Talk.key\", \"ROOT/My Talk.key\")")};
+        QTest::newRow("open") << QVariantMap{{SettingKey::completedAction, QStringLiteral("Open in Keynote")},
+                                             {SettingKey::playSound, quiet}}
                               << QStringList{QStringLiteral("openFile(\"OUT/My Talk.key\", \"Keynote\")")};
     }
 
@@ -146,7 +161,9 @@ private Q_SLOTS:
         // The folder has blanks: the file's path decodes them, the reveal's root keeps them escaped.
         QString escapedOut = f.out;
         escapedOut.replace(QLatin1Char(' '), QStringLiteral("%20"));
-        QCOMPARE(f.desktop.calls, calls.replaceInStrings(QStringLiteral("OUT"), f.out).replaceInStrings(QStringLiteral("ROOT"), escapedOut));
+        QCOMPARE(
+            f.desktop.calls,
+            calls.replaceInStrings(QStringLiteral("OUT"), f.out).replaceInStrings(QStringLiteral("ROOT"), escapedOut));
     }
 };
 

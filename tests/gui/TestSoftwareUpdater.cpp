@@ -1,8 +1,8 @@
-#include "support/gui/AlertRecorder.h"
-#include "support/gui/RecordingDesktopServices.h"
 #include "core/SettingsStore.h"
 #include "gui/SoftwareUpdateDialog.h"
 #include "gui/SoftwareUpdater.h"
+#include "support/gui/AlertRecorder.h"
+#include "support/gui/RecordingDesktopServices.h"
 
 #include <QDateTime>
 #include <QSignalSpy>
@@ -19,7 +19,8 @@ public:
     explicit FeedServer(const QByteArray &body)
     {
         QVERIFY(m_server.listen(QHostAddress::LocalHost, 0));
-        qputenv("DECKWRIGHT_APPCAST_URL", "http://127.0.0.1:" + QByteArray::number(m_server.serverPort()) + "/appcast.xml");
+        qputenv("DECKWRIGHT_APPCAST_URL",
+                "http://127.0.0.1:" + QByteArray::number(m_server.serverPort()) + "/appcast.xml");
         connect(&m_server, &QTcpServer::newConnection, this, [this, body] {
             while (QTcpSocket *socket = m_server.nextPendingConnection()) {
                 socket->setParent(this);
@@ -44,7 +45,8 @@ QByteArray feed(const QByteArray &items)
 {
     return "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
            "<rss version=\"2.0\" xmlns:dw=\"http://www.bramblefox.com/xml-namespaces/deckwright-update\">\n"
-           "<channel><title>Deckwright</title>\n" + items + "</channel></rss>\n";
+           "<channel><title>Deckwright</title>\n"
+           + items + "</channel></rss>\n";
 }
 
 // The running version is 1.9.3: 1.10.0 is newer only when compared numerically,
@@ -75,9 +77,12 @@ private Q_SLOTS:
         QTest::addColumn<QString>("a");
         QTest::addColumn<QString>("b");
         QTest::addColumn<int>("expected");
-        QTest::newRow("numeric, not textual") << "1.10" << "1.9" << 1;
-        QTest::newRow("missing parts are zero") << "1.0" << "1.0.0" << 0;
-        QTest::newRow("pre-release before release") << "2.0b1" << "2.0" << -1;
+        QTest::newRow("numeric, not textual") << "1.10"
+                                              << "1.9" << 1;
+        QTest::newRow("missing parts are zero") << "1.0"
+                                                << "1.0.0" << 0;
+        QTest::newRow("pre-release before release") << "2.0b1"
+                                                    << "2.0" << -1;
     }
 
     void compareVersions()
@@ -91,12 +96,15 @@ private Q_SLOTS:
 
     void check_data()
     {
-        QTest::addColumn<qint64>("age"); // of the last check, for a check at start (the interval is an hour); -1: asked for
+        QTest::addColumn<qint64>(
+            "age"); // of the last check, for a check at start (the interval is an hour); -1: asked for
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<QString>("message"); // of the one alert; none when empty
         QTest::addColumn<QString>("detail");
-        QTest::newRow("asked, newer") << qint64(-1) << newerFeed << offer << "Deckwright 1.10.0 is now available (you have 1.9.3)";
-        QTest::newRow("asked, same") << qint64(-1) << sameFeed << "You're up to date." << "Deckwright 1.9.3 is currently";
+        QTest::newRow("asked, newer") << qint64(-1) << newerFeed << offer
+                                      << "Deckwright 1.10.0 is now available (you have 1.9.3)";
+        QTest::newRow("asked, same") << qint64(-1) << sameFeed << "You're up to date."
+                                     << "Deckwright 1.9.3 is currently";
         QTest::newRow("asked, broken") << qint64(-1) << brokenFeed << failure << "not well-formed XML";
         QTest::newRow("asked, no answer") << qint64(-1) << noAnswer << failure << "did not answer within 0.2 seconds";
         QTest::newRow("at start, newer: offered") << qint64(7200) << newerFeed << offer << "1.10.0";
@@ -122,7 +130,8 @@ private Q_SLOTS:
         if (age < 0) {
             updater.checkForUpdates(nullptr);
         } else {
-            SettingsStore::standard().setInteger(SoftwareUpdater::lastCheckTimeKey, QDateTime::currentSecsSinceEpoch() - age);
+            SettingsStore::standard().setInteger(SoftwareUpdater::lastCheckTimeKey,
+                                                 QDateTime::currentSecsSinceEpoch() - age);
             updater.setUpdateCheckInterval(3600);
             updater.setAutomaticallyChecksForUpdates(true);
             updater.start();
@@ -137,9 +146,12 @@ private Q_SLOTS:
         QCOMPARE(recorder.alerts.size(), message.isEmpty() ? 0 : 1);
         if (!message.isEmpty()) {
             QCOMPARE(recorder.alerts.at(0).messageText(), message);
-            QVERIFY2(recorder.alerts.at(0).informativeText().contains(detail), qPrintable(recorder.alerts.at(0).informativeText()));
+            QVERIFY2(recorder.alerts.at(0).informativeText().contains(detail),
+                     qPrintable(recorder.alerts.at(0).informativeText()));
         }
-        QCOMPARE(desktop.calls, message == offer ? QStringList{"openUrl(\"https://example.invalid/deckwright/1.10.0/\")"} : QStringList());
+        QCOMPARE(desktop.calls, message == offer
+                                    ? QStringList{"openUrl(\"https://example.invalid/deckwright/1.10.0/\")"}
+                                    : QStringList());
     }
 };
 

@@ -35,10 +35,16 @@ const QString kBinary = QStringLiteral(DECKWRIGHT_BINARY);
 const QByteArray kOldTag = "key:version=\"72007061400\"";
 const QByteArray kNewTag = "key:version=\"92008102400\"";
 
-#define QVERIFY_NO_PROBLEM(expression) \
-    do { const QString problem_ = (expression); QVERIFY2(problem_.isEmpty(), qPrintable(problem_)); } while (false)
+#define QVERIFY_NO_PROBLEM(expression)                                                                                 \
+    do {                                                                                                               \
+        const QString problem_ = (expression);                                                                         \
+        QVERIFY2(problem_.isEmpty(), qPrintable(problem_));                                                            \
+    } while (false)
 
-QByteArray bytes(const QString &path) { return QFile::encodeName(path); }
+QByteArray bytes(const QString &path)
+{
+    return QFile::encodeName(path);
+}
 
 QByteArray sha1(const QByteArray &path)
 {
@@ -64,7 +70,7 @@ Tree tree(const QByteArray &root)
         }
         while (const dirent *entry = ::readdir(dir)) {
             const QByteArray name(entry->d_name), path = rel.isEmpty() ? name : rel + '/' + name;
-            struct stat st {};
+            struct stat st = {};
             if (name == "." || name == ".." || ::lstat((root + '/' + path).constData(), &st) != 0)
                 continue;
             QByteArray what = QByteArray::number(st.st_mode, 8);
@@ -74,7 +80,10 @@ Tree tree(const QByteArray &root)
             else if (S_ISREG(st.st_mode))
                 what += ' ' + sha1(root + '/' + path);
             else if (S_ISLNK(st.st_mode))
-                what += " -> " + QByteArray(target, int(qMax<ssize_t>(::readlink((root + '/' + path).constData(), target, sizeof target), 0)));
+                what += " -> "
+                        + QByteArray(
+                            target,
+                            int(qMax<ssize_t>(::readlink((root + '/' + path).constData(), target, sizeof target), 0)));
             result.insert(path, what);
         }
         ::closedir(dir);
@@ -82,7 +91,10 @@ Tree tree(const QByteArray &root)
     return result;
 }
 
-bool isA(const QByteArray &description, mode_t type) { return (description.split(' ').first().toUInt(nullptr, 8) & S_IFMT) == type; }
+bool isA(const QByteArray &description, mode_t type)
+{
+    return (description.split(' ').first().toUInt(nullptr, 8) & S_IFMT) == type;
+}
 
 // The regular files of a tree, prefix + relative path -> content hash.
 Tree filesOf(const Tree &all, const QByteArray &prefix = {})
@@ -116,7 +128,8 @@ std::unique_ptr<QProcess> start(const QStringList &command, const QProcessEnviro
     return process;
 }
 
-Run run(const QStringList &command, const QProcessEnvironment &env = QProcessEnvironment::systemEnvironment(), const QString &folder = {})
+Run run(const QStringList &command, const QProcessEnvironment &env = QProcessEnvironment::systemEnvironment(),
+        const QString &folder = {})
 {
     const auto process = start(command, env, folder);
     Run result;
@@ -146,7 +159,7 @@ int shell(const QString &script, const QString &folder, const QMap<QString, QStr
 // A socket's name stays on disk once the socket is closed.
 bool bindSocket(const QByteArray &path)
 {
-    sockaddr_un address {};
+    sockaddr_un address{};
     address.sun_family = AF_UNIX;
     qstrncpy(address.sun_path, path.constData(), sizeof address.sun_path);
     const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
@@ -172,8 +185,9 @@ QMap<qint64, QByteArray> processesMentioning(const QByteArray &text)
 qint64 highWaterKiB(qint64 pid)
 {
     QFile status(u"/proc/%1/status"_s.arg(pid));
-    const QRegularExpressionMatch match = QRegularExpression(u"VmHWM:\\s+(\\d+) kB"_s)
-                                              .match(status.open(QIODevice::ReadOnly) ? QString::fromLatin1(status.readAll()) : QString());
+    const QRegularExpressionMatch match
+        = QRegularExpression(u"VmHWM:\\s+(\\d+) kB"_s)
+              .match(status.open(QIODevice::ReadOnly) ? QString::fromLatin1(status.readAll()) : QString());
     return match.hasMatch() ? match.captured(1).toLongLong() : -1;
 }
 
@@ -183,7 +197,8 @@ struct Mounts
     QStringList points;
     QString mount(const QString &point, const QString &size)
     {
-        const Run r = run({u"mount"_s, u"-t"_s, u"tmpfs"_s, u"-o"_s, u"size=%1,mode=0700"_s.arg(size), u"tmpfs"_s, point});
+        const Run r
+            = run({u"mount"_s, u"-t"_s, u"tmpfs"_s, u"-o"_s, u"size=%1,mode=0700"_s.arg(size), u"tmpfs"_s, point});
         if (r.code == 0)
             points.prepend(point);
         return r.code == 0 ? QString() : QString::fromLocal8Bit(r.err).trimmed();
@@ -208,10 +223,19 @@ QStringList convertCommand(const Site &s, const QStringList &packages, const QSt
 {
     return QStringList{kBinary, u"convert"_s, u"--output"_s, folder.isEmpty() ? s.out : folder} + packages;
 }
-Run convert(const Site &s, const QStringList &packages, const QString &folder = {}) { return run(convertCommand(s, packages, folder), s.env); }
+Run convert(const Site &s, const QStringList &packages, const QString &folder = {})
+{
+    return run(convertCommand(s, packages, folder), s.env);
+}
 
-QByteArray lines(const QStringList &texts) { return texts.join(u'\n').toUtf8() + '\n'; }
-QString fill(QString line, const QString &package, const QString &folder) { return line.replace(u"%1"_s, package).replace(u"%2"_s, folder); }
+QByteArray lines(const QStringList &texts)
+{
+    return texts.join(u'\n').toUtf8() + '\n';
+}
+QString fill(QString line, const QString &package, const QString &folder)
+{
+    return line.replace(u"%1"_s, package).replace(u"%2"_s, folder);
+}
 } // namespace
 
 class TestHostile : public QObject
@@ -261,11 +285,13 @@ private:
                 top = it.key() + '/';
         Tree want = filesOf(tree(bytes(package)), top);
         want.remove(top + "index.apxl.gz");
-        const QByteArray document = run({u"gunzip"_s, u"-c"_s, package + u"/index.apxl.gz"_s}).out.replace(kOldTag, kNewTag);
+        const QByteArray document
+            = run({u"gunzip"_s, u"-c"_s, package + u"/index.apxl.gz"_s}).out.replace(kOldTag, kNewTag);
         want.insert(top + "index.apxl", QCryptographicHash::hash(document, QCryptographicHash::Sha1).toHex());
         const Tree got = filesOf(all);
         if (top.isEmpty() || got != want)
-            return u"%1 holds [%2], the package [%3]"_s.arg(archive, QString::fromUtf8(got.keys().join(", ")), QString::fromUtf8(want.keys().join(", ")));
+            return u"%1 holds [%2], the package [%3]"_s.arg(archive, QString::fromUtf8(got.keys().join(", ")),
+                                                            QString::fromUtf8(want.keys().join(", ")));
         return QString();
     }
 
@@ -297,7 +323,9 @@ private Q_SLOTS:
         m_victim = m_work.filePath(u"victim"_s);
         QDir().mkpath(m_victim);
         QCOMPARE(shell(u"mkdir sub; printf secret > secret.txt; printf mine > sub/precious;"
-                       "printf '<a key:version=\"72007061400\"/>' | gzip > doc.apxl.gz"_s, m_victim), 0);
+                       "printf '<a key:version=\"72007061400\"/>' | gzip > doc.apxl.gz"_s,
+                       m_victim),
+                 0);
         m_victimBefore = tree(bytes(m_victim));
         m_passwdBefore = sha1("/etc/passwd");
     }
@@ -316,27 +344,43 @@ private Q_SLOTS:
         QTest::addColumn<bool>("asNobody");
         QTest::addColumn<QString>("reason"); // why it is skipped, ending in "*": the line starts so; none: converted
         const QString out = u"it holds a link to a file outside the package: "_s;
-        QTest::newRow("document a link out") << "printf garbage > index.apxl.gz; ln -s \"$VICTIM/secret.txt\" index.apxl" << QByteArray() << false << out + "index.apxl";
-        QTest::newRow("relative link out, gz a folder") << "rm index.apxl.gz; mkdir index.apxl.gz; ln -s ../../../victim/secret.txt index.apxl" << QByteArray() << false << out + "index.apxl";
-        QTest::newRow("document a link inside") << "ln -s 'Data/photo one.jpg' index.apxl" << QByteArray() << false << "it holds a symbolic link: index.apxl";
-        QTest::newRow("link to /etc/passwd") << "ln -s /etc/passwd Data/passwd" << QByteArray() << false << out + "Data/passwd";
-        QTest::newRow("link to a folder outside") << "ln -s \"$VICTIM\" Data/victim" << QByteArray() << false << out + "Data/victim";
+        QTest::newRow("document a link out")
+            << "printf garbage > index.apxl.gz; ln -s \"$VICTIM/secret.txt\" index.apxl" << QByteArray() << false
+            << out + "index.apxl";
+        QTest::newRow("relative link out, gz a folder")
+            << "rm index.apxl.gz; mkdir index.apxl.gz; ln -s ../../../victim/secret.txt index.apxl" << QByteArray()
+            << false << out + "index.apxl";
+        QTest::newRow("document a link inside") << "ln -s 'Data/photo one.jpg' index.apxl" << QByteArray() << false
+                                                << "it holds a symbolic link: index.apxl";
+        QTest::newRow("link to /etc/passwd")
+            << "ln -s /etc/passwd Data/passwd" << QByteArray() << false << out + "Data/passwd";
+        QTest::newRow("link to a folder outside")
+            << "ln -s \"$VICTIM\" Data/victim" << QByteArray() << false << out + "Data/victim";
         QTest::newRow("link to itself") << "ln -s . self" << QByteArray() << false << "it holds a symbolic link: self";
         QTest::newRow("link to /") << "ln -s / root" << QByteArray() << false << out + "root";
         QTest::newRow("link out through a subfolder") << "ln -s Data/../.. up" << QByteArray() << false << out + "up";
-        QTest::newRow("gz a link to a document outside") << "rm index.apxl.gz; ln -s \"$VICTIM/doc.apxl.gz\" index.apxl.gz" << QByteArray() << false << out + "index.apxl.gz";
-        QTest::newRow("gz a FIFO") << "rm index.apxl.gz; mkfifo index.apxl.gz" << QByteArray() << false << "it holds a FIFO: index.apxl.gz";
+        QTest::newRow("gz a link to a document outside")
+            << "rm index.apxl.gz; ln -s \"$VICTIM/doc.apxl.gz\" index.apxl.gz" << QByteArray() << false
+            << out + "index.apxl.gz";
+        QTest::newRow("gz a FIFO") << "rm index.apxl.gz; mkfifo index.apxl.gz" << QByteArray() << false
+                                   << "it holds a FIFO: index.apxl.gz";
         QTest::newRow("socket") << "true" << QByteArray("Data/sock") << false << "it holds a socket: Data/sock";
         QTest::newRow("device") << "mknod Data/null c 1 3" << QByteArray() << false << "it holds a device: Data/null";
-        QTest::newRow("deeper than PATH_MAX") << "d=.; for i in $(seq 2100); do d=$d/d; done; mkdir -p $d" << QByteArray() << false << "a path in it is too long to copy: d/d/*";
-        QTest::newRow("package a single file") << "cd ..; rm -r Talk.key; cp \"$VICTIM/doc.apxl.gz\" Talk.key" << QByteArray() << false << "it is a single file, not a Keynote '08 package";
+        QTest::newRow("deeper than PATH_MAX") << "d=.; for i in $(seq 2100); do d=$d/d; done; mkdir -p $d"
+                                              << QByteArray() << false << "a path in it is too long to copy: d/d/*";
+        QTest::newRow("package a single file")
+            << "cd ..; rm -r Talk.key; cp \"$VICTIM/doc.apxl.gz\" Talk.key" << QByteArray() << false
+            << "it is a single file, not a Keynote '08 package";
         QTest::newRow("package a FIFO") << "cd ..; rm -r Talk.key; mkfifo Talk.key" << QByteArray() << false << "*";
         // Root reads everything; what an unprivileged person cannot read is refused, not half copied.
-        QTest::newRow("unreadable file") << "printf secret > Data/secret.jpg; chmod 000 Data/secret.jpg" << QByteArray() << true
-                                         << "it holds a file that could not be read: Data/secret.jpg";
-        QTest::newRow("unreadable folder") << "mkdir -p Hidden/Inner; printf x > Hidden/Inner/a; chmod 000 Hidden" << QByteArray() << true
-                                           << "it holds a folder that could not be read: Hidden";
-        QTest::newRow("read-only package") << "find . -type f -exec chmod 0444 {} +; find . -type d -exec chmod 0555 {} +" << QByteArray() << true << "";
+        QTest::newRow("unreadable file") << "printf secret > Data/secret.jpg; chmod 000 Data/secret.jpg" << QByteArray()
+                                         << true << "it holds a file that could not be read: Data/secret.jpg";
+        QTest::newRow("unreadable folder")
+            << "mkdir -p Hidden/Inner; printf x > Hidden/Inner/a; chmod 000 Hidden" << QByteArray() << true
+            << "it holds a folder that could not be read: Hidden";
+        QTest::newRow("read-only package")
+            << "find . -type f -exec chmod 0444 {} +; find . -type d -exec chmod 0555 {} +" << QByteArray() << true
+            << "";
     }
 
     void refusesCraftedPackages()
@@ -347,7 +391,12 @@ private Q_SLOTS:
         QFETCH(QString, reason);
         if (script.startsWith(u"mknod"_s) && ::geteuid() != 0)
             QSKIP("making a device needs root");
-        if (asNobody && (::geteuid() != 0 || QProcess::execute(u"sh"_s, {u"-c"_s, u"exec >/dev/null; command -v setpriv && id nobody && getent group nogroup"_s}) != 0))
+        if (asNobody
+            && (::geteuid() != 0
+                || QProcess::execute(
+                       u"sh"_s,
+                       {u"-c"_s, u"exec >/dev/null; command -v setpriv && id nobody && getent group nogroup"_s})
+                       != 0))
             QSKIP("needs root, setpriv, the user nobody and the group nogroup to run as someone else");
         const Site s = site();
         if (asNobody) {
@@ -372,7 +421,8 @@ private Q_SLOTS:
             QCOMPARE(r.out, lines({expected}));
         QCOMPARE(r.code, reason.isEmpty() ? 0 : 1);
         QCOMPARE(tree(bytes(package)), before);
-        QVERIFY_NO_PROBLEM(outcome(s, reason.isEmpty() ? QMap<QString, QString>{{u"Talk.key"_s, package}} : QMap<QString, QString>()));
+        QVERIFY_NO_PROBLEM(
+            outcome(s, reason.isEmpty() ? QMap<QString, QString>{{u"Talk.key"_s, package}} : QMap<QString, QString>()));
     }
 
     void convertsUnusualPackages_data()
@@ -381,15 +431,25 @@ private Q_SLOTS:
         QTest::addColumn<QString>("argument");
         QTest::addColumn<QString>("written");
         const QString talk = u"Talk.key"_s, longest = QString(251, u'T') + u".key"_s;
-        QTest::newRow("file name not UTF-8") << "printf 'not utf-8' > \"Talk.key/Data/$(printf 'caf\\351.jpg')\"" << talk << talk;
-        QTest::newRow("300 folders deep") << "d=Talk.key; for i in $(seq 300); do d=$d/d; done; mkdir -p $d; printf deep > $d/leaf.txt" << talk << talk;
-        QTest::newRow("hidden file, empty folder") << "printf x > Talk.key/.hidden; mkdir Talk.key/Empty" << talk << talk;
-        QTest::newRow("given as a link") << "ln -s Talk.key Alias.key" << "Alias.key" << talk;
+        QTest::newRow("file name not UTF-8")
+            << "printf 'not utf-8' > \"Talk.key/Data/$(printf 'caf\\351.jpg')\"" << talk << talk;
+        QTest::newRow("300 folders deep")
+            << "d=Talk.key; for i in $(seq 300); do d=$d/d; done; mkdir -p $d; printf deep > $d/leaf.txt" << talk
+            << talk;
+        QTest::newRow("hidden file, empty folder")
+            << "printf x > Talk.key/.hidden; mkdir Talk.key/Empty" << talk << talk;
+        QTest::newRow("given as a link") << "ln -s Talk.key Alias.key"
+                                         << "Alias.key" << talk;
         QTest::newRow("name of 255 bytes") << "mv Talk.key \"$ARG\"" << longest << longest;
-        QTest::newRow("name with dots") << "mv Talk.key \"$ARG\"" << "Talk.v2.final.key" << "Talk.v2.final.key";
+        QTest::newRow("name with dots") << "mv Talk.key \"$ARG\""
+                                        << "Talk.v2.final.key"
+                                        << "Talk.v2.final.key";
         // Well inside the document size limit, and far beyond any real deck.
-        QTest::newRow("document of 200 MB") << "{ printf '<key:presentation key:version=\"72007061400\">\\n'; yes '  <key:notes>Lorem ipsum dolor sit amet.</key:notes>' "
-                                               "| head -c 200000000; printf '</key:presentation>\\n'; } | gzip -1 -n > Talk.key/index.apxl.gz" << talk << talk;
+        QTest::newRow("document of 200 MB")
+            << "{ printf '<key:presentation key:version=\"72007061400\">\\n'; yes '  <key:notes>Lorem ipsum dolor sit "
+               "amet.</key:notes>' "
+               "| head -c 200000000; printf '</key:presentation>\\n'; } | gzip -1 -n > Talk.key/index.apxl.gz"
+            << talk << talk;
     }
 
     void convertsUnusualPackages()
@@ -406,7 +466,8 @@ private Q_SLOTS:
         // An output folder given in a roundabout way is named by its clean absolute path.
         const Run r = convert(s, {package, after}, s.out + u"/../out/./"_s);
         QVERIFY2(r.finished, "the command hung");
-        QCOMPARE(r.out, lines({u"converted: %1 -> %2/%3"_s.arg(package, s.out, written), u"converted: %1 -> %2/After.key"_s.arg(after, s.out)}));
+        QCOMPARE(r.out, lines({u"converted: %1 -> %2/%3"_s.arg(package, s.out, written),
+                               u"converted: %1 -> %2/After.key"_s.arg(after, s.out)}));
         QCOMPARE(r.code, 0);
         QCOMPARE(tree(bytes(real)), before);
         QVERIFY_NO_PROBLEM(outcome(s, {{written, real}, {u"After.key"_s, after}}));
@@ -418,14 +479,20 @@ private Q_SLOTS:
         QTest::addColumn<QString>("script"); // run in the output folder; $PKG is the package's name
         QTest::addColumn<QString>("line");   // %1 the package, %2 the output folder
         const QString talk = u"Talk.key"_s, stem = QString(251, u'T');
-        QTest::newRow("dangling link out") << talk << "ln -s \"$VICTIM/planted.key\" Talk.key" << "converted: %1 -> %2/Talk.1.key";
-        QTest::newRow("link to a file outside") << talk << "ln -s \"$VICTIM/secret.txt\" Talk.key" << "converted: %1 -> %2/Talk.1.key";
-        QTest::newRow("file, folder, link at the numbers") << talk << "printf mine > Talk.key; mkdir Talk.1.key; ln -s \"$VICTIM/planted.2.key\" Talk.2.key"
-                                                           << "converted: %1 -> %2/Talk.3.key";
-        QTest::newRow("dotted name") << "Talk.v2.key" << "printf mine > \"$PKG\"" << "converted: %1 -> %2/Talk.1.key";
+        QTest::newRow("dangling link out") << talk << "ln -s \"$VICTIM/planted.key\" Talk.key"
+                                           << "converted: %1 -> %2/Talk.1.key";
+        QTest::newRow("link to a file outside") << talk << "ln -s \"$VICTIM/secret.txt\" Talk.key"
+                                                << "converted: %1 -> %2/Talk.1.key";
+        QTest::newRow("file, folder, link at the numbers")
+            << talk << "printf mine > Talk.key; mkdir Talk.1.key; ln -s \"$VICTIM/planted.2.key\" Talk.2.key"
+            << "converted: %1 -> %2/Talk.3.key";
+        QTest::newRow("dotted name") << "Talk.v2.key"
+                                     << "printf mine > \"$PKG\""
+                                     << "converted: %1 -> %2/Talk.1.key";
         // The numbered name (the part before the first dot + ".1.key") outgrows 255 bytes.
-        QTest::newRow("no numbered name fits") << stem + u".key"_s << "printf mine > \"$PKG\""
-                                               << u"failed: %1: could not write %2/%3.1.key (File name too long)"_s.arg(u"%1"_s, u"%2"_s, stem);
+        QTest::newRow("no numbered name fits")
+            << stem + u".key"_s << "printf mine > \"$PKG\""
+            << u"failed: %1: could not write %2/%3.1.key (File name too long)"_s.arg(u"%1"_s, u"%2"_s, stem);
     }
 
     void neverWritesOverOrThroughANameInUse()
@@ -446,17 +513,20 @@ private Q_SLOTS:
         if (converted)
             expected.insert(written.toUtf8(), tree(bytes(s.out)).value(written.toUtf8()));
         QCOMPARE(tree(bytes(s.out)), expected);
-        QVERIFY_NO_PROBLEM(outcome(s, converted ? QMap<QString, QString>{{written, path}} : QMap<QString, QString>(), planted));
+        QVERIFY_NO_PROBLEM(
+            outcome(s, converted ? QMap<QString, QString>{{written, path}} : QMap<QString, QString>(), planted));
     }
 
     void leavesAPlantedScratchNameAlone_data()
     {
-        QTest::addColumn<bool>("runtime"); // $XDG_RUNTIME_DIR, or the temporary folder without it
+        QTest::addColumn<bool>("runtime");   // $XDG_RUNTIME_DIR, or the temporary folder without it
         QTest::addColumn<QString>("script"); // plants $NAME in that folder; $SRC holds the package
         QTest::newRow("runtime: link to the package's folder") << true << "ln -s \"$SRC\" \"$NAME\"";
         QTest::newRow("tmp: link to the package's folder") << false << "ln -s \"$SRC\" \"$NAME\"";
-        QTest::newRow("runtime: folder open to all") << true << "mkdir -m 0777 \"$NAME\"; printf theirs > \"$NAME/Talk.zip\"";
-        QTest::newRow("runtime: another user's folder") << true << "mkdir -m 0700 \"$NAME\"; printf theirs > \"$NAME/x\"; chown -R nobody \"$NAME\"";
+        QTest::newRow("runtime: folder open to all")
+            << true << "mkdir -m 0777 \"$NAME\"; printf theirs > \"$NAME/Talk.zip\"";
+        QTest::newRow("runtime: another user's folder")
+            << true << "mkdir -m 0700 \"$NAME\"; printf theirs > \"$NAME/x\"; chown -R nobody \"$NAME\"";
         QTest::newRow("tmp: a file") << false << "printf theirs > \"$NAME\"";
     }
 
@@ -495,8 +565,13 @@ private Q_SLOTS:
         ::chmod(bytes(s.root()).constData(), 0700);
         // An old archive holding other entries, a killed run's folder, the folders
         // of the older layout straight in the root, and a run still alive.
-        QCOMPARE(shell(u"mkdir -p intruder run-dead01 run-live01/Talk Talk.key/junk Talk/junk; printf evil > intruder/evil.txt;"
-                       "zip -qr Talk.zip intruder; cp Talk.zip run-dead01/; rm -r intruder; printf live > run-live01/Talk/keep"_s, s.root()), 0);
+        QCOMPARE(
+            shell(
+                u"mkdir -p intruder run-dead01 run-live01/Talk Talk.key/junk Talk/junk; printf evil > "
+                u"intruder/evil.txt;"
+                "zip -qr Talk.zip intruder; cp Talk.zip run-dead01/; rm -r intruder; printf live > run-live01/Talk/keep"_s,
+                s.root()),
+            0);
         // The running application's socket lives here too, and is no scratch.
         const QByteArray socket = bytes(s.root()) + "/instance.sock";
         QVERIFY(bindSocket(socket));
@@ -532,8 +607,9 @@ private Q_SLOTS:
         for (const QString &package : packages) {
             const QFileInfo info(s.in + u'/' + package);
             if (!info.exists()) // a few megabytes, different for each, so that the runs overlap
-                PackageFactory(info.absolutePath()).make(info.fileName(), PackageFactory::keynoteFourDocument(package),
-                                                         {{u"Data/media.bin"_s, PackageFactory::pseudoRandom(6 << 20, quint32(qHash(package)))}});
+                PackageFactory(info.absolutePath())
+                    .make(info.fileName(), PackageFactory::keynoteFourDocument(package),
+                          {{u"Data/media.bin"_s, PackageFactory::pseudoRandom(6 << 20, quint32(qHash(package)))}});
         }
         for (const QString &package : packages)
             processes.push_back(start(convertCommand(s, {s.in + u'/' + package}), s.env));
@@ -554,15 +630,18 @@ private Q_SLOTS:
     {
         Site s = site();
         // A document that deflates well, and options that would store it or drop the pictures.
-        const QString package = PackageFactory(s.in).make(u"Talk.key"_s, PackageFactory::keynoteFourDocument(u"Talk "_s.repeated(2000)));
-        const QMap<QString, QString> hostile{{u"ZIPOPT"_s, u"-0 -x *.jpg"_s}, {u"ZIP"_s, u"-0"_s}, {u"GZIP"_s, u"-1"_s}, {u"UNZIP"_s, u"-x *"_s}};
+        const QString package
+            = PackageFactory(s.in).make(u"Talk.key"_s, PackageFactory::keynoteFourDocument(u"Talk "_s.repeated(2000)));
+        const QMap<QString, QString> hostile{
+            {u"ZIPOPT"_s, u"-0 -x *.jpg"_s}, {u"ZIP"_s, u"-0"_s}, {u"GZIP"_s, u"-1"_s}, {u"UNZIP"_s, u"-x *"_s}};
         for (auto it = hostile.begin(); it != hostile.end(); ++it)
             s.env.insert(it.key(), it.value());
         const Run r = convert(s, {package});
         QCOMPARE(r.out, lines({u"converted: %1 -> %2/Talk.key"_s.arg(package, s.out)}));
         QVERIFY_NO_PROBLEM(outcome(s, {{u"Talk.key"_s, package}}));
         const QStringList document = QString::fromUtf8(run({u"unzip"_s, u"-v"_s, s.out + u"/Talk.key"_s}).out)
-                                         .split(u'\n').filter(QRegularExpression(u"/Talk/index\\.apxl$"_s));
+                                         .split(u'\n')
+                                         .filter(QRegularExpression(u"/Talk/index\\.apxl$"_s));
         QCOMPARE(document.size(), 1);
         QVERIFY2(document.first().contains(u"Defl"_s), qPrintable(document.first()));
     }
@@ -570,7 +649,8 @@ private Q_SLOTS:
     void aSignalUndoesTheConversion_data()
     {
         QTest::addColumn<int>("signalNumber");
-        for (const auto &[name, number] : {std::pair{"SIGINT", SIGINT}, {"SIGTERM", SIGTERM}, {"SIGHUP", SIGHUP}, {"SIGKILL", SIGKILL}})
+        for (const auto &[name, number] :
+             {std::pair{"SIGINT", SIGINT}, {"SIGTERM", SIGTERM}, {"SIGHUP", SIGHUP}, {"SIGKILL", SIGKILL}})
             QTest::newRow(name) << number;
     }
 
@@ -579,8 +659,11 @@ private Q_SLOTS:
         QFETCH(int, signalNumber);
         if (m_big.isEmpty()) {
             // Incompressible media, so that zip is busy for seconds.
-            m_big = PackageFactory(m_work.filePath(u"big"_s)).make(u"Talk.key"_s, PackageFactory::keynoteFourDocument(), {});
-            QCOMPARE(shell(u"mkdir Data; for i in 1 2 3 4; do head -c 50M /dev/urandom > Data/part$i.bin; done"_s, m_big), 0);
+            m_big = PackageFactory(m_work.filePath(u"big"_s))
+                        .make(u"Talk.key"_s, PackageFactory::keynoteFourDocument(), {});
+            QCOMPARE(
+                shell(u"mkdir Data; for i in 1 2 3 4; do head -c 50M /dev/urandom > Data/part$i.bin; done"_s, m_big),
+                0);
             m_bigBefore = tree(bytes(m_big));
         }
         const Site s = site();
@@ -589,9 +672,11 @@ private Q_SLOTS:
         QVERIFY(process->waitForStarted());
         QElapsedTimer waited;
         waited.start();
-        while (!processesMentioning(root).values().contains("zip") && process->state() != QProcess::NotRunning && waited.elapsed() < 60000)
+        while (!processesMentioning(root).values().contains("zip") && process->state() != QProcess::NotRunning
+               && waited.elapsed() < 60000)
             QThread::msleep(20);
-        QVERIFY2(process->state() == QProcess::Running && processesMentioning(root).values().contains("zip"), "zip never ran");
+        QVERIFY2(process->state() == QProcess::Running && processesMentioning(root).values().contains("zip"),
+                 "zip never ran");
         ::kill(pid_t(process->processId()), signalNumber);
         QVERIFY(process->waitForFinished(60000));
         // Ended by that very signal.
@@ -617,7 +702,8 @@ private Q_SLOTS:
     {
         const Site s = site();
         // Gzip members concatenate: 16 of 64 MiB of zeros make a 1 GiB document.
-        const QString package = PackageFactory(s.in).makeWithRawIndex(u"Bomb.key"_s, PackageFactory::gzip(QByteArray(64 << 20, '\0')).repeated(16));
+        const QString package = PackageFactory(s.in).makeWithRawIndex(
+            u"Bomb.key"_s, PackageFactory::gzip(QByteArray(64 << 20, '\0')).repeated(16));
         const auto process = start(convertCommand(s, {package}), s.env);
         QVERIFY(process->waitForStarted());
         qint64 highWater = -1;
@@ -626,7 +712,8 @@ private Q_SLOTS:
         while (!process->waitForFinished(10) && waited.elapsed() < 60000)
             highWater = qMax(highWater, highWaterKiB(process->processId()));
         QCOMPARE(process->state(), QProcess::NotRunning);
-        QCOMPARE(process->readAllStandardOutput(), lines({u"skipped: %1: not a Keynote 4 file (the document is larger than 256 MB)"_s.arg(package)}));
+        QCOMPARE(process->readAllStandardOutput(),
+                 lines({u"skipped: %1: not a Keynote 4 file (the document is larger than 256 MB)"_s.arg(package)}));
         QVERIFY2(highWater > 0 && highWater < 150 * 1024, qPrintable(u"peak %1 KiB"_s.arg(highWater)));
         QVERIFY_NO_PROBLEM(outcome(s, {}));
     }
@@ -637,9 +724,15 @@ private Q_SLOTS:
         QTest::addColumn<QString>("outputSize");
         QTest::addColumn<int>("mediaKiB");
         QTest::addColumn<QString>("line"); // %1 the package, %2 the output folder; ending in ": " the line starts so
-        QTest::newRow("scratch full while copying") << "1m" << "" << 3072 << "skipped: %1: not a Keynote 4 file (it could not be copied to the scratch folder (No space left on device))";
-        QTest::newRow("scratch full while zipping") << "1m" << "" << 700 << "failed: %1: ";
-        QTest::newRow("output folder full") << "" << "256k" << 1024 << "failed: %1: could not write %2/Talk.key (No space left on device)";
+        QTest::newRow("scratch full while copying") << "1m"
+                                                    << "" << 3072
+                                                    << "skipped: %1: not a Keynote 4 file (it could not be copied to "
+                                                       "the scratch folder (No space left on device))";
+        QTest::newRow("scratch full while zipping") << "1m"
+                                                    << "" << 700 << "failed: %1: ";
+        QTest::newRow("output folder full")
+            << ""
+            << "256k" << 1024 << "failed: %1: could not write %2/Talk.key (No space left on device)";
     }
 
     void reportsFullDisks()
@@ -655,12 +748,15 @@ private Q_SLOTS:
             if (!failure.isEmpty())
                 QSKIP(qPrintable(u"a small tmpfs cannot be mounted here (%1)"_s.arg(failure)));
         }
-        const QString package = PackageFactory(s.in).make(u"Talk.key"_s, PackageFactory::keynoteFourDocument(),
-                                                          {{u"Data/media.bin"_s, PackageFactory::pseudoRandom(mediaKiB * 1024, 7)}});
+        const QString package
+            = PackageFactory(s.in).make(u"Talk.key"_s, PackageFactory::keynoteFourDocument(),
+                                        {{u"Data/media.bin"_s, PackageFactory::pseudoRandom(mediaKiB * 1024, 7)}});
         const Tree before = tree(bytes(package));
         const Run r = convert(s, {package});
         const QString expected = fill(line, package, s.out);
-        QVERIFY2(line.endsWith(u": "_s) ? r.out.startsWith(expected.toUtf8()) && r.out.count('\n') == 1 : r.out == lines({expected}), r.out.constData());
+        QVERIFY2(line.endsWith(u": "_s) ? r.out.startsWith(expected.toUtf8()) && r.out.count('\n') == 1
+                                        : r.out == lines({expected}),
+                 r.out.constData());
         QCOMPARE(r.code, 1);
         QCOMPARE(tree(bytes(package)), before);
         QVERIFY_NO_PROBLEM(outcome(s, {}));
@@ -688,8 +784,11 @@ private Q_SLOTS:
         s.env.insert(u"BIN"_s, kBinary);
         s.env.insert(u"OUT"_s, s.out);
         s.env.insert(u"RAW"_s, QString::fromLatin1(escaped));
-        const Run r = run({u"sh"_s, u"-c"_s, u"cd \"$OUT/..\" && exec \"$BIN\" convert --output \"$OUT\" \"$(printf \"$RAW\")\""_s}, s.env);
-        QCOMPARE(r.out, "skipped: " + QString::fromUtf8(path).toUtf8() + ": not a Keynote 4 file (its name is not valid UTF-8)\n");
+        const Run r = run(
+            {u"sh"_s, u"-c"_s, u"cd \"$OUT/..\" && exec \"$BIN\" convert --output \"$OUT\" \"$(printf \"$RAW\")\""_s},
+            s.env);
+        QCOMPARE(r.out, "skipped: " + QString::fromUtf8(path).toUtf8()
+                            + ": not a Keynote 4 file (its name is not valid UTF-8)\n");
         QCOMPARE(r.code, 1);
         QCOMPARE(tree(full), before);
         QVERIFY_NO_PROBLEM(outcome(s, {}));

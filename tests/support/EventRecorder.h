@@ -11,6 +11,6 @@ class EventRecorder
 public:
     EventRecorder();
     ~EventRecorder();
-    QStringList names;       // short names: progress, finished, notKeynote, notKeynoteFour
+    QStringList names; // short names: progress, finished, notKeynote, notKeynoteFour
     QList<Converter *> objects;
 };

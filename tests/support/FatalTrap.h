@@ -9,7 +9,10 @@
 struct FatalError : std::runtime_error
 {
     explicit FatalError(const QString &reason)
-        : std::runtime_error(reason.toStdString()), reason(reason) {}
+        : std::runtime_error(reason.toStdString())
+        , reason(reason)
+    {
+    }
     QString reason;
 };
 
@@ -20,14 +23,14 @@ public:
 };
 
 // Checks that the statement ends in a fatal condition whose reason contains the text.
-#define QVERIFY_FATAL(statement, text)                                                          \
-    do {                                                                                       \
-        bool fatalRaised_ = false;                                                              \
-        try {                                                                                  \
-            statement;                                                                         \
-        } catch (const FatalError &error_) {                                                   \
-            fatalRaised_ = true;                                                                \
-            QVERIFY2(error_.reason.contains(QStringLiteral(text)), qPrintable(error_.reason)); \
-        }                                                                                      \
-        QVERIFY2(fatalRaised_, "expected a fatal condition: " #statement);                      \
+#define QVERIFY_FATAL(statement, text)                                                                                 \
+    do {                                                                                                               \
+        bool fatalRaised_ = false;                                                                                     \
+        try {                                                                                                          \
+            statement;                                                                                                 \
+        } catch (const FatalError &error_) {                                                                           \
+            fatalRaised_ = true;                                                                                       \
+            QVERIFY2(error_.reason.contains(QStringLiteral(text)), qPrintable(error_.reason));                         \
+        }                                                                                                              \
+        QVERIFY2(fatalRaised_, "expected a fatal condition: " #statement);                                             \
     } while (false)

@@ -14,15 +14,18 @@ PackageFactory::PackageFactory(QString folder)
 
 QByteArray PackageFactory::keynoteFourDocument(const QString &title)
 {
-    return QByteArrayLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-                             "<key:presentation xmlns:key=\"http://developer.apple.com/namespaces/keynote2\" "
-                             "key:version=\"72007061400\" key:play-mode=\"interactive\">\n"
-                             "  <key:size sfa:w=\"1024\" sfa:h=\"768\"/>\n"
-                             "  <key:title>")
+    return QByteArrayLiteral(
+               "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+               "<key:presentation xmlns:key=\"http://developer.apple.com/namespaces/keynote2\" "
+               "key:version=\"72007061400\" key:play-mode=\"interactive\">\n"
+               "  <key:size sfa:w=\"1024\" sfa:h=\"768\"/>\n"
+               "  <key:title>")
            + title.toUtf8()
-           + QByteArrayLiteral("</key:title>\n"
-                               "  <key:slide-list><key:slide key:id=\"1\">Caf\xc3\xa9 \xe2\x80\x94 slide one</key:slide></key:slide-list>\n"
-                               "</key:presentation>\n");
+           + QByteArrayLiteral(
+               "</key:title>\n"
+               "  <key:slide-list><key:slide key:id=\"1\">Caf\xc3\xa9 \xe2\x80\x94 slide "
+               "one</key:slide></key:slide-list>\n"
+               "</key:presentation>\n");
 }
 
 QByteArray PackageFactory::keynoteFiveDocument()

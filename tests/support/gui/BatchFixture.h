@@ -28,11 +28,17 @@ public:
     void reset(const QVariantMap &extra = {});
 
     // A path in the input folder; an absolute one stays as it is.
-    QString in(const QString &name) const { return name.startsWith(QLatin1Char('/')) ? name : work(QStringLiteral("in/") + name); }
+    QString in(const QString &name) const
+    {
+        return name.startsWith(QLatin1Char('/')) ? name : work(QStringLiteral("in/") + name);
+    }
     QString work(const QString &name) const { return m_work.filePath(name); }
     // The next open dialog answers OK with these paths (see in()).
     void choose(const QStringList &names);
-    void cancel() { answers.push_back([](OpenPanel &) { return OpenPanel::CancelResponse; }); }
+    void cancel()
+    {
+        answers.push_back([](OpenPanel &) { return OpenPanel::CancelResponse; });
+    }
     // One batch of these packages through a fresh application, as if chosen
     // in its open dialog; later dialogs take the answers queued before.
     void runBatch(const QStringList &names);

@@ -28,7 +28,8 @@ public:
 private:
     bool record(const char *kind, const QStringList &arguments)
     {
-        calls.append(QLatin1String(kind) + QLatin1String("(\"") + arguments.join(QLatin1String("\", \"")) + QLatin1String("\")"));
+        calls.append(QLatin1String(kind) + QLatin1String("(\"") + arguments.join(QLatin1String("\", \""))
+                     + QLatin1String("\")"));
         return true;
     }
 };
