@@ -1,9 +1,12 @@
 #include "core/ChildProcess.h"
 
 #include "core/StopRequest.h"
+#include "core/Waiting.h"
 #include "platform/system/SystemCalls.h"
 
+#include <QEventLoop>
 #include <QProcess>
+#include <QTimer>
 
 #include <csignal>
 
@@ -18,7 +21,8 @@ QProcessEnvironment ChildProcess::toolEnvironment()
     return environment;
 }
 
-ChildProcess::Result ChildProcess::run(const QString &program, const QStringList &arguments, qint64 fileSizeLimit)
+ChildProcess::Result ChildProcess::run(const QString &program, const QStringList &arguments, qint64 fileSizeLimit,
+                                       const Watcher &watcher)
 {
     Result result;
     QProcess process;
@@ -44,11 +48,31 @@ ChildProcess::Result ChildProcess::run(const QString &program, const QStringList
     result.started = true;
     StopRequest::setChildGroup(process.processId());
     // Both streams are drained while waiting, so a chatty standard error cannot stall the child.
-    process.waitForFinished(-1);
+    const auto watch = [&] {
+        result.standardOutput += process.readAllStandardOutput();
+        if (watcher)
+            watcher(result.standardOutput);
+    };
+    if (Waiting::keepsEventsTurning()) {
+        // The window keeps painting; a stop kills the child, which ends the wait.
+        QEventLoop loop;
+        QTimer ticks;
+        QObject::connect(&process, &QProcess::finished, &loop, &QEventLoop::quit);
+        QObject::connect(&process, &QProcess::readyReadStandardOutput, &loop, watch);
+        QObject::connect(&ticks, &QTimer::timeout, &loop, watch);
+        ticks.start(watchInterval);
+        if (process.state() != QProcess::NotRunning)
+            loop.exec();
+    } else if (watcher) {
+        while (!process.waitForFinished(watchInterval) && process.state() != QProcess::NotRunning)
+            watch();
+    } else {
+        process.waitForFinished(-1);
+    }
     StopRequest::setChildGroup(0);
     result.crashed = process.exitStatus() == QProcess::CrashExit;
     result.exitCode = process.exitCode();
-    result.standardOutput = process.readAllStandardOutput();
+    result.standardOutput += process.readAllStandardOutput();
     result.standardError = process.readAllStandardError();
     return result;
 }

@@ -5,6 +5,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <functional>
+
 // One run of a system tool, kept on a short leash: it reads nothing from our
 // standard input, it does not see the variables through which zip and gzip
 // take options from the person's environment (the output must not depend on
@@ -24,8 +26,16 @@ public:
         bool succeeded() const { return started && !crashed && exitCode == 0; }
     };
 
-    // fileSizeLimit > 0: no file the tool writes may grow beyond it (the tool is stopped).
-    static Result run(const QString &program, const QStringList &arguments, qint64 fileSizeLimit = 0);
+    // Called while the tool runs, with its standard output so far: whenever
+    // some arrives, and every watchInterval milliseconds.
+    using Watcher = std::function<void(const QByteArray &outputSoFar)>;
+    static constexpr int watchInterval = 200;
+
+    // fileSizeLimit > 0: no file the tool writes may grow beyond it (the tool
+    // is stopped). The wait blocks, or keeps the event loop turning where the
+    // application asked for it (Waiting).
+    static Result run(const QString &program, const QStringList &arguments, qint64 fileSizeLimit = 0,
+                      const Watcher &watcher = {});
 
     // The inherited environment without ZIPOPT, ZIP, GZIP, UNZIP and UNZIPOPT.
     static QProcessEnvironment toolEnvironment();

@@ -11,6 +11,7 @@
 #include "core/PackageScan.h"
 #include "core/Regex.h"
 #include "core/SettingsStore.h"
+#include "core/StepProgress.h"
 #include "core/StopRequest.h"
 
 #include <QFile>
@@ -162,9 +163,27 @@ struct Converter::Job
     FileTree::Kind copyKind = FileTree::Kind::Other;
     ChildProcess::Result copy;
     ChildProcess::Result gunzip;
+    std::unique_ptr<StepProgress> stages; // only while a window follows the stages
 
     QString indexPath() const { return copyPath + QLatin1String("/index.apxl"); }
 };
+
+void Converter::watchStage(Job &job, const std::function<double(const QByteArray &)> &share)
+{
+    m_stageShare = 0.0;
+    if (!job.stages || !share) {
+        job.fileUtils->setCommandWatcher(nullptr);
+        return;
+    }
+    job.fileUtils->setCommandWatcher([this, share](const QByteArray &output) {
+        const double now = share(output);
+        // The bar only goes forward, and only when there is something new to show.
+        if (now > m_stageShare + 0.001) {
+            m_stageShare = now;
+            post(ConversionEvents::stageProgress);
+        }
+    });
+}
 
 void Converter::doConvert(const QString &outputPath)
 {
@@ -258,7 +277,11 @@ bool Converter::copyToScratch(Job &job)
     if (stopIfAsked(job))
         return false;
 
+    if (NotificationCenter::defaultCenter().observerCount(ConversionEvents::stageProgress) > 0)
+        job.stages = std::make_unique<StepProgress>(prezOrigPath());
+    watchStage(job, [&](const QByteArray &) { return job.stages->copyShare(job.copyPath); });
     job.fileUtils->runCommand(QStringLiteral("/bin/cp"), {QStringLiteral("-r"), prezOrigPath(), job.tmpDir});
+    watchStage(job, nullptr);
     job.copy = job.fileUtils->lastCommand();
     DW_LOG(QLatin1String("prezName ") + job.prezName);
     post(ConversionEvents::progress);
@@ -414,8 +437,11 @@ bool Converter::packArchive(Job &job)
 
     // No working folder, so the entries keep the scratch folder's path.
     const QString zipName = job.fileUtils->getZipName();
+    const QString packedFolder = job.tmpDir + nameWithoutExt;
+    watchStage(job, [&](const QByteArray &output) { return job.stages->zipShare(output, packedFolder, job.tmpDir); });
     const QString zipOutput = job.fileUtils->runCommand(
         QStringLiteral("/usr/bin/zip"), {QStringLiteral("-r"), job.tmpDir + zipName, job.tmpDir + nameWithoutExt});
+    watchStage(job, nullptr);
     const ChildProcess::Result zip = job.fileUtils->lastCommand();
     DW_LOG(QLatin1String("zipOutput ") + zipOutput);
     post(ConversionEvents::progress);

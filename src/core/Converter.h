@@ -2,6 +2,7 @@
 
 #include <QString>
 
+#include <functional>
 #include <memory>
 
 class FileUtils;
@@ -44,6 +45,10 @@ public:
     virtual QString errorReason() const;
     virtual void setErrorReason(const QString &reason);
 
+    // How far the copy or the zip now under way is, from 0 to 1; see
+    // ConversionEvents::stageProgress.
+    double stageShare() const { return m_stageShare; }
+
     // Whether a path came from a name that cannot be represented as text
     // (not UTF-8): such a package is refused, never copied under a mangled name.
     static bool cannotRepresent(const QString &path);
@@ -64,6 +69,8 @@ private:
     struct Job;
 
     void post(const QString &eventName);
+    // Lets an observer of stageProgress follow the next command of the stage.
+    void watchStage(Job &job, const std::function<double(const QByteArray &)> &share);
     QString numberedName(qint64 n) const;
 
     // The stages of doConvert, in order. Each posts its own progress events;
@@ -105,6 +112,7 @@ private:
     QString m_outputPrezName;
     qint64 m_errorOccurred = NoError;
     QString m_errorReason;
+    double m_stageShare = 0.0;
     QString m_prezNameWithoutExt;
     qint64 m_number = 0;
 };

@@ -37,6 +37,8 @@ public:
 
     // How the last runCommand ended, beyond the text it returned.
     const ChildProcess::Result &lastCommand() const { return m_lastCommand; }
+    // Follows the next commands as they run (none: nullptr).
+    void setCommandWatcher(ChildProcess::Watcher watcher) { m_commandWatcher = std::move(watcher); }
     // A cap on the size of any file the next commands write (0: none).
     void setFileSizeLimit(qint64 bytes) { m_fileSizeLimit = bytes; }
     // Why getTmpDir gave none.
@@ -55,6 +57,7 @@ private:
     QString m_prezOrigPath;
     ChildProcess::Result m_lastCommand;
     qint64 m_fileSizeLimit = 0;
+    ChildProcess::Watcher m_commandWatcher;
     std::unique_ptr<ScratchRun> m_run;
     QString m_tmpDirError;
 };

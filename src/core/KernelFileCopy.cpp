@@ -1,6 +1,7 @@
 #include "core/KernelFileCopy.h"
 
 #include "core/StopRequest.h"
+#include "core/Waiting.h"
 #include "platform/system/SystemCalls.h"
 
 #include <QtGlobal>
@@ -27,6 +28,7 @@ KernelFileCopy::Result KernelFileCopy::copyRest(int fromDescriptor, int toDescri
     if (error)
         *error = 0;
     for (bool copiedAny = false;;) {
+        Waiting::turnEvents();
         if (StopRequest::pending())
             return Stopped;
         const ssize_t n = SystemCalls::copyFileRange(fromDescriptor, toDescriptor, kKernelChunk);
@@ -46,6 +48,7 @@ KernelFileCopy::Result KernelFileCopy::copyRest(int fromDescriptor, int toDescri
     }
     const std::unique_ptr<char[]> buffer(new char[bufferSize]);
     for (;;) {
+        Waiting::turnEvents();
         if (StopRequest::pending())
             return Stopped;
         const ssize_t got = ::read(fromDescriptor, buffer.get(), size_t(bufferSize));

@@ -1,7 +1,9 @@
 #include "gui/AppDelegate.h"
 
+#include "core/Converter.h"
 #include "core/Logging.h"
 #include "core/SettingsStore.h"
+#include "core/Waiting.h"
 #include "gui/AboutDialog.h"
 #include "gui/Alert.h"
 #include "gui/BuildConfig.h"
@@ -30,6 +32,9 @@ AppDelegate::AppDelegate(QObject *parent)
 
     m_window = new MainWindow;
     m_window->setAttribute(Qt::WA_QuitOnClose, false);
+    m_testWindow->setParentWindow(m_window);
+    // The windows keep painting and answering while a file converts.
+    Waiting::setKeepsEventsTurning(true);
     Ui::MainWindow &ui = m_window->ui();
     m_updater = new SoftwareUpdater(this);
     new SoftwareUpdateDialog(m_updater);
@@ -214,13 +219,18 @@ void AppDelegate::convertBatch(const QList<QUrl> &chosenFiles)
     settings.setObject(SettingKey::errorPrezzes, QStringList());
     settings.synchronize();
 
+    m_testWindow->beginBatch(int(chosenFiles.size()));
     for (const QUrl &url : chosenFiles) {
         const QString absoluteString = url.toString(QUrl::FullyEncoded);
         DW_LOG(QLatin1String("prezPath ") + absoluteString);
         DW_LOG(QLatin1String("absoluteString ") + absoluteString);
         settings.setObject(SettingKey::prezPath, absoluteString);
         m_testWindow->showWindow(nullptr);
+        // The person's stop ends the batch; the files after it are left as they are.
+        if (m_testWindow->converter().errorOccurred() == Converter::Stopped)
+            break;
     }
+    m_testWindow->endBatch();
 
     const QStringList errorPrezzes = settings.stringList(SettingKey::errorPrezzes, {});
     DW_LOG(QLatin1String("errorPrezzes ") + QString::number(errorPrezzes.size()));

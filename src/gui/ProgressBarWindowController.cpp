@@ -9,16 +9,26 @@
 #include "core/Logging.h"
 #include "core/NotificationCenter.h"
 #include "core/SettingsStore.h"
+#include "core/StopRequest.h"
+#include "core/Waiting.h"
 #include "gui/Alert.h"
 #include "platform/DesktopServices.h"
 #include "ui_ProgressBarView.h"
 #include "widgets/ProgressIndicator.h"
 
+#include <QElapsedTimer>
+#include <QEventLoop>
 #include <QGuiApplication>
+#include <QKeyEvent>
 #include <QLabel>
+#include <QPushButton>
 #include <QScreen>
+#include <QTimer>
 #include <QUrl>
 #include <QWidget>
+#include <QWindow>
+
+#include <algorithm>
 
 namespace {
 const QString kProgressBarView = QStringLiteral("ProgressBarView");
@@ -61,14 +71,19 @@ void ProgressBarWindowController::windowWillLoad() {}
 
 void ProgressBarWindowController::loadWindow()
 {
-    auto *window = new QWidget(nullptr, Qt::Window | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
+    // A dialog of the main window: above it, without a task bar entry of its
+    // own, and while it shows the one window that takes input. What the person
+    // does to the others meanwhile is dropped, not delivered after the batch.
+    auto *window = new QWidget(m_parentWindow, Qt::Dialog | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
     window->setAttribute(Qt::WA_QuitOnClose, false);
+    window->setWindowModality(Qt::ApplicationModal);
+    window->installEventFilter(this);
     if (m_windowLayoutName == kProgressBarView) {
         Ui::ProgressBarView form;
         form.setupUi(window);
         m_progressIndy = form.progressIndy;
         m_exTextField = form.exTextField;
-        window->setWindowTitle(QGuiApplication::applicationDisplayName());
+        connect(form.stopButton, &QPushButton::clicked, this, &ProgressBarWindowController::stop);
         window->setFixedSize(window->sizeHint());
     }
     m_mainW = window;
@@ -90,8 +105,81 @@ void ProgressBarWindowController::windowDidLoad()
 
 void ProgressBarWindowController::close()
 {
-    if (m_mainW)
-        m_mainW->close();
+    if (m_batchSize > 0 && m_mainW && m_mainW->isVisible()) {
+        // The next file of the batch usually follows at once and takes the
+        // window over; only if it does not (an alert comes first, the batch
+        // ends) does the window go, so it does not flash between files.
+        m_closePending = true;
+        QTimer::singleShot(0, this, [this] {
+            if (m_closePending)
+                closeNow();
+        });
+        return;
+    }
+    closeNow();
+}
+
+void ProgressBarWindowController::closeNow()
+{
+    m_closePending = false;
+    if (!m_mainW)
+        return;
+    m_closingItself = true;
+    m_mainW->close();
+    m_closingItself = false;
+}
+
+void ProgressBarWindowController::beginBatch(int fileCount)
+{
+    m_batchSize = fileCount;
+    m_batchPosition = 0;
+}
+
+void ProgressBarWindowController::endBatch()
+{
+    m_batchSize = 0;
+    m_batchPosition = 0;
+    closeNow();
+}
+
+void ProgressBarWindowController::stop()
+{
+    if (!m_converting)
+        return;
+    DW_LOG(QLatin1String("stop requested"));
+    // The running tool dies at once; the converter undoes the file at its next stage.
+    StopRequest::request();
+}
+
+bool ProgressBarWindowController::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_mainW) {
+        if (event->type() == QEvent::KeyPress && static_cast<QKeyEvent *>(event)->key() == Qt::Key_Escape) {
+            stop();
+            return true;
+        }
+        // The close button stops the file; the window goes when the file has been undone.
+        if (event->type() == QEvent::Close && !m_closingItself && m_converting) {
+            stop();
+            event->ignore();
+            return true;
+        }
+    }
+    return QObject::eventFilter(watched, event);
+}
+
+void ProgressBarWindowController::waitUntilShown()
+{
+    // Painted before the first stage, so that the person sees at once what is going on.
+    QWindow *handle = m_mainW->windowHandle();
+    QElapsedTimer waited;
+    waited.start();
+    while (Waiting::keepsEventsTurning() && handle && !handle->isExposed() && waited.elapsed() < 500) {
+        QEventLoop loop;
+        QTimer::singleShot(10, &loop, &QEventLoop::quit);
+        loop.exec();
+    }
+    m_mainW->repaint();
 }
 
 ProgressIndicator *ProgressBarWindowController::requiredProgressIndy() const
@@ -136,9 +224,17 @@ void ProgressBarWindowController::showWindow(QObject *sender)
         m_placed = true;
         w->move(w->screen()->availableGeometry().center() - w->rect().center() - QPoint(0, w->height()));
     }
+    m_closePending = false;
+    if (m_batchSize > 0)
+        ++m_batchPosition;
+    w->setWindowTitle(m_batchSize > 0 ? QStringLiteral("Converting %1 of %2").arg(m_batchPosition).arg(m_batchSize)
+                                      : QStringLiteral("Converting"));
+    const bool wasVisible = w->isVisible();
     w->show();
     w->raise();
     w->activateWindow();
+    if (!wasVisible)
+        waitUntilShown();
 
     DW_LOG(QLatin1String("showWindow"));
     SettingsStore &settings = SettingsStore::standard();
@@ -150,6 +246,7 @@ void ProgressBarWindowController::showWindow(QObject *sender)
     DW_LOG(QLatin1String("outputPath : ") + outputPath);
     DW_LOG(QLatin1String("preferences window loaded"));
     requiredProgressIndy()->setDoubleValue(0);
+    m_eventsValue = 0;
     requiredProgressIndy()->setMaxValue(100.0);
     requiredProgressIndy()->displayIfNeeded();
 
@@ -165,20 +262,34 @@ void ProgressBarWindowController::showWindow(QObject *sender)
                        [this](const Notification &) { finishedWithErrorNotKeynote(); });
     center.addObserver(this, ConversionEvents::finishedWithErrorNotKeynoteFour,
                        [this](const Notification &) { finishedWithErrorNotKeynoteFour(); });
+    center.addObserver(this, ConversionEvents::stageProgress, [this](const Notification &) { moveWithinStage(); });
 
     m_converter = makeConverter(prezPathUrl);
+    m_converting = true;
     m_converter->doConvert(outputUrlPath);
+    m_converting = false;
 
     center.removeObserver(this, ConversionEvents::progress);
     center.removeObserver(this, ConversionEvents::finished);
     center.removeObserver(this, ConversionEvents::finishedWithErrorNotKeynote);
     center.removeObserver(this, ConversionEvents::finishedWithErrorNotKeynoteFour);
+    center.removeObserver(this, ConversionEvents::stageProgress);
 }
 
 void ProgressBarWindowController::moveProgressBar()
 {
     DW_LOG(QLatin1String("******* Atualizar **********"));
-    requiredProgressIndy()->incrementBy(12.5);
+    // From where the events alone have brought it, whatever a stage showed meanwhile.
+    m_eventsValue += 12.5;
+    requiredProgressIndy()->setDoubleValue(m_eventsValue);
+}
+
+void ProgressBarWindowController::moveWithinStage()
+{
+    ProgressIndicator *bar = requiredProgressIndy();
+    const double within = m_eventsValue + 12.5 * std::clamp(m_converter->stageShare(), 0.0, 1.0);
+    if (within > bar->doubleValue())
+        bar->setDoubleValue(within);
 }
 
 void ProgressBarWindowController::reportRejectedFile(const QString &name, qint64 code, const QString &reason)

@@ -32,10 +32,25 @@ public:
     QLabel *exTextField() const { return m_exTextField; }
     Converter &converter() const { return *m_converter; }
 
+    // The window it belongs to (set before the window is first loaded): it
+    // stays above that window and has no task bar entry of its own.
+    void setParentWindow(QWidget *parent) { m_parentWindow = parent; }
+
     // Loads the window on first use.
     QWidget *window();
     bool isWindowLoaded() const { return m_windowLoaded; }
+    // Within a batch the window closes once the next file has not taken it
+    // over, so that it is shown once for the whole batch.
     void close();
+
+    // A batch of fileCount files: the title counts them ("Converting 2 of 5").
+    void beginBatch(int fileCount);
+    // Closes the window for good.
+    void endBatch();
+
+    // The person's stop (the Stop button, Escape, the close button): the
+    // file under way is undone and the batch goes no further.
+    void stop();
 
     // The file-system path of a URL text such as file:///Users/a/My%20Talk.key/.
     static QString convertFileUrlToPath(const QString &urlText);
@@ -45,6 +60,9 @@ public:
     virtual void showWindow(QObject *sender);
 
     virtual void moveProgressBar();
+    // Within the copy or the zip: the bar moves in proportion, never past
+    // where that stage's progress event will put it.
+    virtual void moveWithinStage();
     virtual void finishedWithErrorNotKeynoteFour();
     virtual void saveErrorPrez(const QString &name);
     virtual void finishedWithErrorNotKeynote();
@@ -57,8 +75,12 @@ protected:
     virtual void windowDidLoad();
     virtual std::unique_ptr<Converter> makeConverter(const QString &prezOrigPath);
 
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
 private:
     void rejectCurrentFile();
+    void closeNow();
+    void waitUntilShown();
     void reportRejectedFile(const QString &name, qint64 code, const QString &reason);
     ProgressIndicator *requiredProgressIndy() const;
     QLabel *requiredExTextField() const;
@@ -68,6 +90,13 @@ private:
     std::unique_ptr<Converter> m_converter;
     QPointer<ProgressIndicator> m_progressIndy;
     QPointer<QLabel> m_exTextField;
+    QPointer<QWidget> m_parentWindow;
     bool m_windowLoaded = false;
     bool m_placed = false;
+    double m_eventsValue = 0.0; // where the progress events alone have put the bar
+    int m_batchSize = 0;
+    int m_batchPosition = 0;
+    bool m_converting = false;
+    bool m_closePending = false;
+    bool m_closingItself = false;
 };

@@ -1,15 +1,24 @@
 #include "core/ConversionEvents.h"
 #include "core/Converter.h"
 #include "core/FileUrl.h"
+#include "core/FileUtils.h"
 #include "core/NotificationCenter.h"
 #include "core/SettingsStore.h"
 #include "core/StopRequest.h"
+#include "core/Waiting.h"
 #include "gui/ProgressBarWindowController.h"
 #include "support/FatalTrap.h"
 #include "support/gui/BatchFixture.h"
 
 #include <QDir>
+#include <QDirIterator>
+#include <QElapsedTimer>
+#include <QPushButton>
 #include <QTest>
+#include <QTimer>
+
+#include <algorithm>
+#include <utility>
 
 namespace {
 // Watches the bar from inside the conversion, after the controller has moved it.
@@ -29,6 +38,96 @@ public:
         values.append(progressIndy()->doubleValue());
     }
 };
+
+// Runs one tool through a shell that first takes its time: `script` runs
+// before the real tool, with $P the folder zip packs (less its leading "/").
+class SlowFileUtils : public FileUtils
+{
+public:
+    SlowFileUtils(const QString &path, QString tool, QString script)
+        : FileUtils(path)
+        , m_tool(std::move(tool))
+        , m_script(std::move(script))
+    {
+    }
+    QString runCommand(const QString &launchPath, const QStringList &arguments) override
+    {
+        if (launchPath != m_tool)
+            return FileUtils::runCommand(launchPath, arguments);
+        const QString packed = arguments.last().mid(1);
+        return FileUtils::runCommand(
+            QStringLiteral("/bin/sh"),
+            QStringList{QStringLiteral("-c"),
+                        QStringLiteral("P='%1'; %2; exec %3 \"$@\"").arg(packed, m_script, launchPath),
+                        QStringLiteral("sh")}
+                + arguments);
+    }
+
+private:
+    QString m_tool, m_script;
+};
+
+class SlowConverter : public Converter
+{
+public:
+    SlowConverter(const QString &path, QString tool, QString script)
+        : Converter(path)
+        , m_tool(std::move(tool))
+        , m_script(std::move(script))
+    {
+    }
+
+protected:
+    std::unique_ptr<FileUtils> createFileUtils(const QString &path) override
+    {
+        return std::make_unique<SlowFileUtils>(path, m_tool, m_script);
+    }
+
+private:
+    QString m_tool, m_script;
+};
+
+// Keeps every value the bar takes, and each time the event loop turned meanwhile.
+class SlowController : public ProgressBarWindowController
+{
+public:
+    SlowController(QString tool, QString script)
+        : ProgressBarWindowController(QStringLiteral("ProgressBarView"))
+        , m_tool(std::move(tool))
+        , m_script(std::move(script))
+    {
+    }
+    QList<double> values;
+    void moveProgressBar() override
+    {
+        ProgressBarWindowController::moveProgressBar();
+        values.append(progressIndy()->doubleValue());
+    }
+    void moveWithinStage() override
+    {
+        ProgressBarWindowController::moveWithinStage();
+        values.append(progressIndy()->doubleValue());
+    }
+
+protected:
+    std::unique_ptr<Converter> makeConverter(const QString &path) override
+    {
+        return std::make_unique<SlowConverter>(path, m_tool, m_script);
+    }
+
+private:
+    QString m_tool, m_script;
+};
+
+QStringList runFolders(const QString &under)
+{
+    QStringList found;
+    QDirIterator it(under, QDir::Dirs | QDir::Hidden | QDir::NoDotAndDotDot, QDirIterator::Subdirectories);
+    while (it.hasNext())
+        if (QFileInfo(it.next()).fileName().startsWith(QLatin1String("run-")))
+            found.append(it.filePath());
+    return found;
+}
 } // namespace
 
 class TestProgressBarWindowController : public QObject
@@ -38,6 +137,8 @@ class TestProgressBarWindowController : public QObject
     BatchFixture f;
 
 private Q_SLOTS:
+    // As in the application: the windows answer while a tool runs.
+    void initTestCase() { Waiting::setKeepsEventsTurning(true); }
     void init() { f.reset(); }
 
     void showsTheFileAndMovesTheBarOnlyDuringTheConversion()
@@ -66,6 +167,74 @@ private Q_SLOTS:
         QVERIFY(f.desktop.calls.isEmpty());
         QVERIFY(f.alerts.isEmpty());
         QCOMPARE(f.rejected(), QStringList());
+    }
+
+    void aLongToolKeepsTheWindowAliveAndTheBarMoving()
+    {
+        SettingsStore::standard().setObject(SettingKey::prezPath,
+                                            FileUrl::absoluteString(f.in(QStringLiteral("Plain.key"))));
+        // zip names the two large files slowly, one after the other.
+        SlowController controller(
+            QStringLiteral("/usr/bin/zip"),
+            QStringLiteral("printf '  adding: %s/Data/photo one.jpg' \"$P\"; sleep 0.4; "
+                           "printf ' (stored 0%%)\\n  adding: %s/Data/movie.v2.mov' \"$P\"; sleep 0.4; "
+                           "printf ' (stored 0%%)\\n'"));
+        int turns = 0;
+        QTimer ticks;
+        connect(&ticks, &QTimer::timeout, [&] { ++turns; });
+        ticks.start(20);
+        controller.showWindow(nullptr);
+        QVERIFY2(turns >= 20, qPrintable(QString::number(turns)));
+        QVERIFY(f.outputs().contains(QStringLiteral("Plain.key")));
+        // Between the zip's own events (75 and 87.5) the bar went on, never back and never past them.
+        QList<double> within;
+        for (double value : controller.values)
+            if (value > 75 && value < 87.5)
+                within.append(value);
+        QVERIFY2(within.size() >= 2, qPrintable(QString::number(within.size())));
+        QList<double> sorted = controller.values;
+        std::sort(sorted.begin(), sorted.end());
+        QCOMPARE(controller.values, sorted);
+        QCOMPARE(controller.values.last(), 100.0);
+    }
+
+    void stopUndoesTheFileAtOnce_data()
+    {
+        QTest::addColumn<QString>("how");
+        QTest::newRow("Stop button") << QStringLiteral("button");
+        QTest::newRow("Escape") << QStringLiteral("escape");
+        QTest::newRow("close button") << QStringLiteral("close");
+    }
+
+    void stopUndoesTheFileAtOnce()
+    {
+        QFETCH(QString, how);
+        SettingsStore::standard().setObject(SettingKey::prezPath,
+                                            FileUrl::absoluteString(f.in(QStringLiteral("Plain.key"))));
+        SlowController controller(QStringLiteral("/bin/cp"), QStringLiteral("sleep 30"));
+        controller.beginBatch(3);
+        QElapsedTimer sinceStop;
+        QTimer::singleShot(300, &controller, [&] {
+            QWidget *window = controller.window();
+            QCOMPARE(window->windowTitle(), QStringLiteral("Converting 1 of 3"));
+            sinceStop.start();
+            if (how == QLatin1String("button"))
+                window->findChild<QPushButton *>(QStringLiteral("stopButton"))->click();
+            else if (how == QLatin1String("escape"))
+                QTest::keyClick(window, Qt::Key_Escape);
+            else
+                window->close();
+        });
+        controller.showWindow(nullptr);
+        QVERIFY(sinceStop.isValid());
+        QVERIFY2(sinceStop.elapsed() < 1000, qPrintable(QString::number(sinceStop.elapsed())));
+        QCOMPARE(controller.converter().errorOccurred(), qint64(Converter::Stopped));
+        QVERIFY(f.alerts.isEmpty());
+        QCOMPARE(f.rejected(), QStringList());
+        QCOMPARE(f.outputs(), QStringList());
+        QCOMPARE(runFolders(f.work(QStringLiteral("runtime"))), QStringList());
+        controller.endBatch();
+        QVERIFY(!controller.window()->isVisible());
     }
 
     void namesAreDecoded()
@@ -122,9 +291,13 @@ private Q_SLOTS:
         // Stopped half way: nothing to report, nothing recorded, nothing left.
         QVERIFY(QDir().mkpath(f.out));
         f.alerts.clear();
-        NotificationCenter::defaultCenter().addObserver(this, ConversionEvents::progress,
-                                                        [](const Notification &) { StopRequest::request(); });
-        f.runBatch({QStringLiteral("My Talk.key")});
+        // Stopped once: the batch ends there, and the next file is not converted.
+        bool stopped = false;
+        NotificationCenter::defaultCenter().addObserver(this, ConversionEvents::progress, [&](const Notification &) {
+            if (!std::exchange(stopped, true))
+                StopRequest::request();
+        });
+        f.runBatch({QStringLiteral("My Talk.key"), QStringLiteral("Plain.key")});
         NotificationCenter::defaultCenter().removeObserver(this);
         QVERIFY(f.alerts.isEmpty());
         QCOMPARE(f.rejected(), QStringList());

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <QByteArray>
+#include <QHash>
+#include <QString>
+
+// How far the two long stages of a conversion are, as a share of the
+// package's bytes: the copy by what already stands in the scratch copy, zip
+// by the names it prints as it adds them (each a file done) and, for the file
+// it is working on, by the growth of the archive it writes.
+class StepProgress
+{
+public:
+    // Measures the package at packagePath: the size of each of its files.
+    explicit StepProgress(const QString &packagePath);
+
+    qint64 totalBytes() const { return m_total; }
+
+    // The share of the copy done, from the files now in copyPath.
+    double copyShare(const QString &copyPath) const;
+
+    // The share of zip's work done, from its output so far. packedFolder is
+    // the folder given to zip (its entries are printed under that path, less
+    // the leading "/"); archiveFolder holds the archive zip writes.
+    double zipShare(const QByteArray &zipOutput, const QString &packedFolder, const QString &archiveFolder);
+
+private:
+    double share(qint64 bytes) const;
+    static qint64 bytesOfFilesIn(const QString &folder, bool descend);
+
+    QHash<QByteArray, qint64> m_sizes; // by path inside the package
+    qint64 m_total = 0;
+    // zip's file in progress: its name, and the archive's size when it began.
+    QByteArray m_current;
+    qint64 m_archiveAtCurrent = 0;
+};
