@@ -1,0 +1,177 @@
+#include "core/FileTree.h"
+#include "core/PackageSearch.h"
+
+#include <QDir>
+#include <QFile>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <cstdio>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+// What a dropped folder or a command line turns into: the packages in it, in
+// name order, never from inside a package, never through a link.
+class TestPackageSearch : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_work;
+    QString m_root; // a fresh folder for each test
+
+    QString at(const QString &relative) const { return m_root + QLatin1Char('/') + relative; }
+    // Folders, created with their parents; a name ending in ".key" is a package.
+    void folders(const QStringList &relatives) const
+    {
+        for (const QString &relative : relatives)
+            QVERIFY(QDir().mkpath(at(relative)));
+    }
+    QStringList each(const QStringList &relatives) const
+    {
+        QStringList paths;
+        for (const QString &relative : relatives)
+            paths.append(at(relative));
+        return paths;
+    }
+
+    // The search as someone who may not read what they are refused: root reads
+    // everything, so then it runs as nobody, in a copy of this program.
+    QStringList expandAsStranger(const QStringList &paths)
+    {
+        if (::geteuid() != 0)
+            return PackageSearch::expand(paths);
+        QProcess child;
+        child.start(QStringLiteral("setpriv"),
+                    QStringList{QStringLiteral("--reuid=nobody"), QStringLiteral("--regid=nogroup"),
+                                QStringLiteral("--clear-groups"), QCoreApplication::applicationFilePath(),
+                                QStringLiteral("--expand")}
+                        + paths);
+        if (!child.waitForFinished(30000) || child.exitCode() != 0)
+            return {QStringLiteral("the search as nobody failed: ")
+                    + QString::fromLocal8Bit(child.readAllStandardError())};
+        return QString::fromUtf8(child.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        m_root = m_work.filePath(QString::fromLatin1(QTest::currentTestFunction()));
+        QVERIFY(QDir().mkpath(m_root));
+    }
+
+    void cleanupTestCase()
+    {
+        // Folders we may not enter and trees deeper than a path can name defeat QTemporaryDir.
+        QVERIFY(FileTree::remove(m_work.path()));
+    }
+
+    void findsPackagesInNameOrderWithoutEnteringThem()
+    {
+        folders({QStringLiteral("b.key/inside.key"), QStringLiteral("a/z.key"), QStringLiteral("a/m/c.key"),
+                 QStringLiteral("C.key"), QStringLiteral("empty")});
+        QFile file(at(QStringLiteral("file.key")));
+        QVERIFY(file.open(QIODevice::WriteOnly)); // a Keynote '09 file is no package to look for
+        file.close();
+        // A subfolder's packages stand where its name falls; capitals sort first, as bytes do.
+        QCOMPARE(PackageSearch::expand({m_root}), each({QStringLiteral("C.key"), QStringLiteral("a/m/c.key"),
+                                                        QStringLiteral("a/z.key"), QStringLiteral("b.key")}));
+    }
+
+    void keepsWhatIsNotAFolderAndListsEachOnce()
+    {
+        folders({QStringLiteral("Talk.key"), QStringLiteral("Decks/One.key"), QStringLiteral("Decks/Two.key")});
+        const QString missing = at(QStringLiteral("missing.key"));
+        const QString text = at(QStringLiteral("notes.txt"));
+        QFile(text).open(QIODevice::WriteOnly);
+        // The converter refuses what is not a package, with its reason: it is passed on.
+        QCOMPARE(PackageSearch::expand({text, at(QStringLiteral("Decks/Two.key")), at(QStringLiteral("Decks/")),
+                                        missing, at(QStringLiteral("Talk.key")), at(QStringLiteral("Decks")), text}),
+                 QStringList({text, at(QStringLiteral("Decks/Two.key")), at(QStringLiteral("Decks/One.key")), missing,
+                              at(QStringLiteral("Talk.key"))}));
+        QCOMPARE(PackageSearch::expand({}), QStringList());
+    }
+
+    void followsNoLinkInside()
+    {
+        const QString elsewhere = m_work.filePath(QStringLiteral("elsewhere"));
+        QVERIFY(QDir().mkpath(elsewhere + QStringLiteral("/Far.key")));
+        folders({QStringLiteral("Decks/Near.key")});
+        QVERIFY(QFile::link(elsewhere, at(QStringLiteral("Decks/linked folder"))));
+        QVERIFY(QFile::link(elsewhere + QStringLiteral("/Far.key"), at(QStringLiteral("Decks/Alias.key"))));
+        QVERIFY(QFile::link(QStringLiteral(".."), at(QStringLiteral("Decks/loop"))));
+        QVERIFY(QFile::link(QStringLiteral("."), at(QStringLiteral("Decks/self"))));
+        QCOMPARE(PackageSearch::expand({at(QStringLiteral("Decks"))}), each({QStringLiteral("Decks/Near.key")}));
+
+        // What the person names through a link is taken as what it names.
+        QVERIFY(QFile::link(at(QStringLiteral("Decks")), at(QStringLiteral("Shortcut"))));
+        QCOMPARE(PackageSearch::expand({at(QStringLiteral("Shortcut"))}), each({QStringLiteral("Shortcut/Near.key")}));
+        QVERIFY(QFile::link(at(QStringLiteral("Decks/Near.key")), at(QStringLiteral("Talk"))));
+        QCOMPARE(PackageSearch::expand({at(QStringLiteral("Talk"))}), each({QStringLiteral("Talk")}));
+    }
+
+    void passesOverWhatItCannotRead()
+    {
+        if (::geteuid() == 0 && QStandardPaths::findExecutable(QStringLiteral("setpriv")).isEmpty())
+            QSKIP("as root every folder can be read; running as nobody needs setpriv");
+        folders({QStringLiteral("a.key"), QStringLiteral("closed/hidden.key"), QStringLiteral("unlisted/hidden.key"),
+                 QStringLiteral("locked.key"), QStringLiteral("z.key")});
+        QVERIFY(QFile::setPermissions(at(QStringLiteral("closed")), {}));
+        QVERIFY(QFile::setPermissions(at(QStringLiteral("unlisted")), QFile::ExeOwner | QFile::ExeOther));
+        QVERIFY(QFile::setPermissions(at(QStringLiteral("locked.key")), {}));
+        // The way in is open to the stranger.
+        QVERIFY(::chmod(QFile::encodeName(m_work.path()).constData(), 0755) == 0);
+        // A package that cannot be read is still one: the converter says why it cannot take it.
+        QCOMPARE(expandAsStranger({m_root}),
+                 each({QStringLiteral("a.key"), QStringLiteral("locked.key"), QStringLiteral("z.key")}));
+        QCOMPARE(expandAsStranger({at(QStringLiteral("closed"))}), QStringList());
+    }
+
+    void searchesATreeDeeperThanAPathCanName()
+    {
+        // 3000 levels: one descriptor per level would run out, and so would a recursion's stack.
+        const int depth = 3000;
+        int fd = ::open(QFile::encodeName(m_root).constData(), O_RDONLY | O_DIRECTORY);
+        QVERIFY(fd >= 0);
+        QByteArray relative;
+        for (int i = 0; i < depth; ++i) {
+            if (i == 10 || i == depth - 1)
+                QCOMPARE(::mkdirat(fd, i == 10 ? "Shallow.key" : "Deep.key", 0755), 0);
+            QCOMPARE(::mkdirat(fd, "d", 0755), 0);
+            const int next = ::openat(fd, "d", O_RDONLY | O_DIRECTORY);
+            ::close(fd);
+            fd = next;
+            QVERIFY(fd >= 0);
+            if (i < 10)
+                relative += "d/";
+        }
+        ::close(fd);
+        const QStringList found = PackageSearch::expand({m_root});
+        QCOMPARE(found.size(), 2);
+        QCOMPARE(found.first(), at(QString::fromLatin1(relative + "Shallow.key")));
+        QVERIFY(found.last().endsWith(QLatin1String("/d/d/Deep.key")));
+        QCOMPARE(found.last().count(QStringLiteral("/d")), depth - 1);
+    }
+};
+
+int main(int argc, char *argv[])
+{
+    // The search run as another user, for passesOverWhatItCannotRead.
+    if (argc > 1 && qstrcmp(argv[1], "--expand") == 0) {
+        QStringList paths;
+        for (int i = 2; i < argc; ++i)
+            paths.append(QFile::decodeName(argv[i]));
+        for (const QString &path : PackageSearch::expand(paths))
+            std::printf("%s\n", path.toUtf8().constData());
+        return 0;
+    }
+    QCoreApplication app(argc, argv);
+    TestPackageSearch test;
+    QTEST_SET_MAIN_SOURCE_PATH
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "TestPackageSearch.moc"
