@@ -24,12 +24,13 @@ namespace {
 QString mainUsage()
 {
     return QStringLiteral(
-        "Usage: deckwright [PACKAGE...]\n"
+        "Usage: deckwright [PACKAGE_OR_FOLDER...]\n"
         "       deckwright convert --output DIR PACKAGE...\n"
         "Upgrades Keynote '08 presentations to the Keynote '09 file format.\n"
         "\n"
         "Without a command the desktop application starts (or the running one\n"
-        "comes to the front); packages given to it are converted as one batch.\n"
+        "comes to the front); packages given to it, and those found in folders\n"
+        "given to it, are converted as one batch.\n"
         "\n"
         "Commands:\n"
         "  convert        convert packages without a window (see deckwright convert --help)\n"

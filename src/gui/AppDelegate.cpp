@@ -2,6 +2,7 @@
 
 #include "core/Converter.h"
 #include "core/Logging.h"
+#include "core/PackageSearch.h"
 #include "core/SettingsStore.h"
 #include "core/Waiting.h"
 #include "gui/AboutDialog.h"
@@ -277,11 +278,31 @@ void AppDelegate::openPackages(const QStringList &paths)
 
 void AppDelegate::runPendingBatches()
 {
-    if (m_converting || m_pendingBatches.isEmpty())
-        return;
-    const QStringList paths = m_pendingBatches.takeFirst();
-    QList<QUrl> urls;
-    for (const QString &path : paths)
-        urls.append(OpenPanel::urlForPath(path, true));
-    convertBatch(urls);
+    while (!m_converting && !m_pendingBatches.isEmpty()) {
+        // Folders become the packages in them here, whichever way they came:
+        // a drop, the command line or a later start.
+        const QStringList packages = PackageSearch::expand(m_pendingBatches.takeFirst());
+        if (packages.isEmpty()) {
+            showNoPackagesFound();
+            continue;
+        }
+        QList<QUrl> urls;
+        for (const QString &path : packages)
+            urls.append(OpenPanel::urlForPath(path, true));
+        convertBatch(urls);
+    }
+}
+
+void AppDelegate::showNoPackagesFound()
+{
+    Alert alert;
+    alert.setParent(m_window);
+    alert.addButton(QStringLiteral("OK"));
+    alert.setMessageText(QStringLiteral("No Keynote packages were found."));
+    alert.setInformativeText(
+        QStringLiteral("Neither the folders given nor the folders in them hold a package whose name ends in .key."));
+    // Requests that come while the alert is up wait for it, as they wait for a batch.
+    m_converting = true;
+    alert.runModal();
+    m_converting = false;
 }

@@ -44,7 +44,8 @@ public:
     void doOpenDialog();
     // Converts the given URLs as one batch, as if chosen in the open dialog.
     void convertBatch(const QList<QUrl> &urls);
-    // Packages handed over from the command line or a later start; queued while a batch runs.
+    // Packages and folders handed over by a drop, the command line or a later
+    // start; queued while a batch runs, folders searched when their turn comes.
     void openPackages(const QStringList &paths);
     bool isConverting() const { return m_converting; }
     void showOutputPathDialog();
@@ -74,6 +75,7 @@ public Q_SLOTS:
 
 private:
     void runPendingBatches();
+    void showNoPackagesFound();
 
     QPointer<MainWindow> m_window;
     SoftwareUpdater *m_updater = nullptr;

@@ -7,12 +7,14 @@
 #include "gui/SingleInstance.h"
 #include "gui/SoftwareUpdater.h"
 #include "support/FatalTrap.h"
+#include "support/PackageFactory.h"
 #include "support/gui/BatchFixture.h"
 #include "ui_MainWindow.h"
 #include "widgets/PreferencesWindow.h"
 #include "widgets/PreferencesWindowController.h"
 
 #include <QApplication>
+#include <QDir>
 #include <QEnterEvent>
 #include <QProcess>
 #include <QTest>
@@ -184,16 +186,33 @@ private Q_SLOTS:
         env.insert(QStringLiteral("DECKWRIGHT_INSTANCE_NAME"), name);
         env.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("offscreen"));
         second.setProcessEnvironment(env);
-        // One path relative to the second start's folder, one absolute.
+        // One path relative to the second start's folder, one absolute, and a folder to search.
+        const QString folder = f.work(QStringLiteral("Handed Over"));
+        PackageFactory(folder + QStringLiteral("/Inner")).make(QStringLiteral("Found.key"));
         second.setWorkingDirectory(f.in(QString()));
         second.start(QStringLiteral(DECKWRIGHT_BINARY),
-                     {QStringLiteral("My Talk.key"), f.in(QStringLiteral("Plain.key"))});
+                     {QStringLiteral("My Talk.key"), f.in(QStringLiteral("Plain.key")), folder});
         QVERIFY(second.waitForFinished(30000));
         QCOMPARE(second.exitCode(), 0);
 
-        QTRY_COMPARE(f.outputs(), QStringList({QStringLiteral("My Talk.key"), QStringLiteral("Plain.key")}));
+        QTRY_COMPARE(f.outputs(), QStringList({QStringLiteral("Found.key"), QStringLiteral("My Talk.key"),
+                                               QStringLiteral("Plain.key")}));
         QVERIFY(delegate.window()->isVisible());
         QVERIFY(f.alerts.isEmpty());
+    }
+
+    void foldersWithoutPackagesStartNoBatch()
+    {
+        AppDelegate &delegate = launch();
+        const QString empty = f.work(QStringLiteral("No Decks"));
+        QVERIFY(QDir().mkpath(empty + QStringLiteral("/Inside")));
+        delegate.openPackages({empty});
+        QTRY_COMPARE(f.alerts.size(), 1);
+        QCOMPARE(f.alerts.first().messageText(), QStringLiteral("No Keynote packages were found."));
+        QVERIFY(!SettingsStore::standard().contains(SettingKey::errorPrezzes));
+        // The next request is not held up by it.
+        delegate.openPackages({f.in(QStringLiteral("Plain.key"))});
+        QTRY_COMPARE(f.outputs(), QStringList{QStringLiteral("Plain.key")});
     }
 
     void requestsDuringABatchWaitForIt()
