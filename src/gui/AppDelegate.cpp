@@ -42,6 +42,7 @@ AppDelegate::AppDelegate(QObject *parent)
 
     connect(m_window, &MainWindow::windowWillClose, this, &AppDelegate::windowWillClose);
     connect(m_window, &MainWindow::preferencesHeaderClicked, this, &AppDelegate::clickOnPreferencesText);
+    connect(m_window, &MainWindow::packagesDropped, this, &AppDelegate::openPackages);
     connect(ui.openMenuItem, &QAction::triggered, this, &AppDelegate::openFileMenuItem);
     connect(ui.closeMenuItem, &QAction::triggered, this, &AppDelegate::closeMainWindow);
     connect(ui.preferencesMenuItem, &QAction::triggered, this, &AppDelegate::showPreferencesPane);

@@ -7,13 +7,17 @@
 
 #include <QApplication>
 #include <QCloseEvent>
+#include <QDragEnterEvent>
 #include <QEnterEvent>
 #include <QFile>
 #include <QFontDatabase>
 #include <QLabel>
 #include <QLayout>
+#include <QMimeData>
+#include <QPainter>
 #include <QScreen>
 #include <QStyle>
+#include <QUrl>
 
 namespace {
 const QString kAdvancedImageName = QStringLiteral("NSAdvanced");
@@ -29,6 +33,47 @@ QIcon standardImage(const QString &name)
     return QIcon::fromTheme(QStringLiteral("dialog-information"),
                             qApp->style()->standardIcon(QStyle::SP_MessageBoxInformation));
 }
+
+// The frame shown over the window's contents while a drop would be taken.
+// It lets the pointer through, so the panels below still see it.
+class DropHighlight : public QWidget
+{
+public:
+    explicit DropHighlight(QWidget *parent)
+        : QWidget(parent)
+    {
+        setAttribute(Qt::WA_TransparentForMouseEvents);
+        setObjectName(QStringLiteral("dropHighlight"));
+        hide();
+    }
+
+protected:
+    void paintEvent(QPaintEvent *) override
+    {
+        QPainter painter(this);
+        painter.setRenderHint(QPainter::Antialiasing);
+        QColor fill = palette().color(QPalette::Highlight);
+        fill.setAlpha(40);
+        painter.setBrush(fill);
+        painter.setPen(QPen(palette().color(QPalette::Highlight), kWidth));
+        painter.drawRoundedRect(QRectF(rect()).adjusted(kWidth / 2, kWidth / 2, -kWidth / 2, -kWidth / 2), 8, 8);
+    }
+
+private:
+    static constexpr qreal kWidth = 3;
+};
+
+QStringList localPaths(const QMimeData *data)
+{
+    QStringList paths;
+    if (!data)
+        return paths;
+    for (const QUrl &url : data->urls()) {
+        if (url.isLocalFile())
+            paths.append(url.toLocalFile());
+    }
+    return paths;
+}
 } // namespace
 
 MainWindow::MainWindow(QWidget *parent)
@@ -38,6 +83,8 @@ MainWindow::MainWindow(QWidget *parent)
     m_ui->setupUi(this);
     setWindowIcon(QIcon(QStringLiteral(":/icons/hicolor/256x256/apps/deckwright.png")));
     layout()->setSizeConstraint(QLayout::SetFixedSize);
+    setAcceptDrops(true);
+    m_dropHighlight = new DropHighlight(m_ui->centralWidget);
 }
 
 MainWindow::~MainWindow() = default;
@@ -180,4 +227,54 @@ void MainWindow::mouseExited()
 {
     for (PanelButton *panel : panels())
         panel->setBordered(false);
+}
+
+bool MainWindow::isShowingDropHighlight() const
+{
+    return m_dropHighlight->isVisible();
+}
+
+bool MainWindow::acceptDrag(QDropEvent *event) const
+{
+    // Never a move: the file manager would take the dropped files away.
+    const Qt::DropActions possible = event->possibleActions();
+    if (localPaths(event->mimeData()).isEmpty() || !(possible & (Qt::CopyAction | Qt::LinkAction))) {
+        event->ignore();
+        return false;
+    }
+    event->setDropAction(possible & Qt::CopyAction ? Qt::CopyAction : Qt::LinkAction);
+    event->accept();
+    return true;
+}
+
+void MainWindow::showDropHighlight(bool shown)
+{
+    if (shown) {
+        m_dropHighlight->setGeometry(m_ui->centralWidget->rect());
+        m_dropHighlight->raise();
+    }
+    m_dropHighlight->setVisible(shown);
+}
+
+void MainWindow::dragEnterEvent(QDragEnterEvent *event)
+{
+    showDropHighlight(acceptDrag(event));
+}
+
+void MainWindow::dragMoveEvent(QDragMoveEvent *event)
+{
+    acceptDrag(event);
+}
+
+void MainWindow::dragLeaveEvent(QDragLeaveEvent *event)
+{
+    showDropHighlight(false);
+    event->accept();
+}
+
+void MainWindow::dropEvent(QDropEvent *event)
+{
+    showDropHighlight(false);
+    if (acceptDrag(event))
+        Q_EMIT packagesDropped(localPaths(event->mimeData()));
 }

@@ -15,7 +15,9 @@ class MainWindow;
 // open, feedback and support), each a header, a line of text and an image,
 // bordered while the pointer is over it. Closing it only hides it; the
 // application goes on until the person quits. The menus live in its form;
-// what they do is the application delegate's business.
+// what they do is the application delegate's business. Local files and
+// folders dropped on it are handed on as they are; while a drag that carries
+// any hovers, a frame in the highlight colour shows where they will land.
 class MainWindow : public QMainWindow
 {
     Q_OBJECT
@@ -37,22 +39,33 @@ public:
     // The image named by filePath: "NSAdvanced", "KeynoteIcon", or the information image for any other name.
     static QLabel *makeImageFromPath(const QString &filePath);
 
+    bool isShowingDropHighlight() const;
+
 Q_SIGNALS:
     void windowWillClose();
     // A click on the preferences panel's header text (the panel gets the click too).
     void preferencesHeaderClicked();
+    // Local files and folders dropped on the window, in the order the drag gave them.
+    void packagesDropped(const QStringList &paths);
 
 protected:
     void closeEvent(QCloseEvent *event) override;
     bool eventFilter(QObject *watched, QEvent *event) override;
+    void dragEnterEvent(QDragEnterEvent *event) override;
+    void dragMoveEvent(QDragMoveEvent *event) override;
+    void dragLeaveEvent(QDragLeaveEvent *event) override;
+    void dropEvent(QDropEvent *event) override;
 
 private:
     void buildPanel(PanelButton *panel, const QString &header, const QString &body, const QString &icon);
     void mouseEntered(const QPointF &globalPosition);
     void mouseExited();
     QList<PanelButton *> panels() const;
+    bool acceptDrag(QDropEvent *event) const;
+    void showDropHighlight(bool shown);
 
     QScopedPointer<Ui::MainWindow> m_ui;
     QPointer<QLabel> m_preferencesHeaderLabel;
+    QWidget *m_dropHighlight = nullptr;
     bool m_placed = false;
 };

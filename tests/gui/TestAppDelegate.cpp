@@ -15,12 +15,14 @@
 
 #include <QApplication>
 #include <QDir>
+#include <QDragEnterEvent>
 #include <QEnterEvent>
+#include <QMimeData>
 #include <QProcess>
 #include <QTest>
 
 // The application as a whole: start-up, the main window's panels, closing and
-// reopening, the menus, and a second start handing over its packages.
+// reopening, the menus, drops, and a second start handing over its packages.
 class TestAppDelegate : public QObject
 {
     Q_OBJECT
@@ -41,6 +43,22 @@ class TestAppDelegate : public QObject
     static QLabel *child(QWidget *panel, int index)
     {
         return panel->findChildren<QLabel *>(QString(), Qt::FindDirectChildrenOnly).value(index);
+    }
+
+    // A drag event as a file manager sends it: copy or move offered, never a move taken.
+    static bool drag(QWidget *window, QEvent::Type type, const QList<QUrl> &urls)
+    {
+        QMimeData data;
+        data.setUrls(urls);
+        const QPoint where(200, 150);
+        const Qt::DropActions offered = Qt::CopyAction | Qt::MoveAction;
+        std::unique_ptr<QDropEvent> event;
+        if (type == QEvent::DragEnter)
+            event = std::make_unique<QDragEnterEvent>(where, offered, &data, Qt::LeftButton, Qt::NoModifier);
+        else
+            event = std::make_unique<QDropEvent>(where, offered, &data, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(window, event.get());
+        return event->isAccepted() && event->dropAction() == Qt::CopyAction;
     }
 
 private Q_SLOTS:
@@ -199,6 +217,50 @@ private Q_SLOTS:
                                                QStringLiteral("Plain.key")}));
         QVERIFY(delegate.window()->isVisible());
         QVERIFY(f.alerts.isEmpty());
+    }
+
+    void aDropConvertsThePackagesAndWhatItsFoldersHold()
+    {
+        MainWindow *window = launch(true).window();
+        const QString folder = f.work(QStringLiteral("Dropped Decks"));
+        PackageFactory(folder).make(QStringLiteral("Zeta.key"));
+        PackageFactory(folder).make(QStringLiteral("Alpha.key"));
+        PackageFactory(folder + QStringLiteral("/More")).make(QStringLiteral("Beta.key"));
+        QStringList finished;
+        NotificationCenter::defaultCenter().addObserver(this, ConversionEvents::finished, [&](const Notification &n) {
+            finished.append(n.object->outputPrezName());
+        });
+        const QList<QUrl> urls{QUrl::fromLocalFile(f.in(QStringLiteral("Plain.key"))),
+                               QUrl(QStringLiteral("https://example.com/Web.key")),
+                               QUrl::fromLocalFile(f.in(QStringLiteral("My Talk.key"))), QUrl::fromLocalFile(folder)};
+        QVERIFY(drag(window, QEvent::DragEnter, urls));
+        QVERIFY(drag(window, QEvent::Drop, urls));
+        QTRY_COMPARE(finished, QStringList({QStringLiteral("Plain.key"), QStringLiteral("My Talk.key"),
+                                            QStringLiteral("Alpha.key"), QStringLiteral("Beta.key"),
+                                            QStringLiteral("Zeta.key")}));
+        NotificationCenter::defaultCenter().removeObserver(this);
+        QVERIFY(f.alerts.isEmpty());
+    }
+
+    void aDragShowsWhereItWouldLand()
+    {
+        MainWindow *window = launch(true).window();
+        QWidget *contents = window->centralWidget();
+        const QColor highlight = window->palette().color(QPalette::Highlight);
+        const auto edge = [contents] { return contents->grab().toImage().pixelColor(1, contents->height() / 2); };
+        QVERIFY(edge() != highlight);
+
+        QVERIFY(drag(window, QEvent::DragEnter, {QUrl::fromLocalFile(f.in(QStringLiteral("Plain.key")))}));
+        QVERIFY(window->isShowingDropHighlight());
+        QCOMPARE(edge(), highlight);
+        QDragLeaveEvent leave;
+        QApplication::sendEvent(window, &leave);
+        QVERIFY(!window->isShowingDropHighlight());
+        QVERIFY(edge() != highlight);
+
+        // Nothing on this disk: no highlight, and the drag is refused.
+        QVERIFY(!drag(window, QEvent::DragEnter, {QUrl(QStringLiteral("https://example.com/Web.key"))}));
+        QVERIFY(!window->isShowingDropHighlight());
     }
 
     void foldersWithoutPackagesStartNoBatch()
