@@ -20,6 +20,7 @@
 
 #include <QApplication>
 #include <QDebug>
+#include <QFileInfo>
 #include <QTimer>
 
 AppDelegate::AppDelegate(QObject *parent)
@@ -120,9 +121,9 @@ void AppDelegate::openFileMenuItem()
     doOpenDialog();
 }
 
-void AppDelegate::showOutputPathDialog()
+bool AppDelegate::showOutputPathDialog()
 {
-    OutputFolderChooser::run(OutputFolderChooser::Batch);
+    return OutputFolderChooser::run(OutputFolderChooser::Batch, m_window);
 }
 
 void AppDelegate::showPreferencesPane()
@@ -213,9 +214,10 @@ void AppDelegate::convertBatch(const QList<QUrl> &chosenFiles)
     DW_LOG(QLatin1String("parentDir ") + printed);
 
     SettingsStore &settings = SettingsStore::standard();
-    if (!settings.contains(SettingKey::bookmarkData)) {
-        DW_LOG(QLatin1String("need a save location"));
-        showOutputPathDialog();
+    if (!haveOutputFolder()) {
+        DW_LOG(QLatin1String("no output folder: batch cancelled"));
+        endBatch();
+        return;
     }
 
     settings.setObject(SettingKey::errorPrezzes, QStringList());
@@ -244,6 +246,41 @@ void AppDelegate::convertBatch(const QList<QUrl> &chosenFiles)
         alert.setInformativeText(summaryText(errorPrezzes));
         alert.runModal();
     }
+    endBatch();
+}
+
+bool AppDelegate::haveOutputFolder()
+{
+    const OutputFolderChooser::Current folder = OutputFolderChooser::current();
+    if (folder.reachable && !folder.path.isEmpty())
+        return true;
+    if (folder.stored && !folder.reachable)
+        alertOutputFolderGone(folder.path);
+    else
+        DW_LOG(QLatin1String("need a save location"));
+    return showOutputPathDialog();
+}
+
+void AppDelegate::alertOutputFolderGone(const QString &path)
+{
+    Alert alert;
+    alert.setParent(m_window);
+    alert.addButton(QStringLiteral("OK"));
+    const QString choose = QStringLiteral("Choose the folder to save converted presentations to.");
+    if (path.isEmpty()) {
+        alert.setMessageText(QStringLiteral("The output folder is no longer there."));
+        alert.setInformativeText(choose);
+    } else {
+        const QString name = QFileInfo(path).fileName();
+        alert.setMessageText(
+            QStringLiteral("The output folder \"%1\" is no longer there.").arg(name.isEmpty() ? path : name));
+        alert.setInformativeText(QStringLiteral("It was at %1. ").arg(path) + choose);
+    }
+    alert.runModal();
+}
+
+void AppDelegate::endBatch()
+{
     m_converting = false;
     if (!m_pendingBatches.isEmpty())
         QTimer::singleShot(0, this, &AppDelegate::runPendingBatches);

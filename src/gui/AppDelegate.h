@@ -48,7 +48,8 @@ public:
     // start; queued while a batch runs, folders searched when their turn comes.
     void openPackages(const QStringList &paths);
     bool isConverting() const { return m_converting; }
-    void showOutputPathDialog();
+    // Asks for the output folder; returns whether one was chosen.
+    bool showOutputPathDialog();
     void doOpenSupportLink();
     void doOpenWebsite();
 
@@ -76,6 +77,12 @@ public Q_SLOTS:
 private:
     void runPendingBatches();
     void showNoPackagesFound();
+    // Whether the batch has a folder to write into, asking for one when it has
+    // none or the one it had is gone; false when the person chose none.
+    bool haveOutputFolder();
+    void alertOutputFolderGone(const QString &path);
+    // Lets the next queued batch start.
+    void endBatch();
 
     QPointer<MainWindow> m_window;
     SoftwareUpdater *m_updater = nullptr;

@@ -53,3 +53,19 @@ bool OutputFolderChooser::run(Origin origin, QWidget *parent)
     settings.synchronize();
     return true;
 }
+
+OutputFolderChooser::Current OutputFolderChooser::current()
+{
+    SettingsStore &settings = SettingsStore::standard();
+    Current folder;
+    if (const std::optional<QString> path = FileUrl::toPath(settings.string(SettingKey::outputPath, QString())))
+        folder.path = *path;
+    folder.stored = settings.contains(SettingKey::bookmarkData);
+    if (folder.stored) {
+        // Deleted, renamed away or replaced by a file: the bookmark leads nowhere useful.
+        const std::optional<QUrl> url
+            = FolderBookmark::platform().resolve(settings.requiredData(SettingKey::bookmarkData));
+        folder.reachable = url && QFileInfo(url->toLocalFile()).isDir();
+    }
+    return folder;
+}

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <QString>
+
 class QWidget;
 
 // Asks for the folder that receives converted presentations and keeps it as
@@ -16,4 +18,13 @@ public:
 
     // Returns whether a folder was stored.
     static bool run(Origin origin, QWidget *parent = nullptr);
+
+    // The output folder the settings hold, as far as they tell.
+    struct Current
+    {
+        QString path;           // from outputPath; empty when there is none or it is no file URL
+        bool stored = false;    // a bookmark was ever kept
+        bool reachable = false; // and it still leads to a folder
+    };
+    static Current current();
 };

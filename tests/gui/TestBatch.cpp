@@ -7,6 +7,8 @@
 #include "support/gui/BatchFixture.h"
 
 #include <QDir>
+#include <QFile>
+#include <QFileInfo>
 #include <QTest>
 
 // The batch from the open dialog to the summary, driven through the dialog and alert seams.
@@ -105,10 +107,58 @@ private Q_SLOTS:
         QVERIFY(f.panels.at(1).canChooseDirectories());
         QCOMPARE(QDir(folder).entryList(QDir::Files), QStringList{QStringLiteral("Plain.key")});
 
-        // Without a folder the batch cannot go on.
+        // Without a folder the batch is called off, and the program goes on.
         SettingsStore::standard().useMemory({});
+        f.panels.clear();
         f.cancel();
-        QVERIFY_FATAL(f.runBatch({QStringLiteral("Plain.key")}), "no output folder was chosen");
+        f.runBatch({QStringLiteral("Plain.key")});
+        QCOMPARE(f.panels.size(), 2);
+        QVERIFY(f.alerts.isEmpty());
+        QVERIFY(!SettingsStore::standard().contains(SettingKey::prezPath));
+        QVERIFY(!SettingsStore::standard().contains(SettingKey::errorPrezzes));
+    }
+
+    void aGoneOutputFolderIsAskedForAgainFirst_data()
+    {
+        QTest::addColumn<bool>("fileInItsPlace");
+        QTest::addColumn<bool>("chooseAnother");
+        QTest::newRow("deleted, another chosen") << false << true;
+        QTest::newRow("deleted, cancelled") << false << false;
+        QTest::newRow("a file in its place, cancelled") << true << false;
+    }
+
+    void aGoneOutputFolderIsAskedForAgainFirst()
+    {
+        QFETCH(bool, fileInItsPlace);
+        QFETCH(bool, chooseAnother);
+        QVERIFY(QDir(f.out).removeRecursively());
+        if (fileInItsPlace)
+            QVERIFY(QFile(f.out).open(QIODevice::WriteOnly));
+        const QString another = f.work(QStringLiteral("Another Output"));
+        QDir(another).removeRecursively();
+        QDir().mkpath(another);
+        if (chooseAnother)
+            f.choose({another});
+        else
+            f.cancel();
+        f.runBatch({QStringLiteral("Plain.key")});
+
+        QCOMPARE(f.alerts.size(), 1);
+        const QString name = QFileInfo(f.out).fileName();
+        QCOMPARE(f.alerts.first().messageText(),
+                 QStringLiteral("The output folder \"%1\" is no longer there.").arg(name));
+        QVERIFY2(f.alerts.first().informativeText().contains(f.out), qPrintable(f.alerts.first().informativeText()));
+        QCOMPARE(f.panels.size(), 2);
+        QVERIFY(f.panels.at(1).canChooseDirectories());
+        SettingsStore &settings = SettingsStore::standard();
+        if (chooseAnother) {
+            QCOMPARE(QDir(another).entryList(QDir::Files), QStringList{QStringLiteral("Plain.key")});
+            QCOMPARE(settings.string(SettingKey::outputPath, {}), FileUrl::absoluteString(another));
+        } else {
+            QVERIFY(!settings.contains(SettingKey::prezPath));
+            QVERIFY(!settings.contains(SettingKey::errorPrezzes));
+            QCOMPARE(QFileInfo(f.out).exists(), fileInItsPlace);
+        }
     }
 
     void theChooserKeepsTheFolderInTwoForms_data()
