@@ -11,6 +11,7 @@
 
 #include <QCheckBox>
 #include <QComboBox>
+#include <QEvent>
 #include <QPushButton>
 #include <QStyle>
 #include <QVariant>
@@ -102,6 +103,10 @@ void Preferences::loadView()
     m_ui->setupUi(view);
     if (m_ui->outputPathChooserButton->icon().isNull())
         m_ui->outputPathChooserButton->setIcon(view->style()->standardIcon(QStyle::SP_DirIcon));
+    m_folderIcon = m_ui->outputPathChooserButton->icon();
+    m_chooseToolTip = m_ui->outputPathChooserButton->toolTip();
+    // The folder may have gone since the pane was last looked at.
+    view->installEventFilter(this);
     // The pane is the window's whole content and the window does not stretch it.
     view->setFixedSize(view->size().expandedTo(view->sizeHint()));
     m_view = view;
@@ -180,7 +185,24 @@ void Preferences::updatePathButton()
             Fatal::fail(QStringLiteral("the output folder name \"%1\" is not valid percent-encoded UTF-8").arg(piece));
         title = *name;
     }
-    m_ui->outputPathChooserButton->setText(title);
+    QPushButton *button = m_ui->outputPathChooserButton;
+    const OutputFolderChooser::Current folder = OutputFolderChooser::current();
+    const bool missing = !outputPath.isEmpty() && !folder.reachable;
+    button->setText(missing ? title + QStringLiteral(" (missing)") : title);
+    button->setIcon(missing ? button->style()->standardIcon(QStyle::SP_MessageBoxWarning) : m_folderIcon);
+    if (folder.path.isEmpty())
+        button->setToolTip(m_chooseToolTip);
+    else if (missing)
+        button->setToolTip(folder.path + QStringLiteral("\nThis folder is no longer there; choose another."));
+    else
+        button->setToolTip(folder.path);
+}
+
+bool Preferences::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_view && event->type() == QEvent::Show)
+        updatePathButton();
+    return QObject::eventFilter(watched, event);
 }
 
 void Preferences::pickedCompletionAction(QObject *sender)

@@ -2,6 +2,7 @@
 
 #include "widgets/PreferencesWindowControllerProtocol.h"
 
+#include <QIcon>
 #include <QObject>
 #include <QPointer>
 #include <QScopedPointer>
@@ -41,7 +42,9 @@ public:
     // The form's controls, once the view is loaded; null before that.
     Ui::Preferences *ui() const { return m_ui.data(); }
 
-    // Titles the output folder button after the last piece of outputPath.
+    // Titles the output folder button after the last piece of outputPath,
+    // marked "(missing)" with a warning icon when the folder is gone; its tool
+    // tip gives the whole path.
     virtual void updatePathButton();
 
 public Q_SLOTS:
@@ -55,6 +58,8 @@ public Q_SLOTS:
     virtual void showOutputPathDialog(QObject *sender);
 
 protected:
+    // Refreshes the output folder button each time the pane is shown.
+    bool eventFilter(QObject *watched, QEvent *event) override;
     // Builds the view from the form.
     virtual void loadView();
     // Fills the controls from the store.
@@ -71,4 +76,6 @@ private:
     bool m_viewLoaded = false;
     QPointer<QWidget> m_view;
     QScopedPointer<Ui::Preferences> m_ui;
+    QIcon m_folderIcon;
+    QString m_chooseToolTip;
 };

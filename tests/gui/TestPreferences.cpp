@@ -1,3 +1,5 @@
+#include "core/FileUrl.h"
+#include "core/FolderBookmark.h"
 #include "core/SettingsBackend.h"
 #include "core/SettingsStore.h"
 #include "gui/Preferences.h"
@@ -76,7 +78,7 @@ private Q_SLOTS:
         QTest::newRow("four weeks, as written for Year") << QVariantMap{{"updateInterval", qint64(2419200)}}
                                                          << "Do Nothing, sound on, updates on, stop on, Month, Not Set";
         QTest::newRow("UTF-8 escapes") << QVariantMap{{"outputPath", "file:///Users/ann/%C3%9Cbersicht/"}}
-                                       << "Do Nothing, sound on, updates on, stop on, Day, Übersicht";
+                                       << "Do Nothing, sound on, updates on, stop on, Day, Übersicht (missing)";
     }
 
     void storedValuesAreShownNotWritten()
@@ -156,6 +158,32 @@ private Q_SLOTS:
         QCOMPARE(pane.ui()->outputPathChooserButton->text(), QStringLiteral("Out Files"));
         QVERIFY(m_store->saved.value(SettingKey::outputPath).toString().endsWith(QLatin1String("/Out%20Files/")));
         QVERIFY(m_store->saved.contains(SettingKey::bookmarkData));
+    }
+
+    void aGoneOutputFolderShowsAsMissingWhenThePaneComesBack()
+    {
+        const QString folder = f.work(QStringLiteral("Going Soon"));
+        QVERIFY(QDir().mkpath(folder));
+        useStore({{SettingKey::outputPath, FileUrl::absoluteString(folder)},
+                  {SettingKey::bookmarkData, *FolderBookmark::platform().create(QUrl::fromLocalFile(folder))}});
+        Preferences pane(nullptr);
+        QWidget *view = pane.preferenceView();
+        QPushButton *button = pane.ui()->outputPathChooserButton;
+        const auto showsWarning = [button] {
+            const QIcon warning = button->style()->standardIcon(QStyle::SP_MessageBoxWarning);
+            return button->icon().pixmap(16).toImage() == warning.pixmap(16).toImage();
+        };
+        view->show();
+        QCOMPARE(button->text(), QStringLiteral("Going Soon"));
+        QCOMPARE(button->toolTip(), folder);
+        QVERIFY(!showsWarning());
+
+        view->hide();
+        QVERIFY(QDir(folder).removeRecursively());
+        view->show();
+        QCOMPARE(button->text(), QStringLiteral("Going Soon (missing)"));
+        QVERIFY(button->toolTip().startsWith(folder));
+        QVERIFY(showsWarning());
     }
 };
 
