@@ -3,8 +3,11 @@
 #include <QString>
 #include <QUrl>
 
+#include <functional>
+
 // What the program asks of the desktop: a named sound, showing a file in the
-// file manager, opening a file with an application, opening a web page.
+// file manager, opening a file with an application, opening a web page, a
+// notification.
 // One implementation per platform; tests install a recording one.
 class DesktopServices
 {
@@ -24,6 +27,11 @@ public:
     virtual bool openFile(const QString &path, const QString &applicationName) = 0;
     // Opens a web page or other URL with its default handler.
     virtual bool openUrl(const QUrl &url) = 0;
+    // A desktop notification offering one action, run when the person picks it.
+    // False when the desktop has no notifications; then nothing is shown.
+    virtual bool notify(const QString &title, const QString &body, const QString &actionLabel,
+                        std::function<void()> onAction)
+        = 0;
 
 private:
     // The services of the desktop this build is for, made on first use; its

@@ -94,6 +94,11 @@ bool GenericDesktopServices::openUrl(const QUrl &url)
     return openWithDefaultHandler(url);
 }
 
+bool GenericDesktopServices::notify(const QString &, const QString &, const QString &, std::function<void()>)
+{
+    return false;
+}
+
 bool GenericDesktopServices::openWithDefaultHandler(const QUrl &url)
 {
     return QDesktopServices::openUrl(url);

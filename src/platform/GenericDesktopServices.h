@@ -19,6 +19,9 @@ public:
     bool revealFile(const QString &path, const QString &rootPath) override;
     bool openFile(const QString &path, const QString &applicationName) override;
     bool openUrl(const QUrl &url) override;
+    // Portable Qt has no notifications of its own: never shown.
+    bool notify(const QString &title, const QString &body, const QString &actionLabel,
+                std::function<void()> onAction) override;
 
     // The resource of the chime called name (":/sounds/Glass.wav"), or empty when there is none.
     static QString soundResource(const QString &name);

@@ -4,6 +4,7 @@
 
 #ifdef DECKWRIGHT_HAVE_DBUS
 #include <QDBusConnection>
+#include <QDBusMessage>
 #endif
 
 namespace {
@@ -43,6 +44,27 @@ public:
 public Q_SLOTS:
     void ShowItems(const QStringList &uris, const QString &) { shownItems.append(uris); }
 };
+
+// Plays the desktop's notification server; keeps each call's arguments as one line.
+class FakeNotificationServer : public QObject
+{
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
+
+public:
+    QStringList calls;
+    uint lastId = 41;
+
+public Q_SLOTS:
+    uint Notify(const QString &app, uint replaces, const QString &icon, const QString &summary, const QString &body,
+                const QStringList &actions, const QVariantMap &hints, int timeout)
+    {
+        calls.append(QStringList{app, QString::number(replaces), icon, summary, body, actions.join(QLatin1Char(',')),
+                                 hints.value(QStringLiteral("desktop-entry")).toString(), QString::number(timeout)}
+                         .join(QLatin1Char('|')));
+        return ++lastId;
+    }
+};
 #endif
 
 class TestDesktopServices : public QObject
@@ -51,6 +73,26 @@ class TestDesktopServices : public QObject
 
     QTemporaryDir m_dir;
     QString m_presentation;
+
+#ifdef DECKWRIGHT_HAVE_DBUS
+    // A bus of the test's own, with no service that could be started on
+    // demand; its address, or empty when it did not start.
+    QString startPrivateBus(QProcess &daemon)
+    {
+        const QString config = m_dir.filePath(QStringLiteral("bus.conf"));
+        if (!writeFile(config, "<busconfig><listen>unix:dir=" + m_dir.path().toUtf8()
+                                   + "</listen>"
+                                     "<policy context=\"default\"><allow send_destination=\"*\"/>"
+                                     "<allow receive_sender=\"*\"/><allow own=\"*\"/></policy></busconfig>\n"))
+            return QString();
+        daemon.start(QStringLiteral("dbus-daemon"), {QStringLiteral("--config-file=") + config,
+                                                     QStringLiteral("--print-address"), QStringLiteral("--nofork")});
+        QByteArray output;
+        while (!output.contains('\n') && daemon.waitForReadyRead(10000))
+            output += daemon.readAllStandardOutput();
+        return QString::fromUtf8(output.trimmed());
+    }
+#endif
 
 private Q_SLOTS:
     void initTestCase()
@@ -68,23 +110,12 @@ private Q_SLOTS:
 #else
         if (QStandardPaths::findExecutable(QStringLiteral("dbus-daemon")).isEmpty())
             QSKIP("needs dbus-daemon (Debian package dbus) for a private bus");
-        // A bus of the test's own, with no service that could be started on demand.
-        const QString config = m_dir.filePath(QStringLiteral("bus.conf"));
-        QVERIFY(writeFile(config, "<busconfig><listen>unix:dir=" + m_dir.path().toUtf8()
-                                      + "</listen>"
-                                        "<policy context=\"default\"><allow send_destination=\"*\"/>"
-                                        "<allow receive_sender=\"*\"/><allow own=\"*\"/></policy></busconfig>\n"));
         QProcess daemon;
-        daemon.start(QStringLiteral("dbus-daemon"), {QStringLiteral("--config-file=") + config,
-                                                     QStringLiteral("--print-address"), QStringLiteral("--nofork")});
         const auto stop = qScopeGuard([&daemon] {
             daemon.kill();
             daemon.waitForFinished();
         });
-        QByteArray output;
-        while (!output.contains('\n') && daemon.waitForReadyRead(10000))
-            output += daemon.readAllStandardOutput();
-        const QString address = QString::fromUtf8(output.trimmed());
+        const QString address = startPrivateBus(daemon);
         QVERIFY2(!address.isEmpty(), "dbus-daemon gave no address");
         QVERIFY(QDBusConnection::connectToBus(address, QStringLiteral("client")).isConnected());
         TestableServices services(QStringLiteral("client"));
@@ -102,6 +133,59 @@ private Q_SLOTS:
         QVERIFY(services.revealFile(m_presentation, QString()));
         const QString uri = QStringLiteral("file://") + m_dir.path() + QStringLiteral("/Out%20Folder/My%20Talk.key");
         QTRY_COMPARE(fileManager.shownItems, QList<QStringList>{QStringList{uri}});
+#endif
+    }
+
+    void notifyAsksTheNotificationServerAndRunsItsAction()
+    {
+#ifndef DECKWRIGHT_HAVE_DBUS
+        QSKIP("built without Qt D-Bus");
+#else
+        if (QStandardPaths::findExecutable(QStringLiteral("dbus-daemon")).isEmpty())
+            QSKIP("needs dbus-daemon (Debian package dbus) for a private bus");
+        QProcess daemon;
+        const auto stop = qScopeGuard([&daemon] {
+            daemon.kill();
+            daemon.waitForFinished();
+        });
+        const QString address = startPrivateBus(daemon);
+        QVERIFY2(!address.isEmpty(), "dbus-daemon gave no address");
+        QVERIFY(QDBusConnection::connectToBus(address, QStringLiteral("notify client")).isConnected());
+        FreedesktopDesktopServices services(QStringLiteral("notify client"));
+        int shown = 0;
+        const auto show = [&shown] { ++shown; };
+
+        // No notification server: nothing shown, and the caller hears so.
+        QVERIFY(!services.notify(QStringLiteral("Deckwright"), QStringLiteral("1 presentation converted"),
+                                 QStringLiteral("Show in Files"), show));
+
+        QDBusConnection serverBus = QDBusConnection::connectToBus(address, QStringLiteral("notifications"));
+        FakeNotificationServer server;
+        QVERIFY(serverBus.registerService(QStringLiteral("org.freedesktop.Notifications")));
+        QVERIFY(serverBus.registerObject(QStringLiteral("/org/freedesktop/Notifications"), &server,
+                                         QDBusConnection::ExportAllSlots));
+        QVERIFY(services.notify(QStringLiteral("Deckwright"), QStringLiteral("1 presentation converted"),
+                                QStringLiteral("Show in Files"), show));
+        QTRY_COMPARE(server.calls.size(), 1);
+        QCOMPARE(server.calls.first(),
+                 QStringLiteral("Deckwright|0|deckwright|Deckwright|1 presentation converted|"
+                                "default,Show in Files,show,Show in Files|com.bramblefox.Deckwright|-1"));
+
+        // Another notification's action is not this one's.
+        const auto invoke = [&serverBus](uint id) {
+            QDBusMessage signal = QDBusMessage::createSignal(QStringLiteral("/org/freedesktop/Notifications"),
+                                                             QStringLiteral("org.freedesktop.Notifications"),
+                                                             QStringLiteral("ActionInvoked"));
+            signal << id << QStringLiteral("show");
+            QVERIFY(serverBus.send(signal));
+        };
+        invoke(server.lastId + 1);
+        invoke(server.lastId);
+        QTRY_COMPARE(shown, 1);
+        QTest::qWait(50);
+        QCOMPARE(shown, 1);
+        QDBusConnection::disconnectFromBus(QStringLiteral("notifications"));
+        QDBusConnection::disconnectFromBus(QStringLiteral("notify client"));
 #endif
     }
 

@@ -6,6 +6,7 @@
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
 #include <QProcess>
 #include <QSet>
 #include <QStandardPaths>
@@ -15,11 +16,36 @@
 #include <unistd.h>
 #endif
 
+#include <functional>
+
 #ifdef DECKWRIGHT_HAVE_DBUS
 #include <QDBusConnection>
+#include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
 #endif
+
+// Hears the notification server's signals and runs the action of the
+// notification they name.
+class NotificationActions : public QObject
+{
+    Q_OBJECT
+
+public:
+    QHash<uint, std::function<void()>> actions;
+    bool listening = false;
+
+public Q_SLOTS:
+    void actionInvoked(uint id, const QString &)
+    {
+        // Copied: the action may well lead to another notification.
+        const std::function<void()> action = actions.value(id);
+        if (action)
+            action();
+    }
+    void notificationClosed(uint id, uint) { actions.remove(id); }
+};
 
 namespace {
 
@@ -120,6 +146,7 @@ bool tryExecFound(const QString &tryExec)
 
 FreedesktopDesktopServices::FreedesktopDesktopServices(const QString &busConnectionName)
     : m_busConnectionName(busConnectionName)
+    , m_notificationActions(std::make_unique<NotificationActions>())
 {
 }
 
@@ -151,6 +178,51 @@ bool FreedesktopDesktopServices::revealFile(const QString &path, const QString &
     }
 #endif
     return GenericDesktopServices::revealFile(path, rootPath);
+}
+
+bool FreedesktopDesktopServices::notify(const QString &title, const QString &body, const QString &actionLabel,
+                                        std::function<void()> onAction)
+{
+#ifdef DECKWRIGHT_HAVE_DBUS
+    QDBusConnection bus
+        = m_busConnectionName.isEmpty() ? QDBusConnection::sessionBus() : QDBusConnection(m_busConnectionName);
+    QDBusConnectionInterface *names = bus.isConnected() ? bus.interface() : nullptr;
+    const QString service = QStringLiteral("org.freedesktop.Notifications");
+    const QString path = QStringLiteral("/org/freedesktop/Notifications");
+    // Asked of the bus, not of the server: a server that hangs must not freeze the window.
+    if (!names
+        || !(names->isServiceRegistered(service).value() || names->activatableServiceNames().value().contains(service)))
+        return false;
+    NotificationActions *actions = m_notificationActions.get();
+    if (!actions->listening) {
+        // Before the first notification, so that no click can come unheard.
+        actions->listening = bus.connect(service, path, service, QStringLiteral("ActionInvoked"), actions,
+                                         SLOT(actionInvoked(uint, QString)))
+                             && bus.connect(service, path, service, QStringLiteral("NotificationClosed"), actions,
+                                            SLOT(notificationClosed(uint, uint)));
+    }
+    QStringList actionList;
+    if (onAction && !actionLabel.isEmpty())
+        actionList = {QStringLiteral("default"), actionLabel, QStringLiteral("show"), actionLabel};
+    QDBusMessage call = QDBusMessage::createMethodCall(service, path, service, QStringLiteral("Notify"));
+    call << QStringLiteral("Deckwright") << uint(0) << QStringLiteral("deckwright") << title << body << actionList
+         << QVariantMap{{QStringLiteral("desktop-entry"), QStringLiteral("com.bramblefox.Deckwright")}} << qint32(-1);
+    auto *watcher = new QDBusPendingCallWatcher(bus.asyncCall(call), &m_replyContext);
+    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, &m_replyContext,
+                     [actions, onAction](QDBusPendingCallWatcher *finished) {
+                         finished->deleteLater();
+                         const QDBusPendingReply<uint> reply = *finished;
+                         if (reply.isError()) {
+                             DW_LOG(QStringLiteral("notification : ") + reply.error().message());
+                             return;
+                         }
+                         if (onAction)
+                             actions->actions.insert(reply.value(), onAction);
+                     });
+    return true;
+#else
+    return GenericDesktopServices::notify(title, body, actionLabel, std::move(onAction));
+#endif
 }
 
 bool FreedesktopDesktopServices::soundOutputAvailable()
@@ -276,3 +348,5 @@ QStringList FreedesktopDesktopServices::expandExec(const QString &exec, const QS
         arguments.append(file);
     return arguments;
 }
+
+#include "FreedesktopDesktopServices.moc"

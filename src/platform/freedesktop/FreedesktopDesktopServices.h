@@ -5,9 +5,14 @@
 #include <QObject>
 #include <QStringList>
 
+#include <memory>
+
+class NotificationActions;
+
 // Desktop services on Linux and the BSDs: the file manager is asked over
-// D-Bus (org.freedesktop.FileManager1) to show a file selected, and a named
-// application is found among the XDG desktop entries.
+// D-Bus (org.freedesktop.FileManager1) to show a file selected, notifications
+// go to org.freedesktop.Notifications, and a named application is found among
+// the XDG desktop entries.
 class FreedesktopDesktopServices : public GenericDesktopServices
 {
 public:
@@ -21,6 +26,10 @@ public:
     bool revealFile(const QString &path, const QString &rootPath) override;
     // Starts the installed application with that Name, else the default one.
     bool openFile(const QString &path, const QString &applicationName) override;
+    // Shown by the desktop's notification server when one runs or can be
+    // started; returns without waiting for it.
+    bool notify(const QString &title, const QString &body, const QString &actionLabel,
+                std::function<void()> onAction) override;
 
     // The Exec line of the installed application whose Name is name, or empty.
     // Desktop entries are looked up in the XDG applications folders, earlier
@@ -40,4 +49,6 @@ private:
     QString m_busConnectionName;
     // Owns the pending file-manager calls, so that none outlives these services.
     QObject m_replyContext;
+    // The actions of the notifications still on screen, by their id.
+    std::unique_ptr<NotificationActions> m_notificationActions;
 };

@@ -22,8 +22,16 @@ public:
     bool revealFile(const QString &path, const QString &root) override { return record("revealFile", {path, root}); }
     bool openFile(const QString &path, const QString &app) override { return record("openFile", {path, app}); }
     bool openUrl(const QUrl &url) override { return record("openUrl", {url.toString()}); }
+    bool notify(const QString &title, const QString &body, const QString &actionLabel,
+                std::function<void()> onAction) override
+    {
+        notificationAction = std::move(onAction);
+        return record("notify", {title, body, actionLabel});
+    }
 
     QStringList calls;
+    // What the last notification's action would do.
+    std::function<void()> notificationAction;
 
 private:
     bool record(const char *kind, const QStringList &arguments)
