@@ -1,7 +1,10 @@
 #include "gui/AppDelegate.h"
 
+#include "core/ConversionEvents.h"
 #include "core/Converter.h"
+#include "core/FileUrl.h"
 #include "core/Logging.h"
+#include "core/NotificationCenter.h"
 #include "core/PackageSearch.h"
 #include "core/SettingsStore.h"
 #include "core/Waiting.h"
@@ -20,6 +23,7 @@
 
 #include <QApplication>
 #include <QDebug>
+#include <QDir>
 #include <QFileInfo>
 #include <QTimer>
 
@@ -56,10 +60,13 @@ AppDelegate::AppDelegate(QObject *parent)
     connect(ui.preferencesButton, &QAbstractButton::clicked, this, &AppDelegate::showPreferencesPaneFromButton);
     connect(ui.openFileButton, &QAbstractButton::clicked, this, &AppDelegate::showOpenDialog);
     connect(ui.moreInfoButton, &QAbstractButton::clicked, this, &AppDelegate::openSupportLink);
+    connect(m_window, &MainWindow::statusLinkActivated, this,
+            [this] { DesktopServices::instance().revealFile(m_shownFile, m_shownFolder); });
 }
 
 AppDelegate::~AppDelegate()
 {
+    NotificationCenter::defaultCenter().removeObserver(this);
     delete m_window;
 }
 
@@ -219,6 +226,7 @@ void AppDelegate::convertBatch(const QList<QUrl> &chosenFiles)
         endBatch();
         return;
     }
+    startCountingConversions();
 
     settings.setObject(SettingKey::errorPrezzes, QStringList());
     settings.synchronize();
@@ -238,6 +246,7 @@ void AppDelegate::convertBatch(const QList<QUrl> &chosenFiles)
 
     const QStringList errorPrezzes = settings.stringList(SettingKey::errorPrezzes, {});
     DW_LOG(QLatin1String("errorPrezzes ") + QString::number(errorPrezzes.size()));
+    reportBatchResult(errorPrezzes.size());
     if (!errorPrezzes.isEmpty()) {
         Alert alert;
         alert.setParent(m_window);
@@ -277,6 +286,60 @@ void AppDelegate::alertOutputFolderGone(const QString &path)
         alert.setInformativeText(QStringLiteral("It was at %1. ").arg(path) + choose);
     }
     alert.runModal();
+}
+
+void AppDelegate::startCountingConversions()
+{
+    m_converted = 0;
+    // Only a file really written into the output folder is finished.
+    NotificationCenter::defaultCenter().addObserver(
+        this, ConversionEvents::finished, [this](const Notification &event) {
+            if (!event.object || event.object->errorOccurred() != Converter::NoError)
+                return;
+            ++m_converted;
+            const QString outputPath = SettingsStore::standard().string(SettingKey::outputPath, QString());
+            m_lastConvertedFolder = FileUrl::toPath(outputPath).value_or(QString());
+            m_lastConvertedFile = QDir(m_lastConvertedFolder).filePath(event.object->outputPrezName());
+        });
+}
+
+void AppDelegate::reportBatchResult(qsizetype skipped)
+{
+    NotificationCenter::defaultCenter().removeObserver(this, ConversionEvents::finished);
+    if (m_converted == 0) {
+        m_window->clearStatus();
+        return;
+    }
+    m_shownFile = m_lastConvertedFile;
+    m_shownFolder = m_lastConvertedFolder;
+    const QString text = batchResultText(m_converted, skipped);
+    const QString showInFiles = QStringLiteral("Show in Files");
+    m_window->showStatus(text, showInFiles);
+    // Decided a moment later: the progress window has just closed, and the
+    // desktop hands the focus back in its own time.
+    QTimer::singleShot(notificationDelay, this, [this, text, showInFiles, file = m_shownFile, folder = m_shownFolder] {
+        if (mainWindowInView())
+            return;
+        DesktopServices::instance().notify(QStringLiteral("Deckwright"), text, showInFiles,
+                                           [file, folder] { DesktopServices::instance().revealFile(file, folder); });
+    });
+}
+
+QString AppDelegate::batchResultText(int converted, qsizetype skipped)
+{
+    QString text
+        = QString::number(converted)
+          + (converted == 1 ? QStringLiteral(" presentation converted") : QStringLiteral(" presentations converted"));
+    if (skipped > 0)
+        text += QStringLiteral(", %1 skipped").arg(skipped);
+    return text;
+}
+
+bool AppDelegate::mainWindowInView() const
+{
+    // The window on screen and the program in front; an alert or the next
+    // file's progress window in front of it is as good.
+    return m_window->isVisible() && !m_window->isMinimized() && QApplication::activeWindow();
 }
 
 void AppDelegate::endBatch()

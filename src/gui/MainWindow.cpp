@@ -85,6 +85,7 @@ MainWindow::MainWindow(QWidget *parent)
     layout()->setSizeConstraint(QLayout::SetFixedSize);
     setAcceptDrops(true);
     m_dropHighlight = new DropHighlight(m_ui->centralWidget);
+    connect(m_ui->statusLine, &QLabel::linkActivated, this, &MainWindow::statusLinkActivated);
 }
 
 MainWindow::~MainWindow() = default;
@@ -118,6 +119,27 @@ void MainWindow::present()
     show();
     raise();
     activateWindow();
+}
+
+void MainWindow::showStatus(const QString &text, const QString &linkText)
+{
+    const QString separator = QStringLiteral(" · ");
+    m_statusText = text + separator + linkText;
+    m_ui->statusLine->setText(text.toHtmlEscaped() + separator + QStringLiteral("<a href=\"#\">")
+                              + linkText.toHtmlEscaped() + QStringLiteral("</a>"));
+    m_ui->statusLine->show();
+}
+
+void MainWindow::clearStatus()
+{
+    m_statusText.clear();
+    m_ui->statusLine->clear();
+    m_ui->statusLine->hide();
+}
+
+QString MainWindow::statusText() const
+{
+    return m_statusText;
 }
 
 void MainWindow::closeEvent(QCloseEvent *event)

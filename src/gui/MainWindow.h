@@ -33,6 +33,13 @@ public:
     // Shows the window, centred on its screen the first time.
     void present();
 
+    // One line under the panels, such as the outcome of the last batch, ending
+    // in a link; it stays until replaced or cleared.
+    void showStatus(const QString &text, const QString &linkText);
+    void clearStatus();
+    // The line as it reads, link included; empty when there is none.
+    QString statusText() const;
+
     // The pieces of a panel.
     static QLabel *makeHeaderLabel(const QString &text);
     static QLabel *makeBodyTextLabel(const QString &text);
@@ -47,6 +54,8 @@ Q_SIGNALS:
     void preferencesHeaderClicked();
     // Local files and folders dropped on the window, in the order the drag gave them.
     void packagesDropped(const QStringList &paths);
+    // The status line's link was followed.
+    void statusLinkActivated();
 
 protected:
     void closeEvent(QCloseEvent *event) override;
@@ -67,5 +76,6 @@ private:
     QScopedPointer<Ui::MainWindow> m_ui;
     QPointer<QLabel> m_preferencesHeaderLabel;
     QWidget *m_dropHighlight = nullptr;
+    QString m_statusText;
     bool m_placed = false;
 };

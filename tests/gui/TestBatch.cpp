@@ -5,10 +5,12 @@
 #include "gui/OutputFolderChooser.h"
 #include "support/FatalTrap.h"
 #include "support/gui/BatchFixture.h"
+#include "ui_MainWindow.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QTest>
 
 // The batch from the open dialog to the summary, driven through the dialog and alert seams.
@@ -159,6 +161,66 @@ private Q_SLOTS:
             QVERIFY(!settings.contains(SettingKey::errorPrezzes));
             QCOMPARE(QFileInfo(f.out).exists(), fileInItsPlace);
         }
+    }
+
+    void aBatchEndsWithALineOfWhatItDid()
+    {
+        AppDelegate app;
+        MainWindow *window = app.window();
+        const auto batch = [&](const QStringList &names) {
+            f.choose(names);
+            app.openFileMenuItem();
+        };
+        const auto followLink = [&] {
+            f.desktop.calls.clear();
+            Q_EMIT window->ui().statusLine->linkActivated(QString());
+            return f.desktop.calls;
+        };
+        const auto revealed = [&](const QString &name) {
+            return QStringList{QStringLiteral("revealFile(\"%1/%2\", \"%1\")").arg(f.out, name)};
+        };
+
+        batch({QStringLiteral("Plain.key"), QStringLiteral("Newer.key"), QStringLiteral("My Talk.key"),
+               QStringLiteral("Three.v2.key")});
+        QCOMPARE(window->statusText(), QStringLiteral("3 presentations converted, 1 skipped · Show in Files"));
+        QCOMPARE(followLink(), revealed(QStringLiteral("Three.v2.key")));
+
+        // The name really written, not the package's.
+        batch({QStringLiteral("Plain.key")});
+        QCOMPARE(window->statusText(), QStringLiteral("1 presentation converted · Show in Files"));
+        QCOMPARE(followLink(), revealed(QStringLiteral("Plain.1.key")));
+
+        // Until a batch that converts nothing.
+        batch({QStringLiteral("Newer.key")});
+        QCOMPARE(window->statusText(), QString());
+        QVERIFY(window->ui().statusLine->isHidden());
+    }
+
+    void aNotificationTellsOnlyWhoIsAwayFromTheWindow()
+    {
+        AppDelegate app;
+        const auto notifications
+            = [&] { return f.desktop.calls.filter(QRegularExpression(QStringLiteral("^notify"))); };
+        // The main window was never shown.
+        f.choose({QStringLiteral("Plain.key"), QStringLiteral("notes.txt")});
+        app.openFileMenuItem();
+        QTRY_COMPARE(notifications(),
+                     QStringList{QStringLiteral(
+                         "notify(\"Deckwright\", \"1 presentation converted, 1 skipped\", \"Show in Files\")")});
+        f.desktop.calls.clear();
+        f.desktop.notificationAction();
+        QCOMPARE(f.desktop.calls, QStringList{QStringLiteral("revealFile(\"%1/Plain.key\", \"%1\")").arg(f.out)});
+
+        app.showMainWindow();
+        f.desktop.calls.clear();
+        f.choose({QStringLiteral("Plain.key")});
+        app.openFileMenuItem();
+        // The desktop hands the focus back once the progress window is gone.
+        app.window()->activateWindow();
+        QTest::qWait(AppDelegate::notificationDelay * 3 / 2);
+        QVERIFY(app.window()->isActiveWindow());
+        QCOMPARE(notifications(), QStringList());
+        QCOMPARE(f.outputs().size(), 2);
     }
 
     void theChooserKeepsTheFolderInTwoForms_data()
