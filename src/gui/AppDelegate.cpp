@@ -10,6 +10,7 @@
 #include "core/Waiting.h"
 #include "gui/AboutDialog.h"
 #include "gui/Alert.h"
+#include "gui/BatchReport.h"
 #include "gui/BuildConfig.h"
 #include "gui/OpenPanel.h"
 #include "gui/OutputFolderChooser.h"
@@ -39,6 +40,7 @@ AppDelegate::AppDelegate(QObject *parent)
     m_window = new MainWindow;
     m_window->setAttribute(Qt::WA_QuitOnClose, false);
     m_testWindow->setParentWindow(m_window);
+    m_report = new BatchReport(m_window, this);
     // The windows keep painting and answering while a file converts.
     Waiting::setKeepsEventsTurning(true);
     Ui::MainWindow &ui = m_window->ui();
@@ -60,8 +62,6 @@ AppDelegate::AppDelegate(QObject *parent)
     connect(ui.preferencesButton, &QAbstractButton::clicked, this, &AppDelegate::showPreferencesPaneFromButton);
     connect(ui.openFileButton, &QAbstractButton::clicked, this, &AppDelegate::showOpenDialog);
     connect(ui.moreInfoButton, &QAbstractButton::clicked, this, &AppDelegate::openSupportLink);
-    connect(m_window, &MainWindow::statusLinkActivated, this,
-            [this] { DesktopServices::instance().revealFile(m_shownFile, m_shownFolder); });
 }
 
 AppDelegate::~AppDelegate()
@@ -221,12 +221,13 @@ void AppDelegate::convertBatch(const QList<QUrl> &chosenFiles)
     DW_LOG(QLatin1String("parentDir ") + printed);
 
     SettingsStore &settings = SettingsStore::standard();
-    if (!haveOutputFolder()) {
+    // Without a folder to write into, the person chooses one or the batch is off.
+    if (!OutputFolderChooser::readyForBatch(m_window) && !showOutputPathDialog()) {
         DW_LOG(QLatin1String("no output folder: batch cancelled"));
         endBatch();
         return;
     }
-    startCountingConversions();
+    m_report->begin();
 
     settings.setObject(SettingKey::errorPrezzes, QStringList());
     settings.synchronize();
@@ -246,7 +247,7 @@ void AppDelegate::convertBatch(const QList<QUrl> &chosenFiles)
 
     const QStringList errorPrezzes = settings.stringList(SettingKey::errorPrezzes, {});
     DW_LOG(QLatin1String("errorPrezzes ") + QString::number(errorPrezzes.size()));
-    reportBatchResult(errorPrezzes.size());
+    m_report->end(errorPrezzes.size());
     if (!errorPrezzes.isEmpty()) {
         Alert alert;
         alert.setParent(m_window);
@@ -256,90 +257,6 @@ void AppDelegate::convertBatch(const QList<QUrl> &chosenFiles)
         alert.runModal();
     }
     endBatch();
-}
-
-bool AppDelegate::haveOutputFolder()
-{
-    const OutputFolderChooser::Current folder = OutputFolderChooser::current();
-    if (folder.reachable && !folder.path.isEmpty())
-        return true;
-    if (folder.stored && !folder.reachable)
-        alertOutputFolderGone(folder.path);
-    else
-        DW_LOG(QLatin1String("need a save location"));
-    return showOutputPathDialog();
-}
-
-void AppDelegate::alertOutputFolderGone(const QString &path)
-{
-    Alert alert;
-    alert.setParent(m_window);
-    alert.addButton(QStringLiteral("OK"));
-    const QString choose = QStringLiteral("Choose the folder to save converted presentations to.");
-    if (path.isEmpty()) {
-        alert.setMessageText(QStringLiteral("The output folder is no longer there."));
-        alert.setInformativeText(choose);
-    } else {
-        const QString name = QFileInfo(path).fileName();
-        alert.setMessageText(
-            QStringLiteral("The output folder \"%1\" is no longer there.").arg(name.isEmpty() ? path : name));
-        alert.setInformativeText(QStringLiteral("It was at %1. ").arg(path) + choose);
-    }
-    alert.runModal();
-}
-
-void AppDelegate::startCountingConversions()
-{
-    m_converted = 0;
-    // Only a file really written into the output folder is finished.
-    NotificationCenter::defaultCenter().addObserver(
-        this, ConversionEvents::finished, [this](const Notification &event) {
-            if (!event.object || event.object->errorOccurred() != Converter::NoError)
-                return;
-            ++m_converted;
-            const QString outputPath = SettingsStore::standard().string(SettingKey::outputPath, QString());
-            m_lastConvertedFolder = FileUrl::toPath(outputPath).value_or(QString());
-            m_lastConvertedFile = QDir(m_lastConvertedFolder).filePath(event.object->outputPrezName());
-        });
-}
-
-void AppDelegate::reportBatchResult(qsizetype skipped)
-{
-    NotificationCenter::defaultCenter().removeObserver(this, ConversionEvents::finished);
-    if (m_converted == 0) {
-        m_window->clearStatus();
-        return;
-    }
-    m_shownFile = m_lastConvertedFile;
-    m_shownFolder = m_lastConvertedFolder;
-    const QString text = batchResultText(m_converted, skipped);
-    const QString showInFiles = QStringLiteral("Show in Files");
-    m_window->showStatus(text, showInFiles);
-    // Decided a moment later: the progress window has just closed, and the
-    // desktop hands the focus back in its own time.
-    QTimer::singleShot(notificationDelay, this, [this, text, showInFiles, file = m_shownFile, folder = m_shownFolder] {
-        if (mainWindowInView())
-            return;
-        DesktopServices::instance().notify(QStringLiteral("Deckwright"), text, showInFiles,
-                                           [file, folder] { DesktopServices::instance().revealFile(file, folder); });
-    });
-}
-
-QString AppDelegate::batchResultText(int converted, qsizetype skipped)
-{
-    QString text
-        = QString::number(converted)
-          + (converted == 1 ? QStringLiteral(" presentation converted") : QStringLiteral(" presentations converted"));
-    if (skipped > 0)
-        text += QStringLiteral(", %1 skipped").arg(skipped);
-    return text;
-}
-
-bool AppDelegate::mainWindowInView() const
-{
-    // The window on screen and the program in front; an alert or the next
-    // file's progress window in front of it is as good.
-    return m_window->isVisible() && !m_window->isMinimized() && QApplication::activeWindow();
 }
 
 void AppDelegate::endBatch()

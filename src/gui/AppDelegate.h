@@ -11,6 +11,7 @@
 
 #include <memory>
 
+class BatchReport;
 class PreferencesWindowController;
 class ProgressBarWindowController;
 class SoftwareUpdater;
@@ -55,10 +56,6 @@ public:
 
     // The informative text of the summary alert for these rejected names.
     static QString summaryText(const QStringList &errorPrezzes);
-    // What a batch that converted something says at its end: "3 presentations converted, 1 skipped".
-    static QString batchResultText(int converted, qsizetype skipped);
-    // How long after such a batch the desktop is told, if the main window is not in front then (ms).
-    static constexpr int notificationDelay = 1000;
 
     // The developers' message-only log of the delegate; emits nothing.
     void DLog(const QString &message) { Q_UNUSED(message) }
@@ -81,17 +78,8 @@ public Q_SLOTS:
 private:
     void runPendingBatches();
     void showNoPackagesFound();
-    // Whether the batch has a folder to write into, asking for one when it has
-    // none or the one it had is gone; false when the person chose none.
-    bool haveOutputFolder();
-    void alertOutputFolderGone(const QString &path);
     // Lets the next queued batch start.
     void endBatch();
-    // Counts the files the batch writes, and keeps the last one.
-    void startCountingConversions();
-    // The main window's status line, and a notification when the person is elsewhere.
-    void reportBatchResult(qsizetype skipped);
-    bool mainWindowInView() const;
 
     QPointer<MainWindow> m_window;
     SoftwareUpdater *m_updater = nullptr;
@@ -101,9 +89,5 @@ private:
     std::unique_ptr<ProgressBarWindowController> m_preferencesWindowController;
     bool m_converting = false;
     QList<QStringList> m_pendingBatches;
-    int m_converted = 0; // in the batch under way
-    QString m_lastConvertedFile;
-    QString m_lastConvertedFolder;
-    QString m_shownFile; // what the status line's link reveals
-    QString m_shownFolder;
+    BatchReport *m_report = nullptr;
 };

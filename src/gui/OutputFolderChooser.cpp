@@ -5,6 +5,7 @@
 #include "core/FolderBookmark.h"
 #include "core/Logging.h"
 #include "core/SettingsStore.h"
+#include "gui/Alert.h"
 #include "gui/OpenPanel.h"
 
 #include <QFileInfo>
@@ -68,4 +69,34 @@ OutputFolderChooser::Current OutputFolderChooser::current()
         folder.reachable = url && QFileInfo(url->toLocalFile()).isDir();
     }
     return folder;
+}
+
+bool OutputFolderChooser::readyForBatch(QWidget *parent)
+{
+    const Current folder = current();
+    if (folder.reachable && !folder.path.isEmpty())
+        return true;
+    if (folder.stored && !folder.reachable)
+        alertGone(folder.path, parent);
+    else
+        DW_LOG(QLatin1String("need a save location"));
+    return false;
+}
+
+void OutputFolderChooser::alertGone(const QString &path, QWidget *parent)
+{
+    Alert alert;
+    alert.setParent(parent);
+    alert.addButton(QStringLiteral("OK"));
+    const QString choose = QStringLiteral("Choose the folder to save converted presentations to.");
+    if (path.isEmpty()) {
+        alert.setMessageText(QStringLiteral("The output folder is no longer there."));
+        alert.setInformativeText(choose);
+    } else {
+        const QString name = QFileInfo(path).fileName();
+        alert.setMessageText(
+            QStringLiteral("The output folder \"%1\" is no longer there.").arg(name.isEmpty() ? path : name));
+        alert.setInformativeText(QStringLiteral("It was at %1. ").arg(path) + choose);
+    }
+    alert.runModal();
 }

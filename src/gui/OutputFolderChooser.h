@@ -19,6 +19,10 @@ public:
     // Returns whether a folder was stored.
     static bool run(Origin origin, QWidget *parent = nullptr);
 
+    // Before a batch: whether there is a folder to write into. False when
+    // none was chosen yet, or when the one chosen is gone (the person is told).
+    static bool readyForBatch(QWidget *parent);
+
     // The output folder the settings hold, as far as they tell.
     struct Current
     {
@@ -27,4 +31,7 @@ public:
         bool reachable = false; // and it still leads to a folder
     };
     static Current current();
+
+private:
+    static void alertGone(const QString &path, QWidget *parent);
 };

@@ -2,6 +2,7 @@
 #include "core/FolderBookmark.h"
 #include "core/SettingsStore.h"
 #include "gui/AppDelegate.h"
+#include "gui/BatchReport.h"
 #include "gui/OutputFolderChooser.h"
 #include "support/FatalTrap.h"
 #include "support/gui/BatchFixture.h"
@@ -217,7 +218,7 @@ private Q_SLOTS:
         app.openFileMenuItem();
         // The desktop hands the focus back once the progress window is gone.
         app.window()->activateWindow();
-        QTest::qWait(AppDelegate::notificationDelay * 3 / 2);
+        QTest::qWait(BatchReport::notificationDelay * 3 / 2);
         QVERIFY(app.window()->isActiveWindow());
         QCOMPARE(notifications(), QStringList());
         QCOMPARE(f.outputs().size(), 2);
