@@ -124,6 +124,8 @@ FileTree::WalkResult FileTree::walk(const QString &rootPath, const Visitor &visi
     {
         std::string name;
         std::vector<std::string> pending;
+        dev_t device = 0;
+        ino_t inode = 0;
     };
     std::vector<Frame> frames;
     std::vector<std::string> names; // the path of the open folder, for relative paths
@@ -131,8 +133,10 @@ FileTree::WalkResult FileTree::walk(const QString &rootPath, const Visitor &visi
     auto enter = [&](const std::string &name) -> bool {
         std::vector<std::string> entries;
         int error = 0;
+        struct stat self = {};
+        ::fstat(current, &self);
         names.push_back(name);
-        frames.push_back({name, {}});
+        frames.push_back({name, {}, self.st_dev, self.st_ino});
         if (!readNames(current, &entries, &error)) {
             if (result.complete) {
                 result.complete = false;
@@ -159,7 +163,7 @@ FileTree::WalkResult FileTree::walk(const QString &rootPath, const Visitor &visi
                 result.complete = false;
                 return false;
             }
-            if (entry.kind == Kind::Folder)
+            if (entry.kind == Kind::Folder && entry.descend)
                 folders.push_back(*it);
         }
         frames.back().pending.assign(folders.rbegin(), folders.rend()); // taken from the back: in order
@@ -181,6 +185,16 @@ FileTree::WalkResult FileTree::walk(const QString &rootPath, const Visitor &visi
                 }
                 continue;
             }
+            // A folder already on the way down (a mount of one of its parents) would never end.
+            struct stat st = {};
+            const bool onTheWay
+                = ::fstat(next, &st) == 0 && std::any_of(frames.begin(), frames.end(), [&](const Frame &f) {
+                      return f.device == st.st_dev && f.inode == st.st_ino;
+                  });
+            if (onTheWay) {
+                ::close(next);
+                continue;
+            }
             ::close(current);
             current = next;
             go = enter(child);
@@ -193,10 +207,13 @@ FileTree::WalkResult FileTree::walk(const QString &rootPath, const Visitor &visi
         const int parent = ::openat(current, "..", kDirFlags);
         ::close(current);
         current = parent;
-        if (current < 0) {
+        // Moved elsewhere while we were inside: what is left is not where we listed it.
+        struct stat st = {};
+        if (current < 0 || ::fstat(current, &st) != 0 || st.st_dev != frames.back().device
+            || st.st_ino != frames.back().inode) {
             result.complete = false;
-            result.error = errno;
-            return result;
+            result.error = current < 0 ? errno : ESTALE;
+            break;
         }
     }
     if (current >= 0)
@@ -231,6 +248,8 @@ bool FileTree::removeAt(int folderDescriptor, const QByteArray &name, int *error
     {
         std::string name;
         std::vector<std::string> pending;
+        dev_t device = 0;
+        ino_t inode = 0;
     };
     std::vector<Frame> frames;
     int current = openFolder(folderDescriptor, name.constData(), true);

@@ -24,10 +24,11 @@ public:
         bool ours = false;          // owned by this process's user
         int folderDescriptor = -1;  // the open folder that holds the entry
         const char *name = nullptr; // its name in that folder
+        bool descend = true;        // for a folder: the visitor may clear it to leave it unvisited
     };
 
     // Returns false to end the walk early.
-    using Visitor = std::function<bool(const Entry &)>;
+    using Visitor = std::function<bool(Entry &)>;
 
     struct WalkResult
     {
@@ -38,7 +39,9 @@ public:
     };
 
     // Visits every entry below the folder at rootPath, parents before their
-    // contents, without following any link (the root itself included). With
+    // contents, without following any link (the root itself included). A
+    // folder already on the way down (mounted inside itself) is not entered
+    // again, and a walk that finds itself elsewhere on the way up ends there. With
     // makeEnterable, folders we own but may not read, enter or write get those
     // rights for their owner first, which is how a scratch copy is made workable.
     static WalkResult walk(const QString &rootPath, const Visitor &visit, bool makeEnterable = false);

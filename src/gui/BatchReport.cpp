@@ -27,14 +27,15 @@ BatchReport::~BatchReport()
 void BatchReport::begin()
 {
     m_converted = 0;
-    NotificationCenter::defaultCenter().addObserver(this, ConversionEvents::finished, [this](const Notification &event) {
-        if (!event.object || event.object->errorOccurred() != Converter::NoError)
-            return;
-        ++m_converted;
-        const QString outputPath = SettingsStore::standard().string(SettingKey::outputPath, QString());
-        m_lastFolder = FileUrl::toPath(outputPath).value_or(QString());
-        m_lastFile = QDir(m_lastFolder).filePath(event.object->outputPrezName());
-    });
+    NotificationCenter::defaultCenter().addObserver(
+        this, ConversionEvents::finished, [this](const Notification &event) {
+            if (!event.object || event.object->errorOccurred() != Converter::NoError)
+                return;
+            ++m_converted;
+            const QString outputPath = SettingsStore::standard().string(SettingKey::outputPath, QString());
+            m_lastFolder = FileUrl::toPath(outputPath).value_or(QString());
+            m_lastFile = QDir(m_lastFolder).filePath(event.object->outputPrezName());
+        });
 }
 
 void BatchReport::end(qsizetype skipped)
@@ -51,19 +52,21 @@ void BatchReport::end(qsizetype skipped)
     const QString summary = text(m_converted, skipped);
     const QString showInFiles = QStringLiteral("Show in Files");
     m_window->showStatus(summary, showInFiles);
-    QTimer::singleShot(notificationDelay, this, [this, summary, showInFiles, file = m_shownFile, folder = m_shownFolder] {
-        if (mainWindowInView())
-            return;
-        DesktopServices::instance().notify(QStringLiteral("Deckwright"), summary, showInFiles,
-                                           [file, folder] { DesktopServices::instance().revealFile(file, folder); });
-    });
+    QTimer::singleShot(
+        notificationDelay, this, [this, summary, showInFiles, file = m_shownFile, folder = m_shownFolder] {
+            if (mainWindowInView())
+                return;
+            DesktopServices::instance().notify(QStringLiteral("Deckwright"), summary, showInFiles, [file, folder] {
+                DesktopServices::instance().revealFile(file, folder);
+            });
+        });
 }
 
 QString BatchReport::text(int converted, qsizetype skipped)
 {
-    QString text = QString::number(converted)
-                   + (converted == 1 ? QStringLiteral(" presentation converted")
-                                     : QStringLiteral(" presentations converted"));
+    QString text
+        = QString::number(converted)
+          + (converted == 1 ? QStringLiteral(" presentation converted") : QStringLiteral(" presentations converted"));
     if (skipped > 0)
         text += QStringLiteral(", %1 skipped").arg(skipped);
     return text;
