@@ -21,102 +21,65 @@
 #include <utility>
 
 namespace {
-// Watches the bar from inside the conversion, after the controller has moved it.
-class WatchingController : public ProgressBarWindowController
+// The tool that takes its time, and the shell run before it, with $P the folder
+// zip packs (less its leading "/"); no tool: every tool runs as it is.
+QString slowTool, slowScript;
+
+class SlowFileUtils : public FileUtils
 {
 public:
-    WatchingController()
+    using FileUtils::FileUtils;
+    QString runCommand(const QString &launchPath, const QStringList &arguments) override
+    {
+        if (launchPath != slowTool)
+            return FileUtils::runCommand(launchPath, arguments);
+        const QString script
+            = QStringLiteral("P='%1'; %2; exec %3 \"$@\"").arg(arguments.last().mid(1), slowScript, launchPath);
+        return FileUtils::runCommand("/bin/sh", QStringList{"-c", script, "sh"} + arguments);
+    }
+};
+
+class SlowConverter : public Converter
+{
+public:
+    using Converter::Converter;
+
+protected:
+    std::unique_ptr<FileUtils> createFileUtils(const QString &path) override
+    {
+        return std::make_unique<SlowFileUtils>(path);
+    }
+};
+
+// Keeps the values the bar takes at each event (and whether the window showed
+// then), and all of them, those within a stage too.
+class Controller : public ProgressBarWindowController
+{
+public:
+    Controller()
         : ProgressBarWindowController(QStringLiteral("ProgressBarView"))
     {
     }
-    QList<double> values;
+    QList<double> values, all;
     QList<bool> visible;
     void moveProgressBar() override
     {
         visible.append(window()->isVisible());
         ProgressBarWindowController::moveProgressBar();
         values.append(progressIndy()->doubleValue());
-    }
-};
-
-// Runs one tool through a shell that first takes its time: `script` runs
-// before the real tool, with $P the folder zip packs (less its leading "/").
-class SlowFileUtils : public FileUtils
-{
-public:
-    SlowFileUtils(const QString &path, QString tool, QString script)
-        : FileUtils(path)
-        , m_tool(std::move(tool))
-        , m_script(std::move(script))
-    {
-    }
-    QString runCommand(const QString &launchPath, const QStringList &arguments) override
-    {
-        if (launchPath != m_tool)
-            return FileUtils::runCommand(launchPath, arguments);
-        const QString packed = arguments.last().mid(1);
-        return FileUtils::runCommand(
-            QStringLiteral("/bin/sh"),
-            QStringList{QStringLiteral("-c"),
-                        QStringLiteral("P='%1'; %2; exec %3 \"$@\"").arg(packed, m_script, launchPath),
-                        QStringLiteral("sh")}
-                + arguments);
-    }
-
-private:
-    QString m_tool, m_script;
-};
-
-class SlowConverter : public Converter
-{
-public:
-    SlowConverter(const QString &path, QString tool, QString script)
-        : Converter(path)
-        , m_tool(std::move(tool))
-        , m_script(std::move(script))
-    {
-    }
-
-protected:
-    std::unique_ptr<FileUtils> createFileUtils(const QString &path) override
-    {
-        return std::make_unique<SlowFileUtils>(path, m_tool, m_script);
-    }
-
-private:
-    QString m_tool, m_script;
-};
-
-// Keeps every value the bar takes, and each time the event loop turned meanwhile.
-class SlowController : public ProgressBarWindowController
-{
-public:
-    SlowController(QString tool, QString script)
-        : ProgressBarWindowController(QStringLiteral("ProgressBarView"))
-        , m_tool(std::move(tool))
-        , m_script(std::move(script))
-    {
-    }
-    QList<double> values;
-    void moveProgressBar() override
-    {
-        ProgressBarWindowController::moveProgressBar();
-        values.append(progressIndy()->doubleValue());
+        all.append(values.last());
     }
     void moveWithinStage() override
     {
         ProgressBarWindowController::moveWithinStage();
-        values.append(progressIndy()->doubleValue());
+        all.append(progressIndy()->doubleValue());
     }
 
 protected:
     std::unique_ptr<Converter> makeConverter(const QString &path) override
     {
-        return std::make_unique<SlowConverter>(path, m_tool, m_script);
+        return std::make_unique<SlowConverter>(path);
     }
-
-private:
-    QString m_tool, m_script;
 };
 
 QStringList runFolders(const QString &under)
@@ -139,13 +102,17 @@ class TestProgressBarWindowController : public QObject
 private Q_SLOTS:
     // As in the application: the windows answer while a tool runs.
     void initTestCase() { Waiting::setKeepsEventsTurning(true); }
-    void init() { f.reset(); }
+    void init()
+    {
+        f.reset();
+        slowTool.clear();
+    }
 
     void showsTheFileAndMovesTheBarOnlyDuringTheConversion()
     {
         SettingsStore::standard().setObject(SettingKey::prezPath,
                                             FileUrl::absoluteString(f.in(QStringLiteral("My Talk.key"))));
-        WatchingController controller;
+        Controller controller;
         // A second run must not find the first one's observers still there.
         controller.showWindow(nullptr);
         controller.showWindow(nullptr);
@@ -174,11 +141,12 @@ private Q_SLOTS:
         SettingsStore::standard().setObject(SettingKey::prezPath,
                                             FileUrl::absoluteString(f.in(QStringLiteral("Plain.key"))));
         // zip names the two large files slowly, one after the other.
-        SlowController controller(
-            QStringLiteral("/usr/bin/zip"),
-            QStringLiteral("printf '  adding: %s/Data/photo one.jpg' \"$P\"; sleep 0.4; "
-                           "printf ' (stored 0%%)\\n  adding: %s/Data/movie.v2.mov' \"$P\"; sleep 0.4; "
-                           "printf ' (stored 0%%)\\n'"));
+        slowTool = "/usr/bin/zip";
+        slowScript = QStringLiteral(
+            "printf '  adding: %s/Data/photo one.jpg' \"$P\"; sleep 0.4; "
+            "printf ' (stored 0%%)\\n  adding: %s/Data/movie.v2.mov' \"$P\"; sleep 0.4; "
+            "printf ' (stored 0%%)\\n'");
+        Controller controller;
         int turns = 0;
         QTimer ticks;
         connect(&ticks, &QTimer::timeout, [&] { ++turns; });
@@ -188,14 +156,14 @@ private Q_SLOTS:
         QVERIFY(f.outputs().contains(QStringLiteral("Plain.key")));
         // Between the zip's own events (75 and 87.5) the bar went on, never back and never past them.
         QList<double> within;
-        for (double value : controller.values)
+        for (double value : controller.all)
             if (value > 75 && value < 87.5)
                 within.append(value);
         QVERIFY2(within.size() >= 2, qPrintable(QString::number(within.size())));
-        QList<double> sorted = controller.values;
+        QList<double> sorted = controller.all;
         std::sort(sorted.begin(), sorted.end());
-        QCOMPARE(controller.values, sorted);
-        QCOMPARE(controller.values.last(), 100.0);
+        QCOMPARE(controller.all, sorted);
+        QCOMPARE(controller.all.last(), 100.0);
     }
 
     void stopUndoesTheFileAtOnce_data()
@@ -211,7 +179,9 @@ private Q_SLOTS:
         QFETCH(QString, how);
         SettingsStore::standard().setObject(SettingKey::prezPath,
                                             FileUrl::absoluteString(f.in(QStringLiteral("Plain.key"))));
-        SlowController controller(QStringLiteral("/bin/cp"), QStringLiteral("sleep 30"));
+        slowTool = "/bin/cp";
+        slowScript = "sleep 30";
+        Controller controller;
         controller.beginBatch(3);
         QElapsedTimer sinceStop;
         QTimer::singleShot(300, &controller, [&] {
@@ -245,35 +215,18 @@ private Q_SLOTS:
         QVERIFY_FATAL(ProgressBarWindowController::convertFileUrlToPath(QStringLiteral("file:///a b/")), "not a URL");
     }
 
-    void missingSettingsAreFatal_data()
-    {
-        QTest::addColumn<QVariantMap>("stored");
-        QTest::addColumn<bool>("atCompletion");
-        QTest::addColumn<QString>("reason");
-        const QString file = QStringLiteral("file:///a/T.key/");
-        QTest::newRow("no file") << QVariantMap() << false << "the setting prezPath is missing";
-        QTest::newRow("no output folder")
-            << QVariantMap{{SettingKey::prezPath, file}} << false << "no output folder was chosen";
-        QTest::newRow("completion without the folder's bookmark")
-            << QVariantMap{{SettingKey::prezPath, file}, {SettingKey::outputPath, QStringLiteral("file:///nowhere/")}}
-            << true << "bookmarkData is missing";
-        QTest::newRow("completion, file without a name")
-            << QVariantMap{{SettingKey::prezPath, QStringLiteral("///")}} << true << "has no file name";
-    }
-
     void missingSettingsAreFatal()
     {
-        QFETCH(QVariantMap, stored);
-        QFETCH(bool, atCompletion);
-        QFETCH(QString, reason);
-        SettingsStore::standard().useMemory(stored);
+        SettingsStore &settings = SettingsStore::standard();
         ProgressBarWindowController controller(QStringLiteral("ProgressBarView"));
-        try {
-            atCompletion ? controller.finishedConversion() : controller.showWindow(nullptr);
-            QFAIL("expected a fatal condition");
-        } catch (const FatalError &error) {
-            QVERIFY2(error.reason.contains(reason), qPrintable(error.reason));
-        }
+        settings.useMemory({});
+        QVERIFY_FATAL(controller.showWindow(nullptr), "the setting prezPath is missing");
+        settings.useMemory({{SettingKey::prezPath, "file:///a/T.key/"}});
+        QVERIFY_FATAL(controller.showWindow(nullptr), "no output folder was chosen");
+        settings.setObject(SettingKey::outputPath, "file:///nowhere/");
+        QVERIFY_FATAL(controller.finishedConversion(), "bookmarkData is missing");
+        settings.useMemory({{SettingKey::prezPath, "///"}});
+        QVERIFY_FATAL(controller.finishedConversion(), "has no file name");
     }
 
     void aFileThatCannotBeSavedIsToldSoAndAStoppedOneNotAtAll()
