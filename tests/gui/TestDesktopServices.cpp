@@ -73,26 +73,21 @@ class TestDesktopServices : public QObject
 
     QTemporaryDir m_dir;
     QString m_presentation;
+    // A bus of the test's own, with no service that could be started on demand.
+    QProcess m_daemon;
+    QString m_bus; // its address; empty when it did not start
 
-#ifdef DECKWRIGHT_HAVE_DBUS
-    // A bus of the test's own, with no service that could be started on
-    // demand; its address, or empty when it did not start.
-    QString startPrivateBus(QProcess &daemon)
+    bool skipWithoutBus()
     {
-        const QString config = m_dir.filePath(QStringLiteral("bus.conf"));
-        if (!writeFile(config, "<busconfig><listen>unix:dir=" + m_dir.path().toUtf8()
-                                   + "</listen>"
-                                     "<policy context=\"default\"><allow send_destination=\"*\"/>"
-                                     "<allow receive_sender=\"*\"/><allow own=\"*\"/></policy></busconfig>\n"))
-            return QString();
-        daemon.start(QStringLiteral("dbus-daemon"), {QStringLiteral("--config-file=") + config,
-                                                     QStringLiteral("--print-address"), QStringLiteral("--nofork")});
-        QByteArray output;
-        while (!output.contains('\n') && daemon.waitForReadyRead(10000))
-            output += daemon.readAllStandardOutput();
-        return QString::fromUtf8(output.trimmed());
-    }
+#ifndef DECKWRIGHT_HAVE_DBUS
+        QTest::qSkip("built without Qt D-Bus", __FILE__, __LINE__);
+#else
+        if (!m_bus.isEmpty())
+            return false;
+        QTest::qSkip("needs dbus-daemon (Debian package dbus) for a private bus", __FILE__, __LINE__);
 #endif
+        return true;
+    }
 
 private Q_SLOTS:
     void initTestCase()
@@ -101,23 +96,30 @@ private Q_SLOTS:
         QVERIFY(writeFile(m_presentation, "PK"));
         qputenv("XDG_DATA_HOME", m_dir.filePath(QStringLiteral("data-home")).toLocal8Bit());
         qputenv("XDG_DATA_DIRS", m_dir.filePath(QStringLiteral("no-data-dirs")).toLocal8Bit());
+#ifdef DECKWRIGHT_HAVE_DBUS
+        const QString config = m_dir.filePath(QStringLiteral("bus.conf"));
+        QVERIFY(writeFile(config, "<busconfig><listen>unix:dir=" + m_dir.path().toUtf8()
+                                      + "</listen><policy context=\"default\"><allow send_destination=\"*\"/>"
+                                        "<allow receive_sender=\"*\"/><allow own=\"*\"/></policy></busconfig>\n"));
+        m_daemon.start("dbus-daemon", {"--config-file=" + config, "--print-address", "--nofork"});
+        QByteArray output;
+        while (!output.contains('\n') && m_daemon.waitForReadyRead(10000))
+            output += m_daemon.readAllStandardOutput();
+        m_bus = QString::fromUtf8(output.trimmed());
+#endif
+    }
+    void cleanupTestCase()
+    {
+        m_daemon.kill();
+        m_daemon.waitForFinished();
     }
 
     void revealAsksTheFileManagerElseOpensTheFolder()
     {
-#ifndef DECKWRIGHT_HAVE_DBUS
-        QSKIP("built without Qt D-Bus");
-#else
-        if (QStandardPaths::findExecutable(QStringLiteral("dbus-daemon")).isEmpty())
-            QSKIP("needs dbus-daemon (Debian package dbus) for a private bus");
-        QProcess daemon;
-        const auto stop = qScopeGuard([&daemon] {
-            daemon.kill();
-            daemon.waitForFinished();
-        });
-        const QString address = startPrivateBus(daemon);
-        QVERIFY2(!address.isEmpty(), "dbus-daemon gave no address");
-        QVERIFY(QDBusConnection::connectToBus(address, QStringLiteral("client")).isConnected());
+        if (skipWithoutBus())
+            return;
+#ifdef DECKWRIGHT_HAVE_DBUS
+        QVERIFY(QDBusConnection::connectToBus(m_bus, QStringLiteral("client")).isConnected());
         TestableServices services(QStringLiteral("client"));
 
         // Nobody owns the file manager's name.
@@ -125,62 +127,47 @@ private Q_SLOTS:
         QTRY_COMPARE(services.defaultOpened,
                      QList<QUrl>{QUrl::fromLocalFile(m_dir.filePath(QStringLiteral("Out Folder")))});
 
-        QDBusConnection fileManagerBus = QDBusConnection::connectToBus(address, QStringLiteral("fm"));
+        QDBusConnection fileManagerBus = QDBusConnection::connectToBus(m_bus, QStringLiteral("fm"));
         FakeFileManager fileManager;
         QVERIFY(fileManagerBus.registerService(QStringLiteral("org.freedesktop.FileManager1")));
         QVERIFY(fileManagerBus.registerObject(QStringLiteral("/org/freedesktop/FileManager1"), &fileManager,
                                               QDBusConnection::ExportAllSlots));
         QVERIFY(services.revealFile(m_presentation, QString()));
         const QString uri = QStringLiteral("file://") + m_dir.path() + QStringLiteral("/Out%20Folder/My%20Talk.key");
-        QTRY_COMPARE(fileManager.shownItems, QList<QStringList>{QStringList{uri}});
+        QTRY_COMPARE(fileManager.shownItems, QList<QStringList>{QStringList { uri }});
 #endif
     }
 
     void notifyAsksTheNotificationServerAndRunsItsAction()
     {
-#ifndef DECKWRIGHT_HAVE_DBUS
-        QSKIP("built without Qt D-Bus");
-#else
-        if (QStandardPaths::findExecutable(QStringLiteral("dbus-daemon")).isEmpty())
-            QSKIP("needs dbus-daemon (Debian package dbus) for a private bus");
-        QProcess daemon;
-        const auto stop = qScopeGuard([&daemon] {
-            daemon.kill();
-            daemon.waitForFinished();
-        });
-        const QString address = startPrivateBus(daemon);
-        QVERIFY2(!address.isEmpty(), "dbus-daemon gave no address");
-        QVERIFY(QDBusConnection::connectToBus(address, QStringLiteral("notify client")).isConnected());
+        if (skipWithoutBus())
+            return;
+#ifdef DECKWRIGHT_HAVE_DBUS
+        QVERIFY(QDBusConnection::connectToBus(m_bus, QStringLiteral("notify client")).isConnected());
         FreedesktopDesktopServices services(QStringLiteral("notify client"));
         int shown = 0;
-        const auto show = [&shown] { ++shown; };
+        const auto notify = [&] {
+            return services.notify("Deckwright", "1 presentation converted", "Show in Files", [&] { ++shown; });
+        };
 
         // No notification server: nothing shown, and the caller hears so.
-        QVERIFY(!services.notify(QStringLiteral("Deckwright"), QStringLiteral("1 presentation converted"),
-                                 QStringLiteral("Show in Files"), show));
-
-        QDBusConnection serverBus = QDBusConnection::connectToBus(address, QStringLiteral("notifications"));
+        QVERIFY(!notify());
+        QDBusConnection serverBus = QDBusConnection::connectToBus(m_bus, QStringLiteral("notifications"));
         FakeNotificationServer server;
         QVERIFY(serverBus.registerService(QStringLiteral("org.freedesktop.Notifications")));
         QVERIFY(serverBus.registerObject(QStringLiteral("/org/freedesktop/Notifications"), &server,
                                          QDBusConnection::ExportAllSlots));
-        QVERIFY(services.notify(QStringLiteral("Deckwright"), QStringLiteral("1 presentation converted"),
-                                QStringLiteral("Show in Files"), show));
-        QTRY_COMPARE(server.calls.size(), 1);
-        QCOMPARE(server.calls.first(),
-                 QStringLiteral("Deckwright|0|deckwright|Deckwright|1 presentation converted|"
-                                "default,Show in Files,show,Show in Files|com.bramblefox.Deckwright|-1"));
+        QVERIFY(notify());
+        QTRY_COMPARE(server.calls,
+                     QStringList{"Deckwright|0|deckwright|Deckwright|1 presentation converted|"
+                                 "default,Show in Files,show,Show in Files|com.bramblefox.Deckwright|-1"});
 
         // Another notification's action is not this one's.
-        const auto invoke = [&serverBus](uint id) {
-            QDBusMessage signal = QDBusMessage::createSignal(QStringLiteral("/org/freedesktop/Notifications"),
-                                                             QStringLiteral("org.freedesktop.Notifications"),
-                                                             QStringLiteral("ActionInvoked"));
-            signal << id << QStringLiteral("show");
-            QVERIFY(serverBus.send(signal));
-        };
-        invoke(server.lastId + 1);
-        invoke(server.lastId);
+        for (uint id : {server.lastId + 1, server.lastId}) {
+            QDBusMessage signal = QDBusMessage::createSignal("/org/freedesktop/Notifications",
+                                                             "org.freedesktop.Notifications", "ActionInvoked");
+            QVERIFY(serverBus.send(signal << id << QStringLiteral("show")));
+        }
         QTRY_COMPARE(shown, 1);
         QTest::qWait(50);
         QCOMPARE(shown, 1);
