@@ -24,18 +24,18 @@ class TestPackageSearch : public QObject
     QString m_root; // a fresh folder for each test
 
     QString at(const QString &relative) const { return m_root + QLatin1Char('/') + relative; }
-    // Folders, created with their parents; a name ending in ".key" is a package.
-    void folders(const QStringList &relatives) const
-    {
-        for (const QString &relative : relatives)
-            QVERIFY(QDir().mkpath(at(relative)));
-    }
     QStringList each(const QStringList &relatives) const
     {
         QStringList paths;
         for (const QString &relative : relatives)
             paths.append(at(relative));
         return paths;
+    }
+    // Folders, created with their parents; a name ending in ".key" is a package.
+    void folders(const QStringList &relatives) const
+    {
+        for (const QString &path : each(relatives))
+            QVERIFY(QDir().mkpath(path));
     }
 
     // The search as someone who may not read what they are refused: root reads
@@ -71,63 +71,58 @@ private Q_SLOTS:
 
     void findsPackagesInNameOrderWithoutEnteringThem()
     {
-        folders({QStringLiteral("b.key/inside.key"), QStringLiteral("a/z.key"), QStringLiteral("a/m/c.key"),
-                 QStringLiteral("C.key"), QStringLiteral("empty")});
-        QFile file(at(QStringLiteral("file.key")));
+        folders({"b.key/inside.key", "a/z.key", "a/m/c.key", "C.key", "empty"});
+        QFile file(at("file.key"));
         QVERIFY(file.open(QIODevice::WriteOnly)); // a Keynote '09 file is no package to look for
         file.close();
         // A subfolder's packages stand where its name falls; capitals sort first, as bytes do.
-        QCOMPARE(PackageSearch::expand({m_root}), each({QStringLiteral("C.key"), QStringLiteral("a/m/c.key"),
-                                                        QStringLiteral("a/z.key"), QStringLiteral("b.key")}));
+        QCOMPARE(PackageSearch::expand({m_root}), each({"C.key", "a/m/c.key", "a/z.key", "b.key"}));
     }
 
     void keepsWhatIsNotAFolderAndListsEachOnce()
     {
-        folders({QStringLiteral("Talk.key"), QStringLiteral("Decks/One.key"), QStringLiteral("Decks/Two.key")});
-        const QString missing = at(QStringLiteral("missing.key"));
-        const QString text = at(QStringLiteral("notes.txt"));
+        folders({"Talk.key", "Decks/One.key", "Decks/Two.key"});
+        const QString missing = at("missing.key");
+        const QString text = at("notes.txt");
         QFile(text).open(QIODevice::WriteOnly);
         // The converter refuses what is not a package, with its reason: it is passed on.
-        QCOMPARE(PackageSearch::expand({text, at(QStringLiteral("Decks/Two.key")), at(QStringLiteral("Decks/")),
-                                        missing, at(QStringLiteral("Talk.key")), at(QStringLiteral("Decks")), text}),
-                 QStringList({text, at(QStringLiteral("Decks/Two.key")), at(QStringLiteral("Decks/One.key")), missing,
-                              at(QStringLiteral("Talk.key"))}));
+        QCOMPARE(PackageSearch::expand(
+                     {text, at("Decks/Two.key"), at("Decks/"), missing, at("Talk.key"), at("Decks"), text}),
+                 QStringList({text, at("Decks/Two.key"), at("Decks/One.key"), missing, at("Talk.key")}));
         QCOMPARE(PackageSearch::expand({}), QStringList());
     }
 
     void followsNoLinkInside()
     {
-        const QString elsewhere = m_work.filePath(QStringLiteral("elsewhere"));
-        QVERIFY(QDir().mkpath(elsewhere + QStringLiteral("/Far.key")));
-        folders({QStringLiteral("Decks/Near.key")});
-        QVERIFY(QFile::link(elsewhere, at(QStringLiteral("Decks/linked folder"))));
-        QVERIFY(QFile::link(elsewhere + QStringLiteral("/Far.key"), at(QStringLiteral("Decks/Alias.key"))));
-        QVERIFY(QFile::link(QStringLiteral(".."), at(QStringLiteral("Decks/loop"))));
-        QVERIFY(QFile::link(QStringLiteral("."), at(QStringLiteral("Decks/self"))));
-        QCOMPARE(PackageSearch::expand({at(QStringLiteral("Decks"))}), each({QStringLiteral("Decks/Near.key")}));
+        const QString elsewhere = m_work.filePath("elsewhere");
+        QVERIFY(QDir().mkpath(elsewhere + "/Far.key"));
+        folders({"Decks/Near.key"});
+        QVERIFY(QFile::link(elsewhere, at("Decks/linked folder")));
+        QVERIFY(QFile::link(elsewhere + "/Far.key", at("Decks/Alias.key")));
+        QVERIFY(QFile::link("..", at("Decks/loop")));
+        QVERIFY(QFile::link(".", at("Decks/self")));
+        QCOMPARE(PackageSearch::expand({at("Decks")}), each({"Decks/Near.key"}));
 
         // What the person names through a link is taken as what it names.
-        QVERIFY(QFile::link(at(QStringLiteral("Decks")), at(QStringLiteral("Shortcut"))));
-        QCOMPARE(PackageSearch::expand({at(QStringLiteral("Shortcut"))}), each({QStringLiteral("Shortcut/Near.key")}));
-        QVERIFY(QFile::link(at(QStringLiteral("Decks/Near.key")), at(QStringLiteral("Talk"))));
-        QCOMPARE(PackageSearch::expand({at(QStringLiteral("Talk"))}), each({QStringLiteral("Talk")}));
+        QVERIFY(QFile::link(at("Decks"), at("Shortcut")));
+        QCOMPARE(PackageSearch::expand({at("Shortcut")}), each({"Shortcut/Near.key"}));
+        QVERIFY(QFile::link(at("Decks/Near.key"), at("Talk")));
+        QCOMPARE(PackageSearch::expand({at("Talk")}), each({"Talk"}));
     }
 
     void passesOverWhatItCannotRead()
     {
-        if (::geteuid() == 0 && QStandardPaths::findExecutable(QStringLiteral("setpriv")).isEmpty())
+        if (::geteuid() == 0 && QStandardPaths::findExecutable("setpriv").isEmpty())
             QSKIP("as root every folder can be read; running as nobody needs setpriv");
-        folders({QStringLiteral("a.key"), QStringLiteral("closed/hidden.key"), QStringLiteral("unlisted/hidden.key"),
-                 QStringLiteral("locked.key"), QStringLiteral("z.key")});
-        QVERIFY(QFile::setPermissions(at(QStringLiteral("closed")), {}));
-        QVERIFY(QFile::setPermissions(at(QStringLiteral("unlisted")), QFile::ExeOwner | QFile::ExeOther));
-        QVERIFY(QFile::setPermissions(at(QStringLiteral("locked.key")), {}));
+        folders({"a.key", "closed/hidden.key", "unlisted/hidden.key", "locked.key", "z.key"});
+        QVERIFY(QFile::setPermissions(at("closed"), {}));
+        QVERIFY(QFile::setPermissions(at("unlisted"), QFile::ExeOwner | QFile::ExeOther));
+        QVERIFY(QFile::setPermissions(at("locked.key"), {}));
         // The way in is open to the stranger.
         QVERIFY(::chmod(QFile::encodeName(m_work.path()).constData(), 0755) == 0);
         // A package that cannot be read is still one: the converter says why it cannot take it.
-        QCOMPARE(expandAsStranger({m_root}),
-                 each({QStringLiteral("a.key"), QStringLiteral("locked.key"), QStringLiteral("z.key")}));
-        QCOMPARE(expandAsStranger({at(QStringLiteral("closed"))}), QStringList());
+        QCOMPARE(expandAsStranger({m_root}), each({"a.key", "locked.key", "z.key"}));
+        QCOMPARE(expandAsStranger({at("closed")}), QStringList());
     }
 
     void searchesATreeDeeperThanAPathCanName()
@@ -153,7 +148,7 @@ private Q_SLOTS:
         QCOMPARE(found.size(), 2);
         QCOMPARE(found.first(), at(QString::fromLatin1(relative + "Shallow.key")));
         QVERIFY(found.last().endsWith(QLatin1String("/d/d/Deep.key")));
-        QCOMPARE(found.last().count(QStringLiteral("/d")), depth - 1);
+        QCOMPARE(found.last().count("/d"), depth - 1);
     }
 };
 

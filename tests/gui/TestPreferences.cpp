@@ -95,24 +95,17 @@ private Q_SLOTS:
         QTest::addColumn<QString>("control");
         QTest::addColumn<QString>("item"); // for a check box: "off" is one click, "on" a second one
         QTest::addColumn<QVariantMap>("written");
-        QTest::newRow("completion") << "finishedActionCombo"
-                                    << "Show in Finder" << QVariantMap{{"completedAction", "Show in Finder"}};
-        QTest::newRow("Day") << "intervalCombo"
-                             << "Day" << QVariantMap{{"updateInterval", qint64(86400)}};
-        QTest::newRow("Week") << "intervalCombo"
-                              << "Week" << QVariantMap{{"updateInterval", qint64(604800)}};
-        QTest::newRow("Year, which shows as Month") << "intervalCombo"
-                                                    << "Year" << QVariantMap{{"updateInterval", qint64(2419200)}};
-        QTest::newRow("Month writes nothing") << "intervalCombo"
-                                              << "Month" << QVariantMap();
-        QTest::newRow("sound off") << "sendSoundButton"
-                                   << "off" << QVariantMap{{"playSound", "false"}};
-        QTest::newRow("sound on") << "sendSoundButton"
-                                  << "on" << QVariantMap{{"playSound", "true"}};
-        QTest::newRow("updates off") << "checkForUpdates"
-                                     << "off" << QVariantMap{{"checkUpdates", "false"}};
-        QTest::newRow("stop off") << "stopForErrors"
-                                  << "off" << QVariantMap{{"stopForErrors", "false"}};
+        QTest::newRow("completion") << QString("finishedActionCombo") << "Show in Finder"
+                                    << QVariantMap{{"completedAction", "Show in Finder"}};
+        QTest::newRow("Day") << QString("intervalCombo") << "Day" << QVariantMap{{"updateInterval", qint64(86400)}};
+        QTest::newRow("Week") << QString("intervalCombo") << "Week" << QVariantMap{{"updateInterval", qint64(604800)}};
+        QTest::newRow("Year, which shows as Month")
+            << QString("intervalCombo") << "Year" << QVariantMap{{"updateInterval", qint64(2419200)}};
+        QTest::newRow("Month writes nothing") << QString("intervalCombo") << "Month" << QVariantMap();
+        QTest::newRow("sound off") << QString("sendSoundButton") << "off" << QVariantMap{{"playSound", "false"}};
+        QTest::newRow("sound on") << QString("sendSoundButton") << "on" << QVariantMap{{"playSound", "true"}};
+        QTest::newRow("updates off") << QString("checkForUpdates") << "off" << QVariantMap{{"checkUpdates", "false"}};
+        QTest::newRow("stop off") << QString("stopForErrors") << "off" << QVariantMap{{"stopForErrors", "false"}};
     }
 
     void controlsWriteExactValues()

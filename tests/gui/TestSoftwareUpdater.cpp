@@ -77,12 +77,9 @@ private Q_SLOTS:
         QTest::addColumn<QString>("a");
         QTest::addColumn<QString>("b");
         QTest::addColumn<int>("expected");
-        QTest::newRow("numeric, not textual") << "1.10"
-                                              << "1.9" << 1;
-        QTest::newRow("missing parts are zero") << "1.0"
-                                                << "1.0.0" << 0;
-        QTest::newRow("pre-release before release") << "2.0b1"
-                                                    << "2.0" << -1;
+        QTest::newRow("numeric, not textual") << QString("1.10") << "1.9" << 1;
+        QTest::newRow("missing parts are zero") << QString("1.0") << "1.0.0" << 0;
+        QTest::newRow("pre-release before release") << QString("2.0b1") << "2.0" << -1;
     }
 
     void compareVersions()
@@ -96,8 +93,8 @@ private Q_SLOTS:
 
     void check_data()
     {
-        QTest::addColumn<qint64>(
-            "age"); // of the last check, for a check at start (the interval is an hour); -1: asked for
+        // The age of the last check, for a check at start (the interval is an hour); -1: asked for.
+        QTest::addColumn<qint64>("age");
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<QString>("message"); // of the one alert; none when empty
         QTest::addColumn<QString>("detail");
