@@ -45,11 +45,9 @@ class TestPackageSearch : public QObject
         if (::geteuid() != 0)
             return PackageSearch::expand(paths);
         QProcess child;
-        child.start(QStringLiteral("setpriv"),
-                    QStringList{QStringLiteral("--reuid=nobody"), QStringLiteral("--regid=nogroup"),
-                                QStringLiteral("--clear-groups"), QCoreApplication::applicationFilePath(),
-                                QStringLiteral("--expand")}
-                        + paths);
+        child.start("setpriv", QStringList{"--reuid=nobody", "--regid=nogroup", "--clear-groups",
+                                           QCoreApplication::applicationFilePath(), "--expand"}
+                                   + paths);
         if (!child.waitForFinished(30000) || child.exitCode() != 0)
             return {QStringLiteral("the search as nobody failed: ")
                     + QString::fromLocal8Bit(child.readAllStandardError())};

@@ -60,7 +60,7 @@ public Q_SLOTS:
                 const QStringList &actions, const QVariantMap &hints, int timeout)
     {
         calls.append(QStringList{app, QString::number(replaces), icon, summary, body, actions.join(QLatin1Char(',')),
-                                 hints.value(QStringLiteral("desktop-entry")).toString(), QString::number(timeout)}
+                                 hints.value("desktop-entry").toString(), QString::number(timeout)}
                          .join(QLatin1Char('|')));
         return ++lastId;
     }
@@ -92,12 +92,12 @@ class TestDesktopServices : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        m_presentation = m_dir.filePath(QStringLiteral("Out Folder/My Talk.key"));
+        m_presentation = m_dir.filePath("Out Folder/My Talk.key");
         QVERIFY(writeFile(m_presentation, "PK"));
-        qputenv("XDG_DATA_HOME", m_dir.filePath(QStringLiteral("data-home")).toLocal8Bit());
-        qputenv("XDG_DATA_DIRS", m_dir.filePath(QStringLiteral("no-data-dirs")).toLocal8Bit());
+        qputenv("XDG_DATA_HOME", m_dir.filePath("data-home").toLocal8Bit());
+        qputenv("XDG_DATA_DIRS", m_dir.filePath("no-data-dirs").toLocal8Bit());
 #ifdef DECKWRIGHT_HAVE_DBUS
-        const QString config = m_dir.filePath(QStringLiteral("bus.conf"));
+        const QString config = m_dir.filePath("bus.conf");
         QVERIFY(writeFile(config, "<busconfig><listen>unix:dir=" + m_dir.path().toUtf8()
                                       + "</listen><policy context=\"default\"><allow send_destination=\"*\"/>"
                                         "<allow receive_sender=\"*\"/><allow own=\"*\"/></policy></busconfig>\n"));
@@ -119,18 +119,18 @@ private Q_SLOTS:
         if (skipWithoutBus())
             return;
 #ifdef DECKWRIGHT_HAVE_DBUS
-        QVERIFY(QDBusConnection::connectToBus(m_bus, QStringLiteral("client")).isConnected());
-        TestableServices services(QStringLiteral("client"));
+        QVERIFY(QDBusConnection::connectToBus(m_bus, "client").isConnected());
+        TestableServices services("client");
 
         // Nobody owns the file manager's name.
         QVERIFY(services.revealFile(m_presentation, QString()));
         QTRY_COMPARE(services.defaultOpened,
                      QList<QUrl>{QUrl::fromLocalFile(m_dir.filePath(QStringLiteral("Out Folder")))});
 
-        QDBusConnection fileManagerBus = QDBusConnection::connectToBus(m_bus, QStringLiteral("fm"));
+        QDBusConnection fileManagerBus = QDBusConnection::connectToBus(m_bus, "fm");
         FakeFileManager fileManager;
-        QVERIFY(fileManagerBus.registerService(QStringLiteral("org.freedesktop.FileManager1")));
-        QVERIFY(fileManagerBus.registerObject(QStringLiteral("/org/freedesktop/FileManager1"), &fileManager,
+        QVERIFY(fileManagerBus.registerService("org.freedesktop.FileManager1"));
+        QVERIFY(fileManagerBus.registerObject("/org/freedesktop/FileManager1", &fileManager,
                                               QDBusConnection::ExportAllSlots));
         QVERIFY(services.revealFile(m_presentation, QString()));
         const QString uri = QStringLiteral("file://") + m_dir.path() + QStringLiteral("/Out%20Folder/My%20Talk.key");
@@ -143,8 +143,8 @@ private Q_SLOTS:
         if (skipWithoutBus())
             return;
 #ifdef DECKWRIGHT_HAVE_DBUS
-        QVERIFY(QDBusConnection::connectToBus(m_bus, QStringLiteral("notify client")).isConnected());
-        FreedesktopDesktopServices services(QStringLiteral("notify client"));
+        QVERIFY(QDBusConnection::connectToBus(m_bus, "notify client").isConnected());
+        FreedesktopDesktopServices services("notify client");
         int shown = 0;
         const auto notify = [&] {
             return services.notify("Deckwright", "1 presentation converted", "Show in Files", [&] { ++shown; });
@@ -152,11 +152,10 @@ private Q_SLOTS:
 
         // No notification server: nothing shown, and the caller hears so.
         QVERIFY(!notify());
-        QDBusConnection serverBus = QDBusConnection::connectToBus(m_bus, QStringLiteral("notifications"));
+        QDBusConnection serverBus = QDBusConnection::connectToBus(m_bus, "notifications");
         FakeNotificationServer server;
-        QVERIFY(serverBus.registerService(QStringLiteral("org.freedesktop.Notifications")));
-        QVERIFY(serverBus.registerObject(QStringLiteral("/org/freedesktop/Notifications"), &server,
-                                         QDBusConnection::ExportAllSlots));
+        QVERIFY(serverBus.registerService("org.freedesktop.Notifications"));
+        QVERIFY(serverBus.registerObject("/org/freedesktop/Notifications", &server, QDBusConnection::ExportAllSlots));
         QVERIFY(notify());
         QTRY_COMPARE(server.calls,
                      QStringList{"Deckwright|0|deckwright|Deckwright|1 presentation converted|"
@@ -166,29 +165,29 @@ private Q_SLOTS:
         for (uint id : {server.lastId + 1, server.lastId}) {
             QDBusMessage signal = QDBusMessage::createSignal("/org/freedesktop/Notifications",
                                                              "org.freedesktop.Notifications", "ActionInvoked");
-            QVERIFY(serverBus.send(signal << id << QStringLiteral("show")));
+            QVERIFY(serverBus.send(signal << id << "show"));
         }
         QTRY_COMPARE(shown, 1);
         QTest::qWait(50);
         QCOMPARE(shown, 1);
-        QDBusConnection::disconnectFromBus(QStringLiteral("notifications"));
-        QDBusConnection::disconnectFromBus(QStringLiteral("notify client"));
+        QDBusConnection::disconnectFromBus("notifications");
+        QDBusConnection::disconnectFromBus("notify client");
 #endif
     }
 
     void openFileStartsTheNamedApplicationElseTheDefault()
     {
         TestableServices services;
-        QVERIFY(services.openFile(m_presentation, QStringLiteral("Keynote")));
+        QVERIFY(services.openFile(m_presentation, "Keynote"));
         QCOMPARE(services.defaultOpened, QList<QUrl>{QUrl::fromLocalFile(m_presentation)});
 
-        const QString record = m_dir.filePath(QStringLiteral("arguments.txt"));
-        const QString script = m_dir.filePath(QStringLiteral("bin dir/record arguments"));
+        const QString record = m_dir.filePath("arguments.txt");
+        const QString script = m_dir.filePath("bin dir/record arguments");
         QVERIFY(writeFile(
             script,
             QStringLiteral("#!/bin/sh\nprintf '%s\\n' \"$@\" > '%1.part'\nmv '%1.part' '%1'\n").arg(record).toUtf8()));
         QVERIFY(QFile::setPermissions(script, QFile::permissions(script) | QFile::ExeOwner));
-        const QString applications = m_dir.filePath(QStringLiteral("data-home/applications/"));
+        const QString applications = m_dir.filePath("data-home/applications/");
         // Sorts first, and only its translated name matches.
         QVERIFY(writeFile(applications + QStringLiteral("a-decoy.desktop"),
                           "[Desktop Entry]\nType=Application\nName=Slides\nName[xx]=Keynote\nExec=/bin/false %f\n"));
@@ -197,7 +196,7 @@ private Q_SLOTS:
                               .arg(script)
                               .toUtf8()));
         services.defaultOpened.clear();
-        QVERIFY(services.openFile(m_presentation, QStringLiteral("Keynote")));
+        QVERIFY(services.openFile(m_presentation, "Keynote"));
         QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(record), 20000);
         QFile arguments(record);
         QVERIFY(arguments.open(QIODevice::ReadOnly));
@@ -208,7 +207,7 @@ private Q_SLOTS:
     void playSoundWithoutAudioDeviceDoesNothing()
     {
         // The chime of a finished conversion is compiled in.
-        QVERIFY(!GenericDesktopServices::soundResource(QStringLiteral("Glass")).isEmpty());
+        QVERIFY(!GenericDesktopServices::soundResource("Glass").isEmpty());
         // No sound server, as on a build machine, whatever this machine has.
         const QTemporaryDir runtimeFolder;
         qputenv("XDG_RUNTIME_DIR", runtimeFolder.path().toLocal8Bit());
@@ -217,7 +216,7 @@ private Q_SLOTS:
         QTest::failOnWarning(QRegularExpression());
         {
             FreedesktopDesktopServices services;
-            services.playSound(QStringLiteral("Glass"));
+            services.playSound("Glass");
             QCoreApplication::processEvents();
         }
     }

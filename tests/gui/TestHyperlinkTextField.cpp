@@ -24,8 +24,8 @@ private Q_SLOTS:
     void noLinkGivesNoRecordsAndOpensNothing_data()
     {
         QTest::addColumn<QString>("text");
-        QTest::newRow("plain words") << QStringLiteral("Just some words");
-        QTest::newRow("named anchor, no target") << QStringLiteral("<a name=\"here\">a place</a> to jump to");
+        QTest::newRow("plain words") << "Just some words";
+        QTest::newRow("named anchor, no target") << "<a name=\"here\">a place</a> to jump to";
     }
 
     void noLinkGivesNoRecordsAndOpensNothing()
@@ -43,8 +43,7 @@ private Q_SLOTS:
     void oneLinkPointsAndOpensOnlyFromTheLink()
     {
         RecordingDesktopServices desktop;
-        HyperlinkTextField field(
-            QStringLiteral("Visit <a href=\"https://example.org/docs?x=1&amp;y=2\">our site</a> today"));
+        HyperlinkTextField field("Visit <a href=\"https://example.org/docs?x=1&amp;y=2\">our site</a> today");
         field.resize(300, 40);
         field.show();
         const auto infos = field.hyperlinkInfos();
@@ -63,13 +62,13 @@ private Q_SLOTS:
         QTest::mouseClick(&field, Qt::LeftButton, {}, link - QPoint(30, 0));
         QVERIFY(desktop.calls.isEmpty());
         QTest::mouseClick(&field, Qt::LeftButton, {}, link);
-        QCOMPARE(desktop.calls, QStringList{QStringLiteral("openUrl(\"https://example.org/docs?x=1&y=2\")")});
+        QCOMPARE(desktop.calls, QStringList{"openUrl(\"https://example.org/docs?x=1&y=2\")"});
     }
 
     void wrappedLinkHasARecordPerLineAndOpensOncePerRecord()
     {
         RecordingDesktopServices desktop;
-        HyperlinkTextField field(QStringLiteral("See <a href=\"https://example.org/w\">the long linked phrase</a>."));
+        HyperlinkTextField field("See <a href=\"https://example.org/w\">the long linked phrase</a>.");
         field.setWordWrap(true);
         field.setFixedWidth(120);
         field.adjustSize();

@@ -25,7 +25,7 @@ struct MapBackend : SettingsBackend
         saved = values;
         return true;
     }
-    QString location() const override { return QStringLiteral("(test)"); }
+    QString location() const override { return "(test)"; }
     QVariantMap saved;
 };
 
@@ -40,7 +40,7 @@ QString shown(Preferences &pane)
     return QStringList{ui.finishedActionCombo->currentText(), state("sound", ui.sendSoundButton),
                        state("updates", ui.checkForUpdates),  state("stop", ui.stopForErrors),
                        ui.intervalCombo->currentText(),       ui.outputPathChooserButton->text()}
-        .join(QStringLiteral(", "));
+        .join(", ");
 }
 
 } // namespace
@@ -142,7 +142,7 @@ private Q_SLOTS:
 
     void outputFolderButtonWritesAndRetitlesAtOnce()
     {
-        const QString folder = f.work(QStringLiteral("Out Files"));
+        const QString folder = f.work("Out Files");
         QVERIFY(QDir().mkpath(folder));
         f.choose({folder});
         Preferences pane(nullptr);
@@ -155,7 +155,7 @@ private Q_SLOTS:
 
     void aGoneOutputFolderShowsAsMissingWhenThePaneComesBack()
     {
-        const QString folder = f.work(QStringLiteral("Going Soon"));
+        const QString folder = f.work("Going Soon");
         QVERIFY(QDir().mkpath(folder));
         useStore({{SettingKey::outputPath, FileUrl::absoluteString(folder)},
                   {SettingKey::bookmarkData, *FolderBookmark::platform().create(QUrl::fromLocalFile(folder))}});

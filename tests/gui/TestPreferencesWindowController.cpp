@@ -91,8 +91,7 @@ private Q_SLOTS:
         controller.setPreferencesViewControllers({pane("One"), pane("A longer title")});
         const QButtonGroup *segments = controller.segmentedControlButtons();
         QCOMPARE(segments->button(0)->width(), segments->button(1)->width());
-        QVERIFY(segments->button(0)->width()
-                > QFontMetrics(QApplication::font()).horizontalAdvance(QStringLiteral("A longer title")));
+        QVERIFY(segments->button(0)->width() > QFontMetrics(QApplication::font()).horizontalAdvance("A longer title"));
         QVERIFY(controller.segmentedControl()->width() >= 2 * segments->button(0)->width());
     }
 
@@ -110,11 +109,11 @@ private Q_SLOTS:
     void switchingToATallerPaneKeepsTheTopEdge()
     {
         PreferencesWindowController controller; // items centred: the window grows to both sides
-        const PreferencesPane tall = pane(QStringLiteral("Tall"), QSize(500, 340));
-        controller.setPreferencesViewControllers({pane(QStringLiteral("Small"), QSize(400, 180)), tall});
+        const PreferencesPane tall = pane("Tall", QSize(500, 340));
+        controller.setPreferencesViewControllers({pane("Small", QSize(400, 180)), tall});
         controller.showPreferencesWindow();
         const QRect before = controller.window()->geometry();
-        controller.toolbarItem(QStringLiteral("tall"))->trigger();
+        controller.toolbarItem("tall")->trigger();
         QTRY_COMPARE(controller.activeViewController(), tall);
         const QRect after = controller.window()->geometry();
         QCOMPARE(after.top(), before.top());
@@ -126,12 +125,12 @@ private Q_SLOTS:
     void escapeClosesAndTheFrameComesBackInANewController()
     {
         QTemporaryDir dir;
-        const QString file = dir.filePath(QStringLiteral("settings.json"));
+        const QString file = dir.filePath("settings.json");
         SettingsStore::standard().useFile(file);
         QRect moved;
         {
             PreferencesWindowController controller;
-            controller.setPreferencesViewControllers({pane(QStringLiteral("A"), QSize(380, 210))});
+            controller.setPreferencesViewControllers({pane("A", QSize(380, 210))});
             controller.showPreferencesWindow();
             controller.window()->move(37, 51);
             moved = controller.window()->geometry();
@@ -142,7 +141,7 @@ private Q_SLOTS:
         }
         SettingsStore::standard().useFile(file); // read back from disk, as the next run would
         PreferencesWindowController next;
-        next.setPreferencesViewControllers({pane(QStringLiteral("A"), QSize(380, 210))});
+        next.setPreferencesViewControllers({pane("A", QSize(380, 210))});
         next.showPreferencesWindow();
         QCOMPARE(next.window()->geometry(), moved);
     }

@@ -57,7 +57,7 @@ class Controller : public ProgressBarWindowController
 {
 public:
     Controller()
-        : ProgressBarWindowController(QStringLiteral("ProgressBarView"))
+        : ProgressBarWindowController("ProgressBarView")
     {
     }
     QList<double> values, all;
@@ -110,14 +110,13 @@ private Q_SLOTS:
 
     void showsTheFileAndMovesTheBarOnlyDuringTheConversion()
     {
-        SettingsStore::standard().setObject(SettingKey::prezPath,
-                                            FileUrl::absoluteString(f.in(QStringLiteral("My Talk.key"))));
+        SettingsStore::standard().setObject(SettingKey::prezPath, FileUrl::absoluteString(f.in("My Talk.key")));
         Controller controller;
         // A second run must not find the first one's observers still there.
         controller.showWindow(nullptr);
         controller.showWindow(nullptr);
         QCOMPARE(controller.exTextField()->text(), QStringLiteral("My Talk.key"));
-        QVERIFY(f.outputs().contains(QStringLiteral("My Talk.key")));
+        QVERIFY(f.outputs().contains("My Talk.key"));
         const QList<double> eight = {12.5, 25, 37.5, 50, 62.5, 75, 87.5, 100};
         QCOMPARE(controller.values, eight + eight);
         QCOMPARE(controller.visible, QList<bool>(16, true));
@@ -138,8 +137,7 @@ private Q_SLOTS:
 
     void aLongToolKeepsTheWindowAliveAndTheBarMoving()
     {
-        SettingsStore::standard().setObject(SettingKey::prezPath,
-                                            FileUrl::absoluteString(f.in(QStringLiteral("Plain.key"))));
+        SettingsStore::standard().setObject(SettingKey::prezPath, FileUrl::absoluteString(f.in("Plain.key")));
         // zip names the two large files slowly, one after the other.
         slowTool = "/usr/bin/zip";
         slowScript = QStringLiteral(
@@ -153,7 +151,7 @@ private Q_SLOTS:
         ticks.start(20);
         controller.showWindow(nullptr);
         QVERIFY2(turns >= 20, qPrintable(QString::number(turns)));
-        QVERIFY(f.outputs().contains(QStringLiteral("Plain.key")));
+        QVERIFY(f.outputs().contains("Plain.key"));
         // Between the zip's own events (75 and 87.5) the bar went on, never back and never past them.
         QList<double> within;
         for (double value : controller.all)
@@ -169,16 +167,15 @@ private Q_SLOTS:
     void stopUndoesTheFileAtOnce_data()
     {
         QTest::addColumn<QString>("how");
-        QTest::newRow("Stop button") << QStringLiteral("button");
-        QTest::newRow("Escape") << QStringLiteral("escape");
-        QTest::newRow("close button") << QStringLiteral("close");
+        QTest::newRow("Stop button") << "button";
+        QTest::newRow("Escape") << "escape";
+        QTest::newRow("close button") << "close";
     }
 
     void stopUndoesTheFileAtOnce()
     {
         QFETCH(QString, how);
-        SettingsStore::standard().setObject(SettingKey::prezPath,
-                                            FileUrl::absoluteString(f.in(QStringLiteral("Plain.key"))));
+        SettingsStore::standard().setObject(SettingKey::prezPath, FileUrl::absoluteString(f.in("Plain.key")));
         slowTool = "/bin/cp";
         slowScript = "sleep 30";
         Controller controller;
@@ -189,7 +186,7 @@ private Q_SLOTS:
             QCOMPARE(window->windowTitle(), QStringLiteral("Converting 1 of 3"));
             sinceStop.start();
             if (how == QLatin1String("button"))
-                window->findChild<QPushButton *>(QStringLiteral("stopButton"))->click();
+                window->findChild<QPushButton *>("stopButton")->click();
             else if (how == QLatin1String("escape"))
                 QTest::keyClick(window, Qt::Key_Escape);
             else
@@ -210,15 +207,14 @@ private Q_SLOTS:
     void namesAreDecoded()
     {
         QCOMPARE(ProgressBarWindowController::displayName(QStringLiteral("Caf%C3%A9.key")), QStringLiteral("Café.key"));
-        QVERIFY_FATAL(ProgressBarWindowController::displayName(QStringLiteral("file:///a/Bad%ZZ.key")),
-                      "percent escapes");
-        QVERIFY_FATAL(ProgressBarWindowController::convertFileUrlToPath(QStringLiteral("file:///a b/")), "not a URL");
+        QVERIFY_FATAL(ProgressBarWindowController::displayName("file:///a/Bad%ZZ.key"), "percent escapes");
+        QVERIFY_FATAL(ProgressBarWindowController::convertFileUrlToPath("file:///a b/"), "not a URL");
     }
 
     void missingSettingsAreFatal()
     {
         SettingsStore &settings = SettingsStore::standard();
-        ProgressBarWindowController controller(QStringLiteral("ProgressBarView"));
+        ProgressBarWindowController controller("ProgressBarView");
         settings.useMemory({});
         QVERIFY_FATAL(controller.showWindow(nullptr), "the setting prezPath is missing");
         settings.useMemory({{SettingKey::prezPath, "file:///a/T.key/"}});
@@ -234,9 +230,9 @@ private Q_SLOTS:
         // Gone while the file converts: a batch asks again for a folder gone before it starts.
         NotificationCenter::defaultCenter().addObserver(
             this, ConversionEvents::progress, [this](const Notification &) { QDir(f.out).removeRecursively(); });
-        f.runBatch({QStringLiteral("My Talk.key")});
+        f.runBatch({"My Talk.key"});
         NotificationCenter::defaultCenter().removeObserver(this);
-        QCOMPARE(f.rejected(), QStringList{QStringLiteral("My%20Talk.key")});
+        QCOMPARE(f.rejected(), QStringList{"My%20Talk.key"});
         QCOMPARE(f.alerts.size(), 2); // the file's own, then the summary
         QVERIFY2(f.alerts.first().informativeText().contains(
                      QLatin1String("\"My%20Talk.key\" was converted but could not be saved")),
@@ -253,7 +249,7 @@ private Q_SLOTS:
             if (!std::exchange(stopped, true))
                 StopRequest::request();
         });
-        f.runBatch({QStringLiteral("My Talk.key"), QStringLiteral("Plain.key")});
+        f.runBatch({"My Talk.key", "Plain.key"});
         NotificationCenter::defaultCenter().removeObserver(this);
         QVERIFY(f.alerts.isEmpty());
         QCOMPARE(f.rejected(), QStringList());
@@ -265,20 +261,18 @@ private Q_SLOTS:
     {
         QTest::addColumn<QVariantMap>("settings");
         QTest::addColumn<QStringList>("calls");
-        const QString sound = QStringLiteral("playSound(\"Glass\")");
-        const QString quiet = QStringLiteral("false");
+        const QString sound = "playSound(\"Glass\")";
+        const QString quiet = "false";
         QTest::newRow("nothing stored") << QVariantMap() << QStringList{sound};
-        QTest::newRow("quiet unless exactly true")
-            << QVariantMap{{SettingKey::playSound, QStringLiteral("True")}} << QStringList();
-        QTest::newRow("unknown action") << QVariantMap{{SettingKey::completedAction, QStringLiteral("Print It")},
+        QTest::newRow("quiet unless exactly true") << QVariantMap{{SettingKey::playSound, "True"}} << QStringList();
+        QTest::newRow("unknown action") << QVariantMap{{SettingKey::completedAction, "Print It"},
                                                        {SettingKey::playSound, quiet}}
                                         << QStringList();
-        QTest::newRow("show") << QVariantMap{{SettingKey::completedAction, QStringLiteral("Show in Finder")}}
-                              << QStringList{sound,
-                                             QStringLiteral("revealFile(\"OUT/My Talk.key\", \"ROOT/My Talk.key\")")};
-        QTest::newRow("open") << QVariantMap{{SettingKey::completedAction, QStringLiteral("Open in Keynote")},
+        QTest::newRow("show") << QVariantMap{{SettingKey::completedAction, "Show in Finder"}}
+                              << QStringList{sound, "revealFile(\"OUT/My Talk.key\", \"ROOT/My Talk.key\")"};
+        QTest::newRow("open") << QVariantMap{{SettingKey::completedAction, "Open in Keynote"},
                                              {SettingKey::playSound, quiet}}
-                              << QStringList{QStringLiteral("openFile(\"OUT/My Talk.key\", \"Keynote\")")};
+                              << QStringList{"openFile(\"OUT/My Talk.key\", \"Keynote\")"};
     }
 
     void completionActions()
@@ -286,13 +280,11 @@ private Q_SLOTS:
         QFETCH(QVariantMap, settings);
         QFETCH(QStringList, calls);
         f.reset(settings);
-        f.runBatch({QStringLiteral("My Talk.key")});
+        f.runBatch({"My Talk.key"});
         // The folder has blanks: the file's path decodes them, the reveal's root keeps them escaped.
         QString escapedOut = f.out;
-        escapedOut.replace(QLatin1Char(' '), QStringLiteral("%20"));
-        QCOMPARE(
-            f.desktop.calls,
-            calls.replaceInStrings(QStringLiteral("OUT"), f.out).replaceInStrings(QStringLiteral("ROOT"), escapedOut));
+        escapedOut.replace(QLatin1Char(' '), "%20");
+        QCOMPARE(f.desktop.calls, calls.replaceInStrings("OUT", f.out).replaceInStrings("ROOT", escapedOut));
     }
 };
 

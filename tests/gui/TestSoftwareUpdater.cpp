@@ -60,8 +60,8 @@ const QByteArray sameFeed = feed("<item><title>Current</title><version>1.9.3.0</
 const QByteArray brokenFeed = "<rss version=\"2.0\"><channel><item><title>1.10</title></item>";
 const QByteArray noAnswer; // null: the server stays silent
 
-const QString offer = QStringLiteral("A new version of Deckwright is available!");
-const QString failure = QStringLiteral("Deckwright couldn't check for updates.");
+const QString offer = "A new version of Deckwright is available!";
+const QString failure = "Deckwright couldn't check for updates.";
 } // namespace
 
 class TestSoftwareUpdater : public QObject
@@ -69,7 +69,7 @@ class TestSoftwareUpdater : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase() { QCoreApplication::setApplicationVersion(QStringLiteral("1.9.3")); }
+    void initTestCase() { QCoreApplication::setApplicationVersion("1.9.3"); }
     void init() { SettingsStore::standard().useMemory(); }
 
     void compareVersions_data()

@@ -14,12 +14,12 @@ BatchFixture::BatchFixture()
 {
     FatalTrap::install();
     TestSettings::isolateScratch(m_work.path());
-    const PackageFactory factory(work(QStringLiteral("in")));
+    const PackageFactory factory(work("in"));
     for (const char *name : {"My Talk.key", "Plain.key", "Three.v2.key"})
         factory.make(QString::fromUtf8(name));
-    factory.make(QStringLiteral("Newer.key"), PackageFactory::keynoteFiveDocument());
-    factory.makeWithoutIndex(QStringLiteral("Not Keynote.key"));
-    QFile(in(QStringLiteral("notes.txt"))).open(QIODevice::WriteOnly);
+    factory.make("Newer.key", PackageFactory::keynoteFiveDocument());
+    factory.makeWithoutIndex("Not Keynote.key");
+    QFile(in("notes.txt")).open(QIODevice::WriteOnly);
     OpenPanel::setResponder([this](OpenPanel &panel) {
         panels.append(panel);
         if (answers.empty())
