@@ -303,60 +303,78 @@ private Q_SLOTS:
 
     void convertsOrRefusesEachPackageWhole_data()
     {
-        QTest::addColumn<QString>("script");   // run as root in Talk.key, beside the files in $VICTIM
+        QTest::addColumn<QString>("script");   // run as root in Talk.key; $VICTIM holds files outside, $OUT the output
         QTest::addColumn<QString>("argument"); // the name given for it, in the same folder
-        QTest::addColumn<QString>("reason");   // why it is skipped; none: converted
+        QTest::addColumn<QString>("line");     // %1 the package, %2 the output folder
         QTest::addColumn<bool>("asNobody");
         const auto row
-            = [](const char *tag, const QString &script, const QString &reason, const QString &argument = u"Talk.key"_s,
-                 bool asNobody = false) { QTest::newRow(tag) << script << argument << reason << asNobody; };
-        const QString out = u"it holds a link to a file outside the package: "_s;
+            = [](const char *tag, const QString &script, const QString &line, const QString &argument = u"Talk.key"_s,
+                 bool asNobody = false) { QTest::newRow(tag) << script << argument << line << asNobody; };
+        const auto skip
+            = [](const QString &reason) { return u"skipped: %1: not a Keynote 4 file ("_s + reason + u')'; };
+        const auto to = [](const QString &name) { return u"converted: %1 -> %2/"_s + name; };
+        const QString out = u"it holds a link to a file outside the package: "_s, talk = u"Talk.key"_s;
         row("document a link out", "printf garbage > index.apxl.gz; ln -s \"$VICTIM/secret.txt\" index.apxl",
-            out + "index.apxl");
+            skip(out + "index.apxl"));
         row("relative link out, gz a folder",
-            "rm index.apxl.gz; mkdir index.apxl.gz; ln -s ../../../victim/secret.txt index.apxl", out + "index.apxl");
-        row("document a link inside", "ln -s 'Data/photo one.jpg' index.apxl", "it holds a symbolic link: index.apxl");
-        row("link to /etc/passwd", "ln -s /etc/passwd Data/passwd", out + "Data/passwd");
-        row("link to a folder outside", "ln -s \"$VICTIM\" Data/victim", out + "Data/victim");
-        row("link to itself", "ln -s . self", "it holds a symbolic link: self");
-        row("link to /", "ln -s / root", out + "root");
-        row("link out through a subfolder", "ln -s Data/../.. up", out + "up");
+            "rm index.apxl.gz; mkdir index.apxl.gz; ln -s ../../../victim/secret.txt index.apxl",
+            skip(out + "index.apxl"));
+        row("document a link inside", "ln -s 'Data/photo one.jpg' index.apxl",
+            skip("it holds a symbolic link: index.apxl"));
+        row("link to /etc/passwd", "ln -s /etc/passwd Data/passwd", skip(out + "Data/passwd"));
+        row("link to a folder outside", "ln -s \"$VICTIM\" Data/victim", skip(out + "Data/victim"));
+        row("link to itself", "ln -s . self", skip("it holds a symbolic link: self"));
+        row("link to /", "ln -s / root", skip(out + "root"));
+        row("link out through a subfolder", "ln -s Data/../.. up", skip(out + "up"));
         row("gz a link to a document outside", "rm index.apxl.gz; ln -s \"$VICTIM/doc.apxl.gz\" index.apxl.gz",
-            out + "index.apxl.gz");
-        row("gz a FIFO", "rm index.apxl.gz; mkfifo index.apxl.gz", "it holds a FIFO: index.apxl.gz");
-        row("socket", "true", "it holds a socket: Data/sock"); // bound by the test
-        row("device", "mknod Data/null c 1 3", "it holds a device: Data/null");
+            skip(out + "index.apxl.gz"));
+        row("gz a FIFO", "rm index.apxl.gz; mkfifo index.apxl.gz", skip("it holds a FIFO: index.apxl.gz"));
+        row("socket", "true", skip("it holds a socket: Data/sock")); // bound by the test
+        row("device", "mknod Data/null c 1 3", skip("it holds a device: Data/null"));
         row("deeper than PATH_MAX", "d=.; for i in $(seq 2100); do d=$d/d; done; mkdir -p $d",
-            "a path in it is too long to copy: d/d/*");
+            skip("a path in it is too long to copy: d/d/*"));
         row("package a single file", "cd ..; rm -r Talk.key; cp \"$VICTIM/doc.apxl.gz\" Talk.key",
-            "it is a single file, not a Keynote '08 package");
-        row("package a FIFO", "cd ..; rm -r Talk.key; mkfifo Talk.key", "*");
+            skip("it is a single file, not a Keynote '08 package"));
+        row("package a FIFO", "cd ..; rm -r Talk.key; mkfifo Talk.key", skip("*"));
         // Root reads everything; what an unprivileged person cannot read is refused, not half copied.
         row("unreadable file", "printf secret > Data/secret.jpg; chmod 000 Data/secret.jpg",
-            "it holds a file that could not be read: Data/secret.jpg", u"Talk.key"_s, true);
+            skip("it holds a file that could not be read: Data/secret.jpg"), talk, true);
         row("unreadable folder", "mkdir -p Hidden/Inner; printf x > Hidden/Inner/a; chmod 000 Hidden",
-            "it holds a folder that could not be read: Hidden", u"Talk.key"_s, true);
-        row("read-only package", "find . -type f -exec chmod 0444 {} +; find . -type d -exec chmod 0555 {} +", "",
-            u"Talk.key"_s, true);
-        row("file name not UTF-8", "printf 'not utf-8' > \"Data/$(printf 'caf\\351.jpg')\"", "");
+            skip("it holds a folder that could not be read: Hidden"), talk, true);
+        row("read-only package", "find . -type f -exec chmod 0444 {} +; find . -type d -exec chmod 0555 {} +", to(talk),
+            talk, true);
+        row("file name not UTF-8", "printf 'not utf-8' > \"Data/$(printf 'caf\\351.jpg')\"", to(talk));
         row("300 folders deep", "d=.; for i in $(seq 300); do d=$d/d; done; mkdir -p $d; printf deep > $d/leaf.txt",
-            "");
-        row("hidden file, empty folder", "printf x > .hidden; mkdir Empty", "");
-        row("given as a link", "ln -s Talk.key ../Alias.key", "", u"Alias.key"_s);
-        row("name of 255 bytes", "cd ..; mv Talk.key \"$ARG\"", "", QString(251, u'T') + u".key"_s);
-        row("name with dots", "cd ..; mv Talk.key \"$ARG\"", "", u"Talk.v2.final.key"_s);
+            to(talk));
+        row("hidden file, empty folder", "printf x > .hidden; mkdir Empty", to(talk));
+        row("given as a link", "ln -s Talk.key ../Alias.key", to(talk), u"Alias.key"_s);
+        const QString longest = QString(251, u'T') + u".key"_s, dotted = u"Talk.v2.final.key"_s;
+        row("name of 255 bytes", "cd ..; mv Talk.key \"$ARG\"", to(longest), longest);
+        row("name with dots", "cd ..; mv Talk.key \"$ARG\"", to(dotted), dotted);
         // Well inside the document size limit, and far beyond any real deck.
         row("document of 200 MB",
             "{ printf '<key:presentation key:version=\"72007061400\">\\n'; yes '  <key:notes>Lorem ipsum dolor sit "
             "amet.</key:notes>' | head -c 200000000; printf '</key:presentation>\\n'; } | gzip -1 -n > index.apxl.gz",
-            "");
+            to(talk));
+        // Names in use in the output folder are never written over or through: the next number serves.
+        row("output name a dangling link out", "ln -s \"$VICTIM/planted.key\" \"$OUT/Talk.key\"", to("Talk.1.key"));
+        row("output name a link to a file outside", "ln -s \"$VICTIM/secret.txt\" \"$OUT/Talk.key\"", to("Talk.1.key"));
+        row("output names a file, folder, link",
+            "cd \"$OUT\"; printf mine > Talk.key; mkdir Talk.1.key; "
+            "ln -s \"$VICTIM/planted.2.key\" Talk.2.key",
+            to("Talk.3.key"));
+        row("output name in use, dotted", "cd ..; mv Talk.key \"$ARG\"; printf mine > \"$OUT/$ARG\"", to("Talk.1.key"),
+            dotted);
+        // The numbered name (the part before the first dot + ".1.key") outgrows 255 bytes.
+        row("output name in use, no numbered name fits", "cd ..; mv Talk.key \"$ARG\"; printf mine > \"$OUT/$ARG\"",
+            u"failed: %1: could not write %2/"_s + longest.chopped(4) + u".1.key (File name too long)"_s, longest);
     }
 
     void convertsOrRefusesEachPackageWhole()
     {
         QFETCH(QString, script);
         QFETCH(QString, argument);
-        QFETCH(QString, reason);
+        QFETCH(QString, line);
         QFETCH(bool, asNobody);
         if (script.startsWith(u"mknod"_s) && ::geteuid() != 0)
             QSKIP("making a device needs root");
@@ -371,66 +389,25 @@ private Q_SLOTS:
                 QCOMPARE(QProcess::execute(u"chown"_s, {u"nobody:nogroup"_s, folder}), 0);
         }
         const QString after = PackageFactory(s.in).make(u"After.key"_s);
-        QCOMPARE(
-            shell(script, PackageFactory(s.in).make(u"Talk.key"_s), {{u"VICTIM"_s, m_victim}, {u"ARG"_s, argument}}),
-            0);
+        QCOMPARE(shell(script, PackageFactory(s.in).make(u"Talk.key"_s),
+                       {{u"VICTIM"_s, m_victim}, {u"ARG"_s, argument}, {u"OUT"_s, s.out}}),
+                 0);
         const QString package = s.in + u'/' + argument, real = QFileInfo(package).canonicalFilePath();
         QVERIFY(QByteArray(QTest::currentDataTag()) != "socket" || bindSocket(bytes(real) + "/Data/sock"));
-        const Tree before = tree(real);
+        const Tree before = tree(real), planted = tree(s.out);
         const QStringList nobody{u"setpriv"_s, u"--reuid=nobody"_s, u"--regid=nogroup"_s, u"--clear-groups"_s};
         // An output folder given in a roundabout way is named by its clean absolute path.
         const Run r = run(
             (asNobody ? nobody : QStringList()) + convertCommand(s, {package, after}, s.out + u"/../out/./"_s), s.env);
-        const QString name = QFileInfo(real).fileName();
-        QVERIFY2(printed(r.out, {reason.isEmpty() ? u"converted: %1 -> %2/%3"_s.arg(package, s.out, name)
-                                                  : u"skipped: %1: not a Keynote 4 file (%2)"_s.arg(package, reason),
-                                 u"converted: %1 -> %2/After.key"_s.arg(after, s.out)}),
+        QVERIFY2(printed(r.out, {fill(line, package, s.out), u"converted: %1 -> %2/After.key"_s.arg(after, s.out)}),
                  r.out.constData());
-        QCOMPARE(r.code, reason.isEmpty() ? 0 : 1);
-        QCOMPARE(tree(real), before);
-        QMap<QString, QString> archives{{u"After.key"_s, after}};
-        if (reason.isEmpty())
-            archives.insert(name, real);
-        QVERIFY_NO_PROBLEM(outcome(s, archives));
-    }
-
-    void neverWritesOverOrThroughANameInUse_data()
-    {
-        QTest::addColumn<QString>("package");
-        QTest::addColumn<QString>("script"); // run in the output folder; $PKG is the package's name
-        QTest::addColumn<QString>("line");   // %1 the package, %2 the output folder
-        const QString talk = u"Talk.key"_s, stem = QString(251, u'T');
-        QTest::newRow("dangling link out") << talk << "ln -s \"$VICTIM/planted.key\" Talk.key"
-                                           << "converted: %1 -> %2/Talk.1.key";
-        QTest::newRow("link to a file outside") << talk << "ln -s \"$VICTIM/secret.txt\" Talk.key"
-                                                << "converted: %1 -> %2/Talk.1.key";
-        QTest::newRow("file, folder, link at the numbers")
-            << talk << "printf mine > Talk.key; mkdir Talk.1.key; ln -s \"$VICTIM/planted.2.key\" Talk.2.key"
-            << "converted: %1 -> %2/Talk.3.key";
-        QTest::newRow("dotted name") << "Talk.v2.key"
-                                     << "printf mine > \"$PKG\""
-                                     << "converted: %1 -> %2/Talk.1.key";
-        // The numbered name (the part before the first dot + ".1.key") outgrows 255 bytes.
-        QTest::newRow("no numbered name fits")
-            << stem + u".key"_s << "printf mine > \"$PKG\""
-            << u"failed: %1: could not write %2/%3.1.key (File name too long)"_s.arg(u"%1"_s, u"%2"_s, stem);
-    }
-
-    void neverWritesOverOrThroughANameInUse()
-    {
-        QFETCH(QString, package);
-        QFETCH(QString, script);
-        QFETCH(QString, line);
-        const Site s = site();
-        const QString path = PackageFactory(s.in).make(package);
-        QCOMPARE(shell(script, s.out, {{u"VICTIM"_s, m_victim}, {u"PKG"_s, package}}), 0);
-        const Tree planted = tree(s.out);
-        const Run r = convert(s, {path});
-        QVERIFY2(printed(r.out, {fill(line, path, s.out)}), r.out.constData());
         const bool converted = line.startsWith(u"converted"_s);
         QCOMPARE(r.code, converted ? 0 : 1);
-        QVERIFY_NO_PROBLEM(outcome(
-            s, converted ? QMap<QString, QString>{{line.section(u'/', -1), path}} : QMap<QString, QString>(), planted));
+        QCOMPARE(tree(real), before);
+        QMap<QString, QString> archives{{u"After.key"_s, after}};
+        if (converted)
+            archives.insert(line.section(u'/', -1), real);
+        QVERIFY_NO_PROBLEM(outcome(s, archives, planted));
     }
 
     void leavesAPlantedScratchNameAlone_data()
