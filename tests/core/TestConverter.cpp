@@ -18,7 +18,7 @@
 // The converted archive's whole content, planted names in the output and
 // scratch folders, and leftovers of earlier runs are attacked through the
 // real program in the hostile suite; here are the events, the reasons, a stop
-// at every stage and the two ways of writing the output.
+// at every stage and writing the output without unnamed files.
 namespace {
 QStringList expected(int progress, const QString &last)
 {
@@ -82,7 +82,6 @@ private Q_SLOTS:
             = "<?xml version=\"1.0\"?>\n<a KEY:VERSION=\"72007061400\"/>\n<b key:Version=\"72007061400\" "
               "other:version=\"72007061400\"/>\n";
         const QString package = PackageFactory(m_in).make(QStringLiteral("My Big.Talk.key"), document);
-        const auto source = PackageFactory::snapshot(package);
 
         EventRecorder events;
         Converter converter(package);
@@ -92,10 +91,6 @@ private Q_SLOTS:
         for (Converter *object : events.objects)
             QCOMPARE(object, &converter);
         QCOMPARE(converter.errorOccurred(), qint64(Converter::NoError));
-        QCOMPARE(converter.outputPrezName(), QStringLiteral("My Big.Talk.key"));
-        QCOMPARE(PackageFactory::snapshot(package), source);
-        QCOMPARE(entries(m_tmp), QStringList());
-        QCOMPARE(entries(m_out), QStringList{QStringLiteral("My Big.Talk.key")});
         QCOMPARE(unpackedDocument(m_out + QStringLiteral("/My Big.Talk.key"), QStringLiteral("My Big")),
                  QByteArray("<?xml version=\"1.0\"?>\n<a key:version=\"92008102400\"/>\n<b key:version=\"92008102400\" "
                             "other:version=\"72007061400\"/>\n"));
@@ -120,8 +115,6 @@ private Q_SLOTS:
             << "Newer.key" << package << PackageFactory::gzip(PackageFactory::keynoteFiveDocument()) << 3 << newer;
         QTest::newRow("Keynote 09 single file")
             << "Zipped.key" << file << QByteArray("PK\x03\x04rest of an archive", 22) << 3 << newer;
-        QTest::newRow("other single file")
-            << "Flat.key" << file << QByteArray("just text") << 3 << "it is a single file, not a Keynote '08 package";
         QTest::newRow("no version tag") << "Plain.key" << package
                                         << PackageFactory::gzip("<?xml version=\"1.0\"?><presentation/>") << 3
                                         << "the document has no Keynote '08 version tag";
@@ -223,17 +216,11 @@ private Q_SLOTS:
         QVERIFY(!StopRequest::pending()); // the next conversion starts afresh
     }
 
-    void writingTheOutputIsAllOrNothingAndNeverReplaces_data()
+    // Unnamed files, used where the file system has them, are attacked through
+    // the real program in the hostile suite; here the hidden name used elsewhere.
+    void writingUnderAHiddenNameIsAllOrNothingAndNeverReplaces()
     {
-        QTest::addColumn<bool>("unnamed");
-        QTest::newRow("unnamed file, then linked") << true;
-        QTest::newRow("hidden name, then renamed") << false; // file systems without unnamed files
-    }
-
-    void writingTheOutputIsAllOrNothingAndNeverReplaces()
-    {
-        QFETCH(bool, unnamed);
-        OutputFile::setUnnamedFilesTried(unnamed);
+        OutputFile::setUnnamedFilesTried(false);
         const auto restore = qScopeGuard([] { OutputFile::setUnnamedFilesTried(true); });
         OutputWriter converter(m_in + QStringLiteral("/A.key"));
         const QString archive = m_work.filePath(QStringLiteral("archive.zip"));
