@@ -35,12 +35,6 @@ const QString kBinary = QStringLiteral(DECKWRIGHT_BINARY);
 const QByteArray kOldTag = "key:version=\"72007061400\"";
 const QByteArray kNewTag = "key:version=\"92008102400\"";
 
-#define QVERIFY_NO_PROBLEM(expression)                                                                                 \
-    do {                                                                                                               \
-        const QString problem_ = (expression);                                                                         \
-        QVERIFY2(problem_.isEmpty(), qPrintable(problem_));                                                            \
-    } while (false)
-
 QByteArray bytes(const QString &path)
 {
     return QFile::encodeName(path);
@@ -186,13 +180,6 @@ QString fill(QString line, const QString &package, const QString &folder)
     return line.replace(u"%1"_s, package).replace(u"%2"_s, folder);
 }
 
-bool canRunAsNobody()
-{
-    return ::geteuid() == 0
-           && QProcess::execute(
-                  u"sh"_s, {u"-c"_s, u"exec >/dev/null; command -v setpriv && id nobody && getent group nogroup"_s})
-                  == 0;
-}
 } // namespace
 
 class TestHostile : public QObject
@@ -229,11 +216,10 @@ private:
     }
 
     // The archive must test whole and hold exactly the package's files, its document rewritten and deflated.
-    QString archiveProblem(const QString &archive, const QString &package)
+    void checkArchive(const QString &archive, const QString &package)
     {
         const Run tested = run({u"unzip"_s, u"-tqq"_s, archive});
-        if (tested.code != 0)
-            return u"unzip -t %1: %2"_s.arg(archive, QString::fromLocal8Bit(tested.out + tested.err));
+        QVERIFY2(tested.code == 0, qPrintable(archive + u": "_s + QString::fromLocal8Bit(tested.out + tested.err)));
         const QString into = m_work.filePath(u"extracted"_s);
         run({u"unzip"_s, u"-qq"_s, archive, u"-d"_s, into});
         const Tree got = filesOf(tree(into));
@@ -248,34 +234,29 @@ private:
         const QByteArray document
             = run({u"gunzip"_s, u"-c"_s, package + u"/index.apxl.gz"_s}).out.replace(kOldTag, kNewTag);
         want.insert(top + "index.apxl", QCryptographicHash::hash(document, QCryptographicHash::Sha1).toHex());
-        if (top.isEmpty() || got != want)
-            return u"%1 holds [%2], the package [%3]"_s.arg(archive, QString::fromUtf8(got.keys().join(", ")),
-                                                            QString::fromUtf8(want.keys().join(", ")));
-        if (!run({u"unzip"_s, u"-v"_s, archive}).out.contains(" Defl:"))
-            return archive + u" stores its document"_s;
-        return QString();
+        QVERIFY2(!top.isEmpty() && got == want,
+                 qPrintable(u"%1 holds [%2], the package [%3]"_s.arg(archive, QString::fromUtf8(got.keys().join(", ")),
+                                                                     QString::fromUtf8(want.keys().join(", ")))));
+        QVERIFY2(run({u"unzip"_s, u"-v"_s, archive}).out.contains(" Defl:"), qPrintable(archive + u" stores all"_s));
     }
 
     // What a finished command may leave: these archives, each whole, and the
     // other entries of the output folder as they were; an empty scratch folder;
     // files outside as they were.
-    QString outcome(const Site &s, const QMap<QString, QString> &archives, const Tree &others = {})
+    void checkOutcome(const Site &s, const QMap<QString, QString> &archives, const Tree &others = {})
     {
         Tree left = tree(s.out);
         for (auto it = archives.begin(); it != archives.end(); ++it) {
             left.remove(it.key().toUtf8());
-            if (const QString problem = archiveProblem(s.out + u'/' + it.key(), it.value()); !problem.isEmpty())
-                return problem;
+            checkArchive(s.out + u'/' + it.key(), it.value());
         }
-        if (left != others)
-            return u"the output folder holds: "_s + QString::fromUtf8(tree(s.out).keys().join(", "));
+        QVERIFY2(left == others, qPrintable(u"the output folder holds: "_s + tree(s.out).keys().join(", ")));
         // A command that never needed one may not have made the scratch folder at all.
-        if (const Tree scratch = tree(s.runtime);
-            !scratch.isEmpty() && scratch.keys() != QList<QByteArray>{"deckwright"})
-            return u"the scratch folder holds: "_s + QString::fromUtf8(scratch.keys().join(", "));
-        if (tree(m_victim) != m_victimBefore || sha1("/etc/passwd") != m_passwdBefore)
-            return u"a file outside the package changed"_s;
-        return QString();
+        const Tree scratch = tree(s.runtime);
+        QVERIFY2(scratch.isEmpty() || scratch.keys() == QList<QByteArray>{"deckwright"},
+                 qPrintable(u"the scratch folder holds: "_s + scratch.keys().join(", ")));
+        QVERIFY2(tree(m_victim) == m_victimBefore && sha1("/etc/passwd") == m_passwdBefore,
+                 "a file outside the package changed");
     }
 
 private Q_SLOTS:
@@ -378,7 +359,12 @@ private Q_SLOTS:
         QFETCH(bool, asNobody);
         if (script.startsWith(u"mknod"_s) && ::geteuid() != 0)
             QSKIP("making a device needs root");
-        if (asNobody && !canRunAsNobody())
+        if (asNobody
+            && (::geteuid() != 0
+                || QProcess::execute(
+                       u"sh"_s,
+                       {u"-c"_s, u"exec >/dev/null; command -v setpriv && id nobody && getent group nogroup"_s})
+                       != 0))
             QSKIP("needs root, setpriv, the user nobody and the group nogroup to run as someone else");
         const Site s = site();
         if (asNobody) {
@@ -407,7 +393,7 @@ private Q_SLOTS:
         QMap<QString, QString> archives{{u"After.key"_s, after}};
         if (converted)
             archives.insert(line.section(u'/', -1), real);
-        QVERIFY_NO_PROBLEM(outcome(s, archives, planted));
+        checkOutcome(s, archives, planted);
     }
 
     void leavesAPlantedScratchNameAlone_data()
@@ -447,7 +433,7 @@ private Q_SLOTS:
         // The planted name as it was; the next name served, and is empty again.
         expected.insert((name + u"-1"_s).toUtf8(), "drwx------ ");
         QCOMPARE(tree(base), expected);
-        QVERIFY_NO_PROBLEM(outcome(s, {{u"Talk.key"_s, package}}));
+        checkOutcome(s, {{u"Talk.key"_s, package}});
     }
 
     void sweepsStaleLeftoversButNotLiveRuns()
@@ -482,7 +468,7 @@ private Q_SLOTS:
         // Once its process is gone, the next run takes it away.
         r = convert(s, {package});
         QCOMPARE(r.code, 0);
-        QVERIFY_NO_PROBLEM(outcome(s, {{u"Talk.key"_s, package}, {u"Talk.1.key"_s, package}}));
+        checkOutcome(s, {{u"Talk.key"_s, package}, {u"Talk.1.key"_s, package}});
     }
 
     void concurrentRunsWriteWholeFilesUnderTheirOwnNames_data()
@@ -518,7 +504,7 @@ private Q_SLOTS:
         }
         // Different names, each holding the package of the run that named it.
         QCOMPARE(written.keys(), QStringList({stem + u".1.key"_s, stem + u".key"_s}));
-        QVERIFY_NO_PROBLEM(outcome(s, written));
+        checkOutcome(s, written);
     }
 
     void aSignalUndoesTheConversion_data()
@@ -568,7 +554,7 @@ private Q_SLOTS:
             archives.insert(u"Small.key"_s, PackageFactory(s.in).make(u"Small.key"_s));
             QCOMPARE(convert(s, archives.values()).code, 0);
         }
-        QVERIFY_NO_PROBLEM(outcome(s, archives));
+        checkOutcome(s, archives);
     }
 
     void refusesAGzipBombCheaply()
@@ -588,7 +574,7 @@ private Q_SLOTS:
         QVERIFY(printed(process->readAllStandardOutput(),
                         {u"skipped: %1: not a Keynote 4 file (the document is larger than 256 MB)"_s.arg(package)}));
         QVERIFY2(highWater > 0 && highWater < 150 * 1024, qPrintable(u"peak %1 KiB"_s.arg(highWater)));
-        QVERIFY_NO_PROBLEM(outcome(s, {}));
+        checkOutcome(s, {});
     }
 
     void reportsFullDisks_data()
@@ -597,15 +583,13 @@ private Q_SLOTS:
         QTest::addColumn<QString>("outputSize");
         QTest::addColumn<int>("mediaKiB");
         QTest::addColumn<QString>("line"); // %1 the package, %2 the output folder
-        QTest::newRow("scratch full while copying") << "1m"
-                                                    << "" << 3072
-                                                    << "skipped: %1: not a Keynote 4 file (it could not be copied to "
-                                                       "the scratch folder (No space left on device))";
-        QTest::newRow("scratch full while zipping") << "1m"
-                                                    << "" << 700 << "failed: %1: *";
+        QTest::newRow("scratch full while copying")
+            << u"1m"_s << QString() << 3072
+            << u"skipped: %1: not a Keynote 4 file (it could not be copied to the scratch folder (No space left on "
+               u"device))"_s;
+        QTest::newRow("scratch full while zipping") << u"1m"_s << QString() << 700 << u"failed: %1: *"_s;
         QTest::newRow("output folder full")
-            << ""
-            << "256k" << 1024 << "failed: %1: could not write %2/Talk.key (No space left on device)";
+            << QString() << u"256k"_s << 1024 << u"failed: %1: could not write %2/Talk.key (No space left on device)"_s;
     }
 
     void reportsFullDisks()
@@ -637,7 +621,7 @@ private Q_SLOTS:
         QVERIFY2(printed(r.out, {fill(line, package, s.out)}), r.out.constData());
         QCOMPARE(r.code, 1);
         QCOMPARE(tree(package), before);
-        QVERIFY_NO_PROBLEM(outcome(s, {}));
+        checkOutcome(s, {});
     }
 
     void refusesAPackagePathThatIsNotUtf8_data()
@@ -659,18 +643,14 @@ private Q_SLOTS:
         QByteArray escaped;
         for (const char c : path)
             escaped += uchar(c) < 0x80 ? QByteArray(1, c) : "\\" + QByteArray::number(uchar(c), 8);
-        s.env.insert(u"BIN"_s, kBinary);
-        s.env.insert(u"OUT"_s, s.out);
-        s.env.insert(u"RAW"_s, QString::fromLatin1(escaped));
-        const Run r = run(
-            {u"sh"_s, u"-c"_s, u"cd \"$OUT/..\" && exec \"$BIN\" convert --output \"$OUT\" \"$(printf \"$RAW\")\""_s},
-            s.env);
+        const QString command = u"cd '%1' && exec '%2' convert --output '%3' \"$(printf '%4')\""_s;
+        const Run r = run({u"sh"_s, u"-c"_s, command.arg(s.dir, kBinary, s.out, QString::fromLatin1(escaped))}, s.env);
         QVERIFY2(printed(r.out, {u"skipped: %1: not a Keynote 4 file (its name is not valid UTF-8)"_s.arg(
                                     QString::fromUtf8(path))}),
                  r.out.constData());
         QCOMPARE(r.code, 1);
         QCOMPARE(tree(s.in), before);
-        QVERIFY_NO_PROBLEM(outcome(s, {}));
+        checkOutcome(s, {});
     }
 };
 
