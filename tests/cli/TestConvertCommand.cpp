@@ -30,12 +30,12 @@ private:
     QProcessEnvironment m_env = QProcessEnvironment::systemEnvironment();
 
     // Root writes anywhere: an output folder that cannot be written needs another user.
-    Run deckwright(const QStringList &arguments, bool asNobody = false)
+    Run deckwright(const QStringList &arguments, bool unprivileged = false)
     {
         const QStringList nobody{QStringLiteral("setpriv"), QStringLiteral("--reuid=nobody"),
                                  QStringLiteral("--regid=nogroup"), QStringLiteral("--clear-groups")};
-        const QStringList command
-            = (asNobody ? nobody : QStringList()) + QStringList{QStringLiteral(DECKWRIGHT_BINARY)} + arguments;
+        const QStringList command = (unprivileged && ::geteuid() == 0 ? nobody : QStringList())
+                                    + QStringList{QStringLiteral(DECKWRIGHT_BINARY)} + arguments;
         QProcess process;
         process.setProcessEnvironment(m_env);
         process.setWorkingDirectory(m_in);
@@ -69,8 +69,6 @@ private Q_SLOTS:
         const PackageFactory factory(m_in);
         factory.make(QStringLiteral("First Talk.key"));
         factory.make(QStringLiteral("Second.Talk.key"));
-        factory.make(QStringLiteral("Newer.key"), PackageFactory::keynoteFiveDocument());
-        factory.makeWithoutIndex(QStringLiteral("Empty.key"));
         QFile pdf(m_in + QStringLiteral("/Talk.pdf"));
         QVERIFY(pdf.open(QIODevice::WriteOnly));
     }
@@ -78,18 +76,16 @@ private Q_SLOTS:
     void printsOneLinePerPackageInOrder()
     {
         const QString out = makeOut(QStringLiteral("out1"));
-        const Run run = deckwright(
-            {QStringLiteral("convert"), QStringLiteral("--output=") + out, QStringLiteral("First Talk.key"),
-             m_in + QStringLiteral("/Second.Talk.key/"), QStringLiteral("Newer.key"), QStringLiteral("notes.txt"),
-             QStringLiteral("Empty.key"), QStringLiteral("Talk.pdf"), QStringLiteral("First Talk.key")});
+        const Run run
+            = deckwright({QStringLiteral("convert"), QStringLiteral("--output=") + out,
+                          QStringLiteral("First Talk.key"), m_in + QStringLiteral("/Second.Talk.key/"),
+                          QStringLiteral("notes.txt"), QStringLiteral("Talk.pdf"), QStringLiteral("First Talk.key")});
         QCOMPARE(run.status, 1);
         QCOMPARE(run.out.split(QLatin1Char('\n')),
                  QStringList({
                      QStringLiteral("converted: First Talk.key -> %1/First Talk.key").arg(out),
                      QStringLiteral("converted: %1/Second.Talk.key/ -> %2/Second.Talk.key").arg(m_in, out),
-                     QStringLiteral("skipped: Newer.key: not a Keynote 4 file (already in the Keynote '09 format)"),
                      QStringLiteral("skipped: notes.txt: not found"),
-                     QStringLiteral("skipped: Empty.key: not a Keynote 4 file (index.apxl.gz is missing)"),
                      QStringLiteral("skipped: Talk.pdf: not a Keynote file (its name does not end in .key)"),
                      QStringLiteral("converted: First Talk.key -> %1/First Talk.1.key").arg(out),
                      QString(),
@@ -105,7 +101,7 @@ private Q_SLOTS:
     {
         QTest::addColumn<QStringList>("arguments");
         QTest::addColumn<QString>("reason"); // the first line of standard error, less "deckwright"; none: help
-        QTest::addColumn<bool>("asNobody");
+        QTest::addColumn<bool>("unprivileged");
         const QString out = makeOut(QStringLiteral("out3"));
         const QString locked = makeOut(QStringLiteral("locked"));
         ::chmod(QFile::encodeName(locked).constData(), 0555);
@@ -145,14 +141,8 @@ private Q_SLOTS:
     {
         QFETCH(QStringList, arguments);
         QFETCH(QString, reason);
-        QFETCH(bool, asNobody);
-        if (asNobody
-            && QProcess::execute(
-                   QStringLiteral("sh"),
-                   {QStringLiteral("-c"), QStringLiteral("command -v setpriv >/dev/null && id nobody >/dev/null")})
-                   != 0)
-            QSKIP("setpriv or the user nobody is missing, so no unprivileged run is possible");
-        const Run run = deckwright(arguments, asNobody);
+        QFETCH(bool, unprivileged);
+        const Run run = deckwright(arguments, unprivileged);
         QCOMPARE(run.status, reason.isEmpty() ? 0 : 2);
         QCOMPARE(run.out.isEmpty(), !reason.isEmpty());
         QCOMPARE(run.err.section(QLatin1Char('\n'), 0, 0),
