@@ -444,13 +444,11 @@ private Q_SLOTS:
         ::chmod(bytes(s.root()).constData(), 0700);
         // An old archive holding other entries, a killed run's folder, the folders
         // of the older layout straight in the root, and a run still alive.
-        QCOMPARE(
-            shell(
-                u"mkdir -p intruder run-dead01 run-live01/Talk Talk.key/junk Talk/junk; printf evil > "
-                u"intruder/evil.txt;"
-                "zip -qr Talk.zip intruder; cp Talk.zip run-dead01/; rm -r intruder; printf live > run-live01/Talk/keep"_s,
-                s.root()),
-            0);
+        QCOMPARE(shell(u"mkdir -p intruder run-dead01 run-live01/Talk Talk.key/junk Talk/junk; printf evil > "
+                       "intruder/evil.txt; zip -qr Talk.zip intruder; cp Talk.zip run-dead01/; rm -r intruder; "
+                       "printf live > run-live01/Talk/keep"_s,
+                       s.root()),
+                 0);
         // The running application's socket lives here too, and is no scratch.
         const QByteArray socket = bytes(s.root()) + "/instance.sock";
         QVERIFY(bindSocket(socket));
