@@ -59,7 +59,6 @@ private Q_SLOTS:
             QCOMPARE(store().object(it.key()), it.value());
         }
         QCOMPARE(store().integer(QStringLiteral("big"), 0), Q_INT64_C(9007199254740993));
-        QVERIFY(!store().contains(QStringLiteral("neverWritten")));
     }
 
     void readersFallBackOnlyWhenAbsent()

@@ -30,9 +30,7 @@ QByteArray PackageFactory::keynoteFourDocument(const QString &title)
 
 QByteArray PackageFactory::keynoteFiveDocument()
 {
-    QByteArray doc = keynoteFourDocument();
-    doc.replace("key:version=\"72007061400\"", "key:version=\"92008102400\"");
-    return doc;
+    return keynoteFourDocument().replace("key:version=\"72007061400\"", "key:version=\"92008102400\"");
 }
 
 QMap<QString, QByteArray> PackageFactory::defaultMedia()
