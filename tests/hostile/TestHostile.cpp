@@ -32,8 +32,6 @@ namespace {
 using Tree = QMap<QByteArray, QByteArray>;
 
 const QString kBinary = QStringLiteral(DECKWRIGHT_BINARY);
-const QByteArray kOldTag = "key:version=\"72007061400\"";
-const QByteArray kNewTag = "key:version=\"92008102400\"";
 
 QByteArray bytes(const QString &path)
 {
@@ -123,6 +121,7 @@ int shell(const QString &script, const QString &folder, const QMap<QString, QStr
         qWarning("%s", r.err.constData());
     return r.code;
 }
+
 // A socket's name stays on disk once the socket is closed.
 bool bindSocket(const QByteArray &path)
 {
@@ -225,8 +224,8 @@ private:
                                    .toUtf8();
         Tree want = filesOf(tree(package), top);
         want.remove(top + "index.apxl.gz");
-        const QByteArray document
-            = run({u"gunzip"_s, u"-c"_s, package + u"/index.apxl.gz"_s}).out.replace(kOldTag, kNewTag);
+        const QByteArray document = run({u"gunzip"_s, u"-c"_s, package + u"/index.apxl.gz"_s})
+                                        .out.replace("key:version=\"72007061400\"", "key:version=\"92008102400\"");
         want.insert(top + "index.apxl", QCryptographicHash::hash(document, QCryptographicHash::Sha1).toHex());
         QVERIFY2(!top.isEmpty() && got == want,
                  qPrintable(u"%1 holds [%2], the package [%3]"_s.arg(archive, QString::fromUtf8(got.keys().join(", ")),
@@ -260,10 +259,9 @@ private Q_SLOTS:
         QVERIFY(QFileInfo::exists(kBinary));
         // Files outside every package that no conversion may touch.
         m_victim = m_work.filePath(u"victim"_s);
-        QDir().mkpath(m_victim);
-        QCOMPARE(shell(u"mkdir sub; printf secret > secret.txt; printf mine > sub/precious;"
+        QCOMPARE(shell(u"mkdir -p victim/sub; cd victim; printf secret > secret.txt; printf mine > sub/precious;"
                        "printf '<a key:version=\"72007061400\"/>' | gzip > doc.apxl.gz"_s,
-                       m_victim),
+                       m_work.path()),
                  0);
         m_victimBefore = tree(m_victim);
         m_passwdBefore = sha1("/etc/passwd");
@@ -328,8 +326,8 @@ private Q_SLOTS:
         row("name with dots", "cd ..; mv Talk.key \"$ARG\"", to(dotted), dotted);
         // Well inside the document size limit, and far beyond any real deck.
         row("document of 200 MB",
-            "{ printf '<key:presentation key:version=\"72007061400\">\\n'; yes '  <key:notes>Lorem ipsum dolor sit "
-            "amet.</key:notes>' | head -c 200000000; printf '</key:presentation>\\n'; } | gzip -1 -n > index.apxl.gz",
+            "{ printf '<key:presentation key:version=\"72007061400\">'; yes '<key:notes>Lorem ipsum.</key:notes>' "
+            "| head -c 200000000; printf '</key:presentation>'; } | gzip -1 -n > index.apxl.gz",
             to(talk));
         // Names in use in the output folder are never written over or through: the next number serves.
         row("output name a dangling link out", "ln -s \"$VICTIM/planted.key\" \"$OUT/Talk.key\"", to("Talk.1.key"));
