@@ -78,8 +78,7 @@ private Q_SLOTS:
         converter.doConvert(m_out);
 
         QCOMPARE(events.names, expected(8, QStringLiteral("finished")));
-        for (Converter *object : events.objects)
-            QCOMPARE(object, &converter);
+        QCOMPARE(events.objects, QList<Converter *>(events.names.size(), &converter));
         QCOMPARE(converter.errorOccurred(), qint64(Converter::NoError));
         // The document sits under the run's scratch folder and a folder named up to the first dot.
         QProcess unzip;
@@ -171,10 +170,7 @@ private Q_SLOTS:
         // run's folder (with the package's copy and its archive) along.
         const QString package = PackageFactory(m_in).make(QStringLiteral("Doomed.key"));
         QProcess child;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert(QStringLiteral("DECKWRIGHT_TEST_FATAL_PACKAGE"), package);
-        child.setProcessEnvironment(env);
-        child.start(QCoreApplication::applicationFilePath(), {});
+        child.start(QCoreApplication::applicationFilePath(), {QStringLiteral("--convert-fatally"), package});
         QVERIFY(child.waitForFinished(60000));
         QCOMPARE(child.exitStatus(), QProcess::NormalExit);
         QCOMPARE(child.exitCode(), 70);
@@ -246,19 +242,19 @@ private Q_SLOTS:
 };
 
 // Run as a child by aFatalEndingRemovesTheRunsFolder: converts the package
-// named in the environment with no output folder chosen, which is fatal.
-static int convertWithoutAnOutputFolder()
+// with no output folder chosen, which is fatal.
+static int convertWithoutAnOutputFolder(const QString &package)
 {
     SettingsStore::standard().useMemory({});
-    Converter(qEnvironmentVariable("DECKWRIGHT_TEST_FATAL_PACKAGE")).doConvert(QStringLiteral("/nowhere"));
+    Converter(package).doConvert(QStringLiteral("/nowhere"));
     return 0; // not reached
 }
 
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
-    if (qEnvironmentVariableIsSet("DECKWRIGHT_TEST_FATAL_PACKAGE"))
-        return convertWithoutAnOutputFolder();
+    if (argc == 3 && qstrcmp(argv[1], "--convert-fatally") == 0)
+        return convertWithoutAnOutputFolder(QString::fromLocal8Bit(argv[2]));
     TestConverter test;
     QTEST_SET_MAIN_SOURCE_PATH
     return QTest::qExec(&test, argc, argv);
