@@ -83,7 +83,8 @@ private Q_SLOTS:
         // The document sits under the run's scratch folder and a folder named up to the first dot.
         QProcess unzip;
         unzip.start(QStringLiteral("unzip"), {QStringLiteral("-p"), m_out + QStringLiteral("/My Big.Talk.key"),
-                                              QStringLiteral("*/run-??????/My Big/index.apxl")});
+                                              QStringLiteral("*/run-??????"
+                                                             "/My Big/index.apxl")});
         QVERIFY(unzip.waitForFinished());
         QCOMPARE(unzip.readAllStandardOutput(),
                  QByteArray("<?xml version=\"1.0\"?>\n<a key:version=\"92008102400\"/>\n<b key:version=\"92008102400\" "
