@@ -8,11 +8,6 @@
 #include <QScreen>
 #include <QToolBar>
 
-namespace {
-// Long enough to let a drag or an animation settle before the store is written.
-constexpr int frameSaveDelayMs = 300;
-} // namespace
-
 PreferencesWindow::PreferencesWindow(QWidget *parent)
     : QMainWindow(parent)
 {
@@ -128,8 +123,11 @@ bool PreferencesWindow::setFrameFromString(const QString &frame)
 
 void PreferencesWindow::saveFrameNow()
 {
-    if (!m_frameSaveTimer.isActive())
+    // Pending rather than "the timer runs": a single-shot timer is already
+    // stopped when it calls this.
+    if (!m_frameSavePending)
         return;
+    m_frameSavePending = false;
     m_frameSaveTimer.stop();
     if (m_frameAutosaveName.isEmpty())
         return;
@@ -140,8 +138,10 @@ void PreferencesWindow::saveFrameNow()
 
 void PreferencesWindow::frameChanged()
 {
-    if (!m_frameAutosaveName.isEmpty())
-        m_frameSaveTimer.start();
+    if (m_frameAutosaveName.isEmpty())
+        return;
+    m_frameSavePending = true;
+    m_frameSaveTimer.start();
 }
 
 QMenu *PreferencesWindow::createPopupMenu()

@@ -15,6 +15,9 @@ class PreferencesWindow : public QMainWindow
     Q_OBJECT
 
 public:
+    // A moved or resized window keeps its frame this long after the last
+    // change: long enough for a drag or an animation to settle.
+    static constexpr int frameSaveDelayMs = 300;
     static QString frameAutosaveKey() { return QStringLiteral("PreferencesWindowFrameAutoSaveName"); }
     static constexpr int initialContentWidth = 420;
     static constexpr int initialContentHeight = 230;
@@ -63,5 +66,6 @@ private:
     QPointer<QWidget> m_contentView;
     QString m_frameAutosaveName;
     QTimer m_frameSaveTimer;
+    bool m_frameSavePending = false; // moved or resized since the frame was last saved
     bool m_titlebarAppearsTransparent = false;
 };

@@ -122,8 +122,17 @@ private Q_SLOTS:
         QCOMPARE(controller.window()->windowTitle(), QStringLiteral("Tall"));
     }
 
+    void escapeClosesAndTheFrameComesBackInANewController_data()
+    {
+        QTest::addColumn<int>("wait");
+        QTest::newRow("closed at once") << 0;
+        // The timed save, not the one on closing, keeps it.
+        QTest::newRow("closed after a while") << PreferencesWindow::frameSaveDelayMs * 3;
+    }
+
     void escapeClosesAndTheFrameComesBackInANewController()
     {
+        QFETCH(int, wait);
         QTemporaryDir dir;
         const QString file = dir.filePath("settings.json");
         SettingsStore::standard().useFile(file);
@@ -134,6 +143,9 @@ private Q_SLOTS:
             controller.showPreferencesWindow();
             controller.window()->move(37, 51);
             moved = controller.window()->geometry();
+            QTest::qWait(wait);
+            if (wait)
+                QVERIFY(SettingsStore::standard().contains(PreferencesWindow::frameAutosaveKey()));
             QTest::keyClick(controller.window(), Qt::Key_Return);
             QVERIFY(controller.window()->isVisible());
             QTest::keyClick(controller.window(), Qt::Key_Escape);
