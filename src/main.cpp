@@ -145,7 +145,7 @@ int runDesktop(int argc, char *argv[])
     QApplication::setOrganizationName(QStringLiteral("bramblefox"));
     QApplication::setApplicationVersion(QString::fromUtf8(BuildConfig::version));
     QGuiApplication::setDesktopFileName(QStringLiteral("com.bramblefox.Deckwright"));
-    QApplication::setWindowIcon(QIcon(QStringLiteral(":/icons/deckwright.svg")));
+    QApplication::setWindowIcon(AppDelegate::applicationIcon());
     // Closing the main window hides it; Deckwright runs until the person quits.
     QApplication::setQuitOnLastWindowClosed(false);
 

@@ -266,6 +266,11 @@ void AppDelegate::endBatch()
         QTimer::singleShot(0, this, &AppDelegate::runPendingBatches);
 }
 
+QIcon AppDelegate::applicationIcon()
+{
+    return QIcon(QStringLiteral(":/icons/deckwright.svg"));
+}
+
 QString AppDelegate::summaryText(const QStringList &errorPrezzes)
 {
     const qsizetype count = errorPrezzes.size();

@@ -2,6 +2,7 @@
 
 #include "gui/MainWindow.h"
 
+#include <QIcon>
 #include <QList>
 #include <QObject>
 #include <QPointer>
@@ -53,6 +54,9 @@ public:
     bool showOutputPathDialog();
     void doOpenSupportLink();
     void doOpenWebsite();
+
+    // The icon every window shows unless it has its own.
+    static QIcon applicationIcon();
 
     // The informative text of the summary alert for these rejected names.
     static QString summaryText(const QStringList &errorPrezzes);

@@ -68,6 +68,12 @@ private Q_SLOTS:
         qputenv("DECKWRIGHT_APPCAST_URL", "http://127.0.0.1:9/appcast.xml");
         f.reset({{SettingKey::playSound, "false"}});
     }
+
+    void theApplicationIconDraws()
+    {
+        // Without the SVG image plugin it is empty, and every secondary window shows a generic icon.
+        QVERIFY(!AppDelegate::applicationIcon().pixmap(48).isNull());
+    }
     void cleanup() { m_app.reset(); }
 
     void launchPushesTheUpdateSettings_data()
