@@ -83,6 +83,9 @@ MainWindow::MainWindow(QWidget *parent)
     m_ui->setupUi(this);
     setWindowIcon(QIcon(QStringLiteral(":/icons/hicolor/256x256/apps/deckwright.png")));
     layout()->setSizeConstraint(QLayout::SetFixedSize);
+    // Exactly these buttons: a window of fixed size has nothing to maximize.
+    setWindowFlags(Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowSystemMenuHint
+                   | Qt::WindowMinimizeButtonHint | Qt::WindowCloseButtonHint);
     setAcceptDrops(true);
     m_dropHighlight = new DropHighlight(m_ui->centralWidget);
     connect(m_ui->statusLine, &QLabel::linkActivated, this, &MainWindow::statusLinkActivated);

@@ -74,7 +74,8 @@ void ProgressBarWindowController::loadWindow()
     // A dialog of the main window: above it, without a task bar entry of its
     // own, and while it shows the one window that takes input. What the person
     // does to the others meanwhile is dropped, not delivered after the batch.
-    auto *window = new QWidget(m_parentWindow, Qt::Dialog | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
+    auto *window = new QWidget(m_parentWindow,
+                               Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
     window->setAttribute(Qt::WA_QuitOnClose, false);
     window->setWindowModality(Qt::ApplicationModal);
     window->installEventFilter(this);

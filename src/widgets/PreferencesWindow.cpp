@@ -11,9 +11,10 @@
 PreferencesWindow::PreferencesWindow(QWidget *parent)
     : QMainWindow(parent)
 {
-    // Titled, closable, minimisable; the size follows the pane, not the user.
-    setWindowFlags(Qt::Window | Qt::WindowTitleHint | Qt::WindowSystemMenuHint | Qt::WindowMinimizeButtonHint
-                   | Qt::WindowCloseButtonHint);
+    // Titled, closable, minimisable and exactly that: the size follows the
+    // pane, not the user, so there is nothing to maximize.
+    setWindowFlags(Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowSystemMenuHint
+                   | Qt::WindowMinimizeButtonHint | Qt::WindowCloseButtonHint);
     // Closing the preferences must never end the program.
     setAttribute(Qt::WA_QuitOnClose, false);
 
