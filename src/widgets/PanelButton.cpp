@@ -1,5 +1,6 @@
 #include "widgets/PanelButton.h"
 
+#include <QKeyEvent>
 #include <QPainter>
 #include <QPainterPath>
 #include <QStyleOptionFocusRect>
@@ -43,4 +44,14 @@ void PanelButton::paintEvent(QPaintEvent *)
         painter.setPen(QPen(palette().color(QPalette::Highlight), 2));
         painter.drawPath(focus);
     }
+}
+
+void PanelButton::keyPressEvent(QKeyEvent *event)
+{
+    if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) {
+        animateClick();
+        event->accept();
+        return;
+    }
+    QAbstractButton::keyPressEvent(event);
 }

@@ -20,6 +20,8 @@ public:
 
 protected:
     void paintEvent(QPaintEvent *event) override;
+    // Enter and Return press a focused panel, as Space does.
+    void keyPressEvent(QKeyEvent *event) override;
 
 private:
     bool m_bordered = false;

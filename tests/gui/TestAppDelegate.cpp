@@ -161,11 +161,14 @@ private Q_SLOTS:
         QTRY_VERIFY(delegate.prefs()->window()->isVisible());
         delegate.prefs()->dismissPreferencesWindow();
 
-        // Open reaches the open dialog; a cancel there asks for no folder and writes nothing.
+        // Open reaches the open dialog, by a click, the menu, or Return on the focused panel;
+        // a cancel there asks for no folder and writes nothing.
         QTest::mouseClick(ui.openFileButton, Qt::LeftButton, {}, QPoint(200, 26));
         ui.openMenuItem->trigger();
-        QCOMPARE(f.panels.size(), 2);
-        QVERIFY(f.panels.at(0).canChooseFiles() && f.panels.at(1).canChooseFiles());
+        QTest::keyClick(ui.openFileButton, Qt::Key_Return);
+        QTRY_COMPARE(f.panels.size(), 3);
+        for (const OpenPanel &panel : f.panels)
+            QVERIFY(panel.canChooseFiles());
         QVERIFY(!SettingsStore::standard().contains(SettingKey::errorPrezzes));
         QVERIFY(!SettingsStore::standard().contains(SettingKey::prezPath));
         QVERIFY(f.alerts.isEmpty());
