@@ -18,6 +18,7 @@
 #include <QWidget>
 
 namespace {
+constexpr int kYearEntry = 2; // the interval entry after "Day" and "Week"
 const QString kTrue = QStringLiteral("true");
 const QString kFalse = QStringLiteral("false");
 
@@ -144,24 +145,14 @@ void Preferences::viewDidLoad()
     DW_LOG(QLatin1String("soundCheckBox : ") + playSound);
     m_ui->sendSoundButton->setChecked(playSound == kTrue);
 
-    const qint64 updateInterval = settings.integer(SettingKey::updateInterval, 86400);
-    DW_LOG(QLatin1String("updateInterval : ") + QString::number(updateInterval));
-    // 2419200 is written for "Year" and shown as "Month"; any other number shows nothing.
-    QString intervalName;
-    if (updateInterval == 86400)
-        intervalName = QStringLiteral("Day");
-    else if (updateInterval == 604800)
-        intervalName = QStringLiteral("Week");
-    else if (updateInterval == 2419200)
-        intervalName = QStringLiteral("Month");
-    QComboBox *interval = m_ui->intervalCombo;
-    interval->setCurrentIndex(intervalName.isEmpty() ? -1 : interval->findText(intervalName));
+    showInterval();
 
     // Logged under the sound's labels; the log has always read this way.
     const QString checkUpdates = settings.string(SettingKey::checkUpdates, kTrue);
     DW_LOG(QLatin1String("viewdidload : playSound : ") + checkUpdates);
     DW_LOG(QLatin1String("soundCheckBox : ") + checkUpdates);
     m_ui->checkForUpdates->setChecked(checkUpdates == kTrue);
+    m_ui->intervalCombo->setEnabled(checkUpdates == kTrue);
 
     const QString stopForErrors = settings.string(SettingKey::stopForErrors, kTrue);
     DW_LOG(QLatin1String("viewdidload : stopForErrors : ") + stopForErrors);
@@ -215,6 +206,24 @@ void Preferences::pickedCompletionAction(QObject *sender)
     settings.synchronize();
 }
 
+void Preferences::showInterval()
+{
+    const qint64 updateInterval = SettingsStore::standard().integer(SettingKey::updateInterval, 86400);
+    DW_LOG(QLatin1String("updateInterval : ") + QString::number(updateInterval));
+    // "Year" writes 2419200 and 2419200 reads as "Month": while it is stored,
+    // the entry that wrote it carries that name. Any other number shows nothing.
+    QComboBox *interval = m_ui->intervalCombo;
+    interval->setItemText(kYearEntry, updateInterval == 2419200 ? QStringLiteral("Month") : QStringLiteral("Year"));
+    QString intervalName;
+    if (updateInterval == 86400)
+        intervalName = QStringLiteral("Day");
+    else if (updateInterval == 604800)
+        intervalName = QStringLiteral("Week");
+    else if (updateInterval == 2419200)
+        intervalName = QStringLiteral("Month");
+    interval->setCurrentIndex(intervalName.isEmpty() ? -1 : interval->findText(intervalName));
+}
+
 void Preferences::pickedIntervalAction(QObject *sender)
 {
     const QString text = senderText(sender, "pickedIntervalAction");
@@ -228,6 +237,8 @@ void Preferences::pickedIntervalAction(QObject *sender)
     else if (text == QLatin1String("Year"))
         settings.setInteger(SettingKey::updateInterval, 2419200);
     settings.synchronize();
+    if (sender == m_ui->intervalCombo)
+        showInterval();
 }
 
 void Preferences::storeCheckBox(QObject *sender, const char *action, const QString &key, const QString &firstLine,
@@ -260,6 +271,8 @@ void Preferences::checkUpdatesAction(QObject *sender)
     // Only stored: the updater picks it up at the next start.
     storeCheckBox(sender, "checkUpdatesAction", SettingKey::checkUpdates, QStringLiteral("checkUpdatesAction : "),
                   QStringLiteral("checkUpdates : on"), QStringLiteral("checkUpdates : off"));
+    // How often matters only while the checks are on.
+    m_ui->intervalCombo->setEnabled(SettingsStore::standard().isOn(SettingKey::checkUpdates));
 }
 
 void Preferences::checkForUpdates(QObject *sender)

@@ -66,6 +66,8 @@ protected:
     virtual void viewDidLoad();
 
 private:
+    // Shows the stored update interval in its combo box.
+    void showInterval();
     void connectActions();
     // The shape every check box action shares: its state stored as "true" or
     // "false" under key, between the action's own log lines.

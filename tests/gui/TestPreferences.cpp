@@ -37,9 +37,12 @@ QString shown(Preferences &pane)
     const auto state = [](const char *name, QCheckBox *box) {
         return QLatin1String(name) + (box->isChecked() ? QLatin1String(" on") : QLatin1String(" off"));
     };
-    return QStringList{ui.finishedActionCombo->currentText(), state("sound", ui.sendSoundButton),
-                       state("updates", ui.checkForUpdates),  state("stop", ui.stopForErrors),
-                       ui.intervalCombo->currentText(),       ui.outputPathChooserButton->text()}
+    return QStringList{ui.finishedActionCombo->currentText(),
+                       state("sound", ui.sendSoundButton),
+                       state("updates", ui.checkForUpdates),
+                       state("stop", ui.stopForErrors),
+                       ui.intervalCombo->currentText() + (ui.intervalCombo->isEnabled() ? "" : " (disabled)"),
+                       ui.outputPathChooserButton->text()}
         .join(", ");
 }
 
@@ -74,7 +77,7 @@ private Q_SLOTS:
                            {"checkUpdates", "yes"},
                            {"stopForErrors", "false"},
                            {"updateInterval", qint64(604800)}}
-            << "Open in Keynote, sound off, updates off, stop off, Week, Not Set";
+            << "Open in Keynote, sound off, updates off, stop off, Week (disabled), Not Set";
         QTest::newRow("four weeks, as written for Year") << QVariantMap{{"updateInterval", qint64(2419200)}}
                                                          << "Do Nothing, sound on, updates on, stop on, Month, Not Set";
         QTest::newRow("UTF-8 escapes") << QVariantMap{{"outputPath", "file:///Users/ann/%C3%9Cbersicht/"}}
@@ -128,6 +131,11 @@ private Q_SLOTS:
             QTest::keyClick(widget, Qt::Key_Space);
         }
         QTEST(m_store->saved, "written");
+        // The interval matters only while automatic checks are on.
+        QCOMPARE(pane.ui()->intervalCombo->isEnabled(), control != QLatin1String("checkForUpdates") || item == "on");
+        // Year is shown as what it stores, 2419200, is read: Month.
+        if (item == QLatin1String("Year"))
+            QCOMPARE(pane.ui()->intervalCombo->currentText(), QStringLiteral("Month"));
     }
 
     void unusableValuesAreFatalOnLoad()
