@@ -25,6 +25,7 @@ public:
     void setTitle(const QString &title) { m_title = title; }
     void setMessage(const QString &message) { m_message = message; }
     void setDirectory(const QString &directory) { m_directory = directory; }
+    QString directory() const { return m_directory; }
 
     const QString &prompt() const { return m_prompt; }
     bool worksWhenModal() const { return m_worksWhenModal; }

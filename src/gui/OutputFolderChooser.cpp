@@ -23,10 +23,10 @@ bool OutputFolderChooser::run(Origin origin, QWidget *parent)
     panel.setResolvesAliases(true);
     panel.setTitle(QStringLiteral("Choose Folder To Save To"));
     panel.setMessage(QStringLiteral("Locate Folder"));
-    // Start where the current output folder is, so that it is one click away.
+    // Open in the current output folder itself, so that "Use" straight away keeps it.
     const QString current = SettingsStore::standard().string(SettingKey::outputPath, QString());
     if (const std::optional<QString> path = FileUrl::toPath(current); path && QFileInfo(*path).isDir())
-        panel.setDirectory(QFileInfo(*path).absolutePath());
+        panel.setDirectory(QFileInfo(*path).absoluteFilePath());
     const OpenPanel::Response response = panel.runModal(parent);
 
     if (origin == Batch) {

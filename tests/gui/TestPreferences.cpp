@@ -159,6 +159,9 @@ private Q_SLOTS:
         QCOMPARE(pane.ui()->outputPathChooserButton->text(), QStringLiteral("Out Files"));
         QVERIFY(m_store->saved.value(SettingKey::outputPath).toString().endsWith(QLatin1String("/Out%20Files/")));
         QVERIFY(m_store->saved.contains(SettingKey::bookmarkData));
+        // Asked again, it opens in that very folder, so that "Use" keeps it.
+        QTest::mouseClick(pane.ui()->outputPathChooserButton, Qt::LeftButton);
+        QCOMPARE(QDir::cleanPath(f.panels.last().directory()), folder);
     }
 
     void aGoneOutputFolderShowsAsMissingWhenThePaneComesBack()
