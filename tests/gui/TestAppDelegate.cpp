@@ -174,6 +174,22 @@ private Q_SLOTS:
         QVERIFY(f.alerts.isEmpty());
     }
 
+    void menuShortcutsWorkFromThePreferencesWindow()
+    {
+        AppDelegate &delegate = launch(true);
+        delegate.showPreferencesPane();
+        QWidget *preferences = delegate.prefs()->window();
+        preferences->activateWindow();
+        QTRY_VERIFY(preferences->isActiveWindow());
+        QTest::keyClick(preferences, Qt::Key_O, Qt::ControlModifier);
+        QTRY_COMPARE(f.panels.size(), 1);
+        // Under a window manager only an application-wide shortcut reaches the menus from another window.
+        const Ui::MainWindow &ui = delegate.window()->ui();
+        for (const QAction *action : {ui.openMenuItem, ui.preferencesMenuItem, ui.quitMenuItem})
+            QCOMPARE(action->shortcutContext(), Qt::ApplicationShortcut);
+        delegate.prefs()->dismissPreferencesWindow();
+    }
+
     void closingHidesAndReopeningShows()
     {
         AppDelegate &delegate = launch(true);
