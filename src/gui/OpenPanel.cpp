@@ -59,7 +59,7 @@ OpenPanel::Response OpenPanel::runModal(QWidget *parent)
                                                                                : PackageFileDialog::FileOrPackage;
     auto *files = new PackageFileDialog(mode, &dialog);
     files->setResolvesLinks(m_resolvesAliases);
-    files->setLabelText(QFileDialog::Accept, m_prompt);
+    files->setAcceptLabel(m_prompt);
     files->setDirectory(m_directory.isEmpty() ? QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation)
                                               : m_directory);
     layout->addWidget(files);

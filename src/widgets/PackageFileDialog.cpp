@@ -2,14 +2,18 @@
 
 #include <QAbstractItemView>
 #include <QApplication>
+#include <QDialogButtonBox>
 #include <QDir>
 #include <QEvent>
 #include <QFileIconProvider>
 #include <QFileInfo>
 #include <QFileSystemModel>
 #include <QHeaderView>
+#include <QItemSelectionModel>
 #include <QKeyEvent>
+#include <QLineEdit>
 #include <QMouseEvent>
+#include <QPushButton>
 #include <QSortFilterProxyModel>
 #include <QTreeView>
 
@@ -170,4 +174,40 @@ bool PackageFileDialog::eventFilter(QObject *watched, QEvent *event)
         }
     }
     return QFileDialog::eventFilter(watched, event);
+}
+
+void PackageFileDialog::showEvent(QShowEvent *event)
+{
+    QFileDialog::showEvent(event);
+    // Queued, so that it comes after every relabelling the dialog does itself,
+    // including the one once a folder has been read.
+    const auto queued = Qt::ConnectionType(Qt::QueuedConnection | Qt::UniqueConnection);
+    for (const QAbstractItemView *view : findChildren<QAbstractItemView *>()) {
+        if (view->selectionModel())
+            connect(view->selectionModel(), &QItemSelectionModel::selectionChanged, this,
+                    &PackageFileDialog::keepAcceptLabel, queued);
+    }
+    if (const QLineEdit *name = findChild<QLineEdit *>(QStringLiteral("fileNameEdit")))
+        connect(name, &QLineEdit::textChanged, this, &PackageFileDialog::keepAcceptLabel, queued);
+    if (const auto *files = findChild<QFileSystemModel *>())
+        connect(files, &QFileSystemModel::directoryLoaded, this, &PackageFileDialog::keepAcceptLabel, queued);
+    keepAcceptLabel();
+}
+
+void PackageFileDialog::keepAcceptLabel()
+{
+    const auto *buttons = findChild<QDialogButtonBox *>(QStringLiteral("buttonBox"));
+    if (!buttons)
+        return;
+    QPushButton *accept = buttons->button(QDialogButtonBox::Open);
+    if (!accept)
+        accept = buttons->button(QDialogButtonBox::Save);
+    if (accept && !m_acceptLabel.isEmpty() && accept->text() != m_acceptLabel)
+        accept->setText(m_acceptLabel);
+}
+
+void PackageFileDialog::setAcceptLabel(const QString &label)
+{
+    m_acceptLabel = label;
+    setLabelText(QFileDialog::Accept, label);
 }

@@ -27,10 +27,20 @@ public:
 public Q_SLOTS:
     void accept() override;
 
+    // The default button's label, whatever is selected.
+    void setAcceptLabel(const QString &label);
+
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
+    void showEvent(QShowEvent *event) override;
+
+private Q_SLOTS:
+    // QFileDialog calls its default button "Open" whenever a folder is
+    // selected, and every package is one: the label set for it stays.
+    void keepAcceptLabel();
 
 private:
+    QString m_acceptLabel;
     void onDirectoryEntered(const QString &directory);
     bool choose(const QStringList &paths);
 
