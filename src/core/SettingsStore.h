@@ -65,4 +65,6 @@ inline const QString playSound = QStringLiteral("playSound");
 inline const QString stopForErrors = QStringLiteral("stopForErrors");
 inline const QString checkUpdates = QStringLiteral("checkUpdates");
 inline const QString updateInterval = QStringLiteral("updateInterval");
+// Where the open dialog starts: the folder of the last batch's first file, as a URL text.
+inline const QString lastBatchFolder = QStringLiteral("lastBatchFolder");
 } // namespace SettingKey

@@ -207,8 +207,20 @@ void AppDelegate::doOpenDialog()
     panel.setResolvesAliases(true);
     panel.setTitle(QStringLiteral("Choose File To Convert"));
     panel.setMessage(QStringLiteral("Locate file"));
+    panel.setNameFilters({QStringLiteral("Keynote Presentations (*.key)"), QStringLiteral("All Files (*)")});
+    // Where the last batch came from: decks usually live together.
+    SettingsStore &settings = SettingsStore::standard();
+    if (const std::optional<QString> folder = FileUrl::toPath(settings.string(SettingKey::lastBatchFolder, QString()));
+        folder && QFileInfo(*folder).isDir())
+        panel.setDirectory(*folder);
     if (panel.runModal(m_window) != OpenPanel::OKResponse)
         return;
+    const QString first = panel.url().toLocalFile();
+    if (!first.isEmpty()) {
+        settings.setObject(SettingKey::lastBatchFolder,
+                           FileUrl::absoluteString(QFileInfo(QDir::cleanPath(first)).absolutePath()));
+        settings.synchronize();
+    }
     convertBatch(panel.urls());
 }
 

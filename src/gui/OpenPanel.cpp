@@ -60,6 +60,8 @@ OpenPanel::Response OpenPanel::runModal(QWidget *parent)
     auto *files = new PackageFileDialog(mode, &dialog);
     files->setResolvesLinks(m_resolvesAliases);
     files->setAcceptLabel(m_prompt);
+    if (!m_nameFilters.isEmpty())
+        files->setNameFilters(m_nameFilters);
     files->setDirectory(m_directory.isEmpty() ? QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation)
                                               : m_directory);
     layout->addWidget(files);

@@ -2,6 +2,7 @@
 
 #include <QList>
 #include <QString>
+#include <QStringList>
 #include <QUrl>
 
 #include <functional>
@@ -26,6 +27,9 @@ public:
     void setMessage(const QString &message) { m_message = message; }
     void setDirectory(const QString &directory) { m_directory = directory; }
     QString directory() const { return m_directory; }
+    // "Keynote Presentations (*.key)", say; the first one is in force.
+    void setNameFilters(const QStringList &filters) { m_nameFilters = filters; }
+    const QStringList &nameFilters() const { return m_nameFilters; }
 
     const QString &prompt() const { return m_prompt; }
     bool worksWhenModal() const { return m_worksWhenModal; }
@@ -60,5 +64,6 @@ private:
     QString m_title;
     QString m_message;
     QString m_directory;
+    QStringList m_nameFilters;
     QList<QUrl> m_urls;
 };

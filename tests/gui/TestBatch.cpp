@@ -36,6 +36,11 @@ private Q_SLOTS:
         // The last file's URL text stays behind.
         QCOMPARE(SettingsStore::standard().string(SettingKey::prezPath, {}),
                  FileUrl::absoluteString(f.in("Three.v2.key")));
+        // Keynote presentations are offered first, and the next dialog opens where this batch came from.
+        QCOMPARE(f.panels.first().nameFilters().value(0), QStringLiteral("Keynote Presentations (*.key)"));
+        QVERIFY(f.panels.first().directory() != f.in(""));
+        f.runBatch({"Plain.key"});
+        QCOMPARE(QDir::cleanPath(f.panels.last().directory()), QDir::cleanPath(f.in("")));
     }
 
     void gathersRejectedFilesIntoOneSummary_data()
