@@ -140,8 +140,11 @@ int runDesktop(int argc, char *argv[])
         return status;
     StopRequest::installSignalHandlers();
     QApplication app(argc, argv);
+    // No display name of its own: Qt would append it to every window's title,
+    // and "General" or "Choose Folder To Save To" are whole titles. The main
+    // window is titled "Deckwright", and the task bar knows the program by its
+    // desktop entry.
     QApplication::setApplicationName(QStringLiteral("Deckwright"));
-    QApplication::setApplicationDisplayName(QStringLiteral("Deckwright"));
     QApplication::setOrganizationName(QStringLiteral("bramblefox"));
     QApplication::setApplicationVersion(QString::fromUtf8(BuildConfig::version));
     QGuiApplication::setDesktopFileName(QStringLiteral("com.bramblefox.Deckwright"));
