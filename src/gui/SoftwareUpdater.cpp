@@ -105,6 +105,13 @@ void SoftwareUpdater::setUpdateCheckInterval(double seconds)
 void SoftwareUpdater::start()
 {
     m_started = true;
+    // No request before the person has used the program for one interval:
+    // the first start begins the count instead of checking at once.
+    if (lastCheckTime() <= 0 && m_automatic) {
+        SettingsStore &settings = SettingsStore::standard();
+        settings.setInteger(lastCheckTimeKey, QDateTime::currentSecsSinceEpoch());
+        settings.synchronize();
+    }
     if (m_automatic && isCheckDue())
         beginCheck(false, nullptr);
     else

@@ -110,6 +110,17 @@ private Q_SLOTS:
         QTest::newRow("at start, checked recently: no check") << qint64(60) << newerFeed << QString() << QString();
     }
 
+    void theFirstStartWaitsOneInterval()
+    {
+        SettingsStore::standard().useMemory();
+        SoftwareUpdater updater;
+        updater.setUpdateCheckInterval(3600);
+        updater.setAutomaticallyChecksForUpdates(true);
+        updater.start();
+        QVERIFY(!updater.isChecking());
+        QVERIFY(updater.lastCheckTime() > QDateTime::currentSecsSinceEpoch() - 60);
+    }
+
     void check()
     {
         QFETCH(qint64, age);
