@@ -12,6 +12,8 @@
 #include <cmath>
 #include <cstdio>
 
+#include <sys/stat.h>
+
 namespace {
 const QLatin1String kBytesKey("base64");
 }
@@ -83,9 +85,30 @@ QVariant JsonSettingsBackend::decode(const QJsonValue &value)
     }
 }
 
+QByteArray JsonSettingsBackend::fingerprint() const
+{
+    struct stat st = {};
+    if (::stat(QFile::encodeName(m_path).constData(), &st) != 0)
+        return {};
+    return QByteArray::number(qulonglong(st.st_dev)) + ':' + QByteArray::number(qulonglong(st.st_ino)) + ':'
+           + QByteArray::number(qlonglong(st.st_size)) + ':' + QByteArray::number(qlonglong(st.st_mtim.tv_sec)) + '.'
+           + QByteArray::number(qlonglong(st.st_mtim.tv_nsec));
+}
+
+bool JsonSettingsBackend::changedSinceLoad() const
+{
+    return fingerprint() != m_fingerprint;
+}
+
 QVariantMap JsonSettingsBackend::load()
 {
     QVariantMap values;
+    m_fingerprint = fingerprint();
+    if (QFileInfo(m_path).isDir()) {
+        std::fprintf(stderr, "deckwright: the settings file %s is a folder; settings cannot be kept\n",
+                     qPrintable(m_path));
+        return values;
+    }
     QFile file(m_path);
     if (!file.open(QIODevice::ReadOnly))
         return values; // no settings yet
@@ -96,9 +119,15 @@ QVariantMap JsonSettingsBackend::load()
         const QString aside = m_path + QLatin1String(".damaged");
         QFile::remove(aside);
         file.close();
-        QFile::rename(m_path, aside);
-        std::fprintf(stderr, "deckwright: the settings file %s could not be read (%s); it was kept as %s\n",
-                     qPrintable(m_path), qPrintable(error.errorString()), qPrintable(aside));
+        if (QFile::rename(m_path, aside))
+            std::fprintf(stderr, "deckwright: the settings file %s could not be read (%s); it was kept as %s\n",
+                         qPrintable(m_path), qPrintable(error.errorString()), qPrintable(aside));
+        else
+            std::fprintf(stderr,
+                         "deckwright: the settings file %s could not be read (%s), nor kept aside; "
+                         "it is replaced when settings are next saved\n",
+                         qPrintable(m_path), qPrintable(error.errorString()));
+        m_fingerprint = fingerprint();
         return values;
     }
     const QJsonObject object = doc.object();
@@ -120,5 +149,8 @@ bool JsonSettingsBackend::save(const QVariantMap &values)
     if (!file.open(QIODevice::WriteOnly))
         return false;
     file.write(QJsonDocument(object).toJson(QJsonDocument::Indented));
-    return file.commit();
+    if (!file.commit())
+        return false;
+    m_fingerprint = fingerprint();
+    return true;
 }

@@ -15,6 +15,7 @@ public:
     QVariantMap load() override;
     bool save(const QVariantMap &values) override;
     QString location() const override { return m_path; }
+    bool changedSinceLoad() const override;
 
     // $XDG_CONFIG_HOME/bramblefox/Deckwright.json (~/.config when unset).
     static QString defaultPath();
@@ -23,5 +24,9 @@ public:
     static QVariant decode(const QJsonValue &value);
 
 private:
+    // Which file, of what size, written when: enough to notice a change made elsewhere.
+    QByteArray fingerprint() const;
+
     QString m_path;
+    QByteArray m_fingerprint;
 };

@@ -12,4 +12,7 @@ public:
     virtual QVariantMap load() = 0;
     virtual bool save(const QVariantMap &values) = 0;
     virtual QString location() const = 0;
+    // Whether the values kept have changed since this process last loaded or
+    // saved them (another session, or a person with an editor).
+    virtual bool changedSinceLoad() const { return false; }
 };

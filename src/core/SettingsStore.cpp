@@ -77,6 +77,7 @@ void SettingsStore::setObject(const QString &key, const QVariant &value)
         Fatal::fail(QStringLiteral("the setting %1 cannot hold %2").arg(key, kindName(value)));
     ensureLoaded();
     m_values.insert(key, value);
+    m_ownChanges.insert(key);
     m_dirty = true;
 }
 
@@ -84,6 +85,7 @@ void SettingsStore::setInteger(const QString &key, qint64 value)
 {
     ensureLoaded();
     m_values.insert(key, QVariant::fromValue<qint64>(value));
+    m_ownChanges.insert(key);
     m_dirty = true;
 }
 
@@ -92,9 +94,19 @@ bool SettingsStore::synchronize()
     ensureLoaded();
     if (!m_backend)
         return true;
+    // Changed elsewhere meanwhile (another session, an editor): this
+    // process's own changes go on top of what is there now, not instead of it.
+    if (m_backend->changedSinceLoad()) {
+        QVariantMap current = m_backend->load();
+        for (const QString &key : std::as_const(m_ownChanges))
+            current.insert(key, m_values.value(key));
+        m_values = current;
+    }
     const bool ok = m_backend->save(m_values);
-    if (ok)
+    if (ok) {
         m_dirty = false;
+        m_ownChanges.clear();
+    }
     return ok;
 }
 
@@ -146,6 +158,7 @@ void SettingsStore::useBackend(std::unique_ptr<SettingsBackend> backend)
 {
     m_backend = std::move(backend);
     m_values.clear();
+    m_ownChanges.clear();
     m_loaded = false;
     m_dirty = false;
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QSet>
 #include <QString>
 #include <QStringList>
 #include <QVariant>
@@ -52,6 +53,7 @@ private:
     mutable QVariantMap m_values;
     std::unique_ptr<SettingsBackend> m_backend;
     bool m_dirty = false;
+    QSet<QString> m_ownChanges; // keys this process set since it last saved
 };
 
 // The keys the program keeps.

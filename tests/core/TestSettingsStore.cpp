@@ -2,6 +2,7 @@
 #include "core/SettingsStore.h"
 #include "support/FatalTrap.h"
 
+#include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
@@ -102,6 +103,35 @@ private Q_SLOTS:
         QVERIFY(store().synchronize());
         store().useFile(path());
         QCOMPARE(store().string(SettingKey::outputPath, {}), QStringLiteral("file:///tmp/"));
+    }
+
+    void aChangeMadeElsewhereSurvivesOurNextSave()
+    {
+        store().setObject(SettingKey::playSound, QStringLiteral("false"));
+        QVERIFY(store().synchronize());
+        // Another session, or a person with an editor, changes the file meanwhile.
+        {
+            JsonSettingsBackend other(path());
+            QVariantMap values = other.load();
+            values.insert(SettingKey::completedAction, QStringLiteral("Open in Keynote"));
+            values.insert(SettingKey::playSound, QStringLiteral("true"));
+            QVERIFY(other.save(values));
+        }
+        store().setObject(SettingKey::stopForErrors, QStringLiteral("false"));
+        QVERIFY(store().synchronize());
+        store().useFile(path());
+        QCOMPARE(store().string(SettingKey::completedAction, {}), QStringLiteral("Open in Keynote"));
+        QCOMPARE(store().string(SettingKey::playSound, {}), QStringLiteral("true")); // not ours to change back
+        QCOMPARE(store().string(SettingKey::stopForErrors, {}), QStringLiteral("false"));
+    }
+
+    void aSettingsPathThatIsAFolderIsNeverSaved()
+    {
+        QVERIFY(QDir().mkpath(path()));
+        store().useFile(path());
+        store().setObject(SettingKey::playSound, QStringLiteral("false"));
+        QVERIFY(!store().synchronize());
+        QVERIFY(QDir().rmdir(path()));
     }
 
     void defaultLocationFollowsXdgConfigHome()
