@@ -18,6 +18,7 @@
 #include "gui/ProgressBarWindowController.h"
 #include "gui/SoftwareUpdateDialog.h"
 #include "gui/SoftwareUpdater.h"
+#include "gui/TrayIcon.h"
 #include "platform/DesktopServices.h"
 #include "ui_MainWindow.h"
 #include "widgets/PreferencesWindowController.h"
@@ -41,6 +42,11 @@ AppDelegate::AppDelegate(QObject *parent)
     m_window->setAttribute(Qt::WA_QuitOnClose, false);
     m_testWindow->setParentWindow(m_window);
     m_report = new BatchReport(m_window, this);
+    m_tray = new TrayIcon(this);
+    connect(m_tray, &TrayIcon::showWindowRequested, this, [this] { applicationShouldHandleReopen(false); });
+    connect(m_tray, &TrayIcon::openRequested, this, &AppDelegate::openFileMenuItem);
+    connect(m_tray, &TrayIcon::preferencesRequested, this, &AppDelegate::showPreferencesPane);
+    connect(m_tray, &TrayIcon::quitRequested, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
     // The windows keep painting and answering while a file converts.
     Waiting::setKeepsEventsTurning(true);
     Ui::MainWindow &ui = m_window->ui();
@@ -101,6 +107,7 @@ void AppDelegate::windowWillClose()
 {
     DW_LOG(QLatin1String("window is closing"));
     m_window->ui().closeMenuItem->setEnabled(false);
+    m_tray->showIfAvailable();
 }
 
 void AppDelegate::applicationWillTerminate() {}
@@ -111,6 +118,7 @@ void AppDelegate::showMainWindow()
 {
     m_window->present();
     m_window->ui().closeMenuItem->setEnabled(true);
+    m_tray->hide();
 }
 
 void AppDelegate::closeMainWindow()

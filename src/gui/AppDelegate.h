@@ -13,6 +13,7 @@
 #include <memory>
 
 class BatchReport;
+class TrayIcon;
 class PreferencesWindowController;
 class ProgressBarWindowController;
 class SoftwareUpdater;
@@ -34,6 +35,7 @@ public:
 
     ProgressBarWindowController *testWindow() const { return m_testWindow.get(); }
     PreferencesWindowController *prefs() const { return m_prefs.get(); }
+    TrayIcon *tray() const { return m_tray; }
     ProgressBarWindowController *preferencesWindowController() const { return m_preferencesWindowController.get(); }
 
     // Lifecycle.
@@ -94,4 +96,5 @@ private:
     bool m_converting = false;
     QList<QStringList> m_pendingBatches;
     BatchReport *m_report = nullptr;
+    TrayIcon *m_tray = nullptr;
 };

@@ -6,6 +6,7 @@
 #include "gui/BuildConfig.h"
 #include "gui/SingleInstance.h"
 #include "gui/SoftwareUpdater.h"
+#include "gui/TrayIcon.h"
 #include "support/FatalTrap.h"
 #include "support/PackageFactory.h"
 #include "support/gui/BatchFixture.h"
@@ -206,6 +207,18 @@ private Q_SLOTS:
         QVERIFY(!window->isVisible() && close->isEnabled());
         window->ui().showMainWindowMenuItem->trigger();
         QVERIFY(window->isVisible());
+
+        // The tray icon, where the desktop has a tray, leads back the same way.
+        window->close();
+        QCOMPARE(delegate.tray()->isShown(), delegate.tray()->isAvailable());
+        Q_EMIT delegate.tray()->showWindowRequested();
+        QVERIFY(window->isVisible() && close->isEnabled() && !delegate.tray()->isShown());
+        const QList<QAction *> items = delegate.tray()->menu()->actions();
+        items.at(0)->trigger(); // Open…
+        QCOMPARE(f.panels.size(), 1);
+        items.at(1)->trigger(); // Preferences…
+        QTRY_VERIFY(delegate.prefs()->window()->isVisible());
+        delegate.prefs()->dismissPreferencesWindow();
     }
 
     void aSecondStartHandsItsPackagesToTheFirst()
