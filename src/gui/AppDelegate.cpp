@@ -124,6 +124,7 @@ void AppDelegate::showMainWindow()
 void AppDelegate::closeMainWindow()
 {
     m_window->setVisible(false);
+    m_tray->showIfAvailable();
 }
 
 void AppDelegate::showOpenDialog()
