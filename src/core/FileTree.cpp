@@ -55,6 +55,16 @@ int openFolder(int parent, const char *name, bool makeEnterable)
 }
 
 // The names in an open folder, read through a duplicate so the folder stays open.
+// A folder on the way down a tree: its name, the folders in it still to
+// visit (taken from the back), and who it is, to know it again.
+struct Frame
+{
+    std::string name;
+    std::vector<std::string> pending;
+    dev_t device = 0;
+    ino_t inode = 0;
+};
+
 bool readNames(int folder, std::vector<std::string> *names, int *error)
 {
     const int dup = ::fcntl(folder, F_DUPFD_CLOEXEC, 0);
@@ -116,17 +126,8 @@ FileTree::WalkResult FileTree::walk(const QString &rootPath, const Visitor &visi
             ::fchmod(current, (st.st_mode & 07777) | S_IRWXU);
     }
 
-    // One frame per folder on the way down: its name and the folders in it
-    // still to visit. Only the deepest folder is open; going up is "..",
-    // which no one else can redirect in a folder that is ours alone, and
-    // which at worst ends a read-only walk early elsewhere.
-    struct Frame
-    {
-        std::string name;
-        std::vector<std::string> pending;
-        dev_t device = 0;
-        ino_t inode = 0;
-    };
+    // One frame per folder on the way down. Only the deepest folder is open;
+    // going up is "..", checked to lead back to the folder we came from.
     std::vector<Frame> frames;
     std::vector<std::string> names; // the path of the open folder, for relative paths
 
@@ -244,13 +245,6 @@ bool FileTree::removeAt(int folderDescriptor, const QByteArray &name, int *error
 
     // Depth first, one folder open at a time; a folder is emptied of its
     // files when entered and removed once its last subfolder is gone.
-    struct Frame
-    {
-        std::string name;
-        std::vector<std::string> pending;
-        dev_t device = 0;
-        ino_t inode = 0;
-    };
     std::vector<Frame> frames;
     int current = openFolder(folderDescriptor, name.constData(), true);
     if (current < 0) {
