@@ -5,7 +5,11 @@
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
+#include <QTemporaryFile>
 #include <QTest>
+
+#include <cstdio>
+#include <unistd.h>
 
 class TestSettingsStore : public QObject
 {
@@ -15,6 +19,24 @@ private:
     QTemporaryDir m_dir;
     QString path() const { return m_dir.filePath(QStringLiteral("Deckwright.json")); }
     SettingsStore &store() { return SettingsStore::standard(); }
+
+    // What the statement tells the person on the standard error.
+    template <typename Statement>
+    static QString stderrOf(Statement statement)
+    {
+        QTemporaryFile capture;
+        if (!capture.open())
+            return QStringLiteral("(no capture file)");
+        std::fflush(stderr);
+        const int saved = ::dup(STDERR_FILENO);
+        ::dup2(capture.handle(), STDERR_FILENO);
+        statement();
+        std::fflush(stderr);
+        ::dup2(saved, STDERR_FILENO);
+        ::close(saved);
+        capture.seek(0);
+        return QString::fromLocal8Bit(capture.readAll());
+    }
 
     // What the next run sees of a file written by hand.
     void handWrite(const QByteArray &json)
@@ -94,15 +116,35 @@ private Q_SLOTS:
         QVERIFY_FATAL(store().requiredString(SettingKey::playSound), "the setting playSound is missing");
     }
 
-    void aDamagedFileIsKeptAsideAndTheStoreStartsEmpty()
+    // The message must say what really happened to the damaged file.
+    void aDamagedFileIsKeptAsideWhereItCanBe_data()
     {
+        QTest::addColumn<bool>("asideTaken");
+        QTest::addColumn<QString>("said");
+        QTest::newRow("kept aside") << false << "it was kept as " + path() + ".damaged";
+        // A folder of someone else's holds the name the file would be kept under.
+        QTest::newRow("the name is taken") << true << QStringLiteral("nor kept aside");
+    }
+    void aDamagedFileIsKeptAsideWhereItCanBe()
+    {
+        QFETCH(bool, asideTaken);
+        QFETCH(QString, said);
+        const QString aside = path() + QStringLiteral(".damaged");
+        QDir(aside).removeRecursively();
+        QFile::remove(aside);
+        if (asideTaken)
+            QVERIFY(QDir().mkpath(aside + QStringLiteral("/theirs")));
         handWrite("{ not json");
-        QVERIFY(!store().contains(SettingKey::outputPath));
-        QVERIFY(QFile::exists(path() + QStringLiteral(".damaged")));
+        const QString message = stderrOf([&] { QVERIFY(!store().contains(SettingKey::outputPath)); });
+        QVERIFY2(message.contains(said), qPrintable(message));
+        QCOMPARE(QFileInfo(aside).isFile(), !asideTaken);
+        QCOMPARE(QFileInfo::exists(aside + QStringLiteral("/theirs")), asideTaken);
+
         store().setObject(SettingKey::outputPath, QStringLiteral("file:///tmp/"));
         QVERIFY(store().synchronize());
         store().useFile(path());
         QCOMPARE(store().string(SettingKey::outputPath, {}), QStringLiteral("file:///tmp/"));
+        QDir(aside).removeRecursively();
     }
 
     void aChangeMadeElsewhereSurvivesOurNextSave()
@@ -129,7 +171,8 @@ private Q_SLOTS:
     {
         QVERIFY(QDir().mkpath(path()));
         store().useFile(path());
-        store().setObject(SettingKey::playSound, QStringLiteral("false"));
+        const QString message = stderrOf([&] { store().setObject(SettingKey::playSound, QStringLiteral("false")); });
+        QVERIFY2(message.contains(path() + QStringLiteral(" is a folder")), qPrintable(message));
         QVERIFY(!store().synchronize());
         QVERIFY(QDir().rmdir(path()));
     }

@@ -1,0 +1,81 @@
+#!/usr/bin/env bash
+# The windows as a window manager sees them, on a private X server with
+# openbox: exact titles, fixed sizes without a maximize action, and menu
+# shortcuts that work while the preferences window has the focus.
+# Usage: windows.sh DECKWRIGHT_BINARY
+set -euo pipefail
+app="$1"
+for tool in Xvfb openbox xdotool xprop; do
+    command -v "$tool" >/dev/null || { echo "SKIP: $tool is not installed"; exit 77; }
+done
+
+work="$(mktemp -d)"
+pids=()
+cleanup() {
+    for p in "${pids[@]}"; do kill "$p" 2>/dev/null || true; done
+    wait 2>/dev/null || true
+    rm -rf "$work"
+}
+trap cleanup EXIT
+
+fail() { echo "FAIL: $*"; exit 1; }
+
+# The title the window manager shows (WM_NAME may be a shortened Latin-1 copy).
+title() { xprop -id "$1" -notype _NET_WM_NAME 2>/dev/null | sed -n 's/^_NET_WM_NAME = "\(.*\)"$/\1/p'; }
+
+# Waits up to five seconds for a visible window whose whole title is $1; prints its id.
+window() {
+    local id
+    for _ in $(seq 50); do
+        for id in $(xdotool search --onlyvisible --name . 2>/dev/null); do
+            [[ "$(title "$id")" == "$1" ]] && { echo "$id"; return 0; }
+        done
+        sleep 0.1
+    done
+    return 1
+}
+press() { xdotool windowfocus --sync "$1" 2>/dev/null || true; sleep 0.2; xdotool key "$2"; }
+
+exec 3>"$work/display"
+Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp >/dev/null 2>&1 &
+pids+=($!)
+for _ in $(seq 50); do [[ -s "$work/display" ]] && break; sleep 0.1; done
+export DISPLAY=":$(cat "$work/display")"
+openbox >/dev/null 2>&1 &
+pids+=($!)
+sleep 0.5
+
+export HOME="$work/home" XDG_CONFIG_HOME="$work/home/.config" XDG_RUNTIME_DIR="$work/run"
+mkdir -p "$HOME" "$XDG_RUNTIME_DIR" "$work/in/Talk.key"
+chmod 700 "$XDG_RUNTIME_DIR"
+unset QT_QPA_PLATFORM
+
+# A first batch without an output folder asks for one.
+"$app" "$work/in/Talk.key" >"$work/app.log" 2>&1 &
+app_pid=$!
+pids+=($app_pid)
+chooser="$(window "Choose Folder To Save To")" || fail "no window titled exactly \"Choose Folder To Save To\""
+press "$chooser" Escape
+
+main="$(window Deckwright)" || fail "no main window titled \"Deckwright\""
+press "$main" ctrl+o
+open="$(window "Choose File To Convert")" || fail "no open dialog titled exactly \"Choose File To Convert\""
+press "$open" Escape
+
+press "$main" ctrl+comma
+prefs="$(window General)" || fail "no preferences window titled exactly \"General\""
+
+for id in "$main" "$prefs"; do
+    name="$(title "$id")"
+    hints="$(xprop -id "$id" WM_NORMAL_HINTS)"
+    min="$(sed -n 's/.*minimum size: //p' <<<"$hints")"
+    max="$(sed -n 's/.*maximum size: //p' <<<"$hints")"
+    [[ -n "$min" && "$min" == "$max" ]] || fail "\"$name\" is not of fixed size (min '$min', max '$max')"
+    xprop -id "$id" _NET_WM_ALLOWED_ACTIONS | grep -q MAXIMIZE && fail "\"$name\" can be maximized"
+done
+
+# Quit from the preferences window, not the main window.
+press "$prefs" ctrl+q
+for _ in $(seq 50); do kill -0 "$app_pid" 2>/dev/null || break; sleep 0.1; done
+kill -0 "$app_pid" 2>/dev/null && fail "Ctrl+Q in the preferences window did not quit"
+echo "PASS"
