@@ -16,12 +16,19 @@
 QString ConvertCommand::usage()
 {
     return QStringLiteral(
-        "Usage: deckwright convert --output DIR PACKAGE...\n"
+        "Usage: deckwright convert --output DIR [--layout reference|root] PACKAGE...\n"
         "Converts Keynote '08 packages to Keynote '09 files in DIR, one after another.\n"
         "\n"
         "Options:\n"
-        "  -o, --output DIR  the folder that receives the converted files\n"
-        "  -h, --help        show this help\n"
+        "  -o, --output DIR     the folder that receives the converted files\n"
+        "  -l, --layout LAYOUT  how the archive holds the package:\n"
+        "                       reference  (the default) entries carry the scratch\n"
+        "                                  folder's path, as Deckwright has always\n"
+        "                                  written them\n"
+        "                       root       entries start at the package's root\n"
+        "                                  (index.apxl, Data/...), as Keynote '09\n"
+        "                                  writes them; LibreOffice opens these\n"
+        "  -h, --help           show this help\n"
         "\n"
         "For each package one line is printed, in the order given:\n"
         "  converted: PACKAGE -> OUTPUT_FILE\n"
@@ -78,7 +85,11 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
                                           QStringLiteral("DIR"));
     const QCommandLineOption helpOption({QStringLiteral("h"), QStringLiteral("help")},
                                         QStringLiteral("Show this help."));
+    const QCommandLineOption layoutOption({QStringLiteral("l"), QStringLiteral("layout")},
+                                          QStringLiteral("How the archive holds the package."),
+                                          QStringLiteral("LAYOUT"));
     parser.addOption(outputOption);
+    parser.addOption(layoutOption);
     parser.addOption(helpOption);
     parser.addPositionalArgument(QStringLiteral("PACKAGE"), QStringLiteral("Keynote '08 packages."),
                                  QStringLiteral("PACKAGE..."));
@@ -99,6 +110,12 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
         return usageError(err, QStringLiteral("no output folder given (--output DIR)"));
     if (packages.isEmpty())
         return usageError(err, QStringLiteral("no package given"));
+    const QStringList layouts = parser.values(layoutOption);
+    const QString layout
+        = layouts.isEmpty() ? Converter::layoutName(Converter::ArchiveLayout::Reference) : layouts.last();
+    if (layout != Converter::layoutName(Converter::ArchiveLayout::Reference)
+        && layout != Converter::layoutName(Converter::ArchiveLayout::PackageAtRoot))
+        return usageError(err, QStringLiteral("unknown layout '%1' (reference or root)").arg(layout));
     const QFileInfo dirInfo(outputDir);
     if (!dirInfo.exists())
         return usageError(err, QStringLiteral("the output folder %1 does not exist").arg(outputDir));
@@ -115,6 +132,7 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
     SettingsStore::standard().useMemory({
         {SettingKey::outputPath, FileUrl::absoluteString(outputFolder)},
         {SettingKey::bookmarkData, *bookmark},
+        {SettingKey::archiveLayout, layout},
     });
 
     int status = AllConverted;

@@ -22,7 +22,7 @@ QProcessEnvironment ChildProcess::toolEnvironment()
 }
 
 ChildProcess::Result ChildProcess::run(const QString &program, const QStringList &arguments, qint64 fileSizeLimit,
-                                       const Watcher &watcher)
+                                       const Watcher &watcher, const QString &workingDirectory)
 {
     Result result;
     QProcess process;
@@ -30,6 +30,8 @@ ChildProcess::Result ChildProcess::run(const QString &program, const QStringList
     process.setArguments(arguments);
     process.setProcessEnvironment(toolEnvironment());
     process.setStandardInputFile(QProcess::nullDevice());
+    if (!workingDirectory.isEmpty())
+        process.setWorkingDirectory(workingDirectory);
     const pid_t parent = ::getpid();
     process.setChildProcessModifier([parent, fileSizeLimit] {
         // Runs in the child between fork and exec: async-signal-safe calls only.

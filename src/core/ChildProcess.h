@@ -32,10 +32,11 @@ public:
     static constexpr int watchInterval = 200;
 
     // fileSizeLimit > 0: no file the tool writes may grow beyond it (the tool
-    // is stopped). The wait blocks, or keeps the event loop turning where the
-    // application asked for it (Waiting).
+    // is stopped). workingDirectory: where the tool starts (empty: ours).
+    // The wait blocks, or keeps the event loop turning where the application
+    // asked for it (Waiting).
     static Result run(const QString &program, const QStringList &arguments, qint64 fileSizeLimit = 0,
-                      const Watcher &watcher = {});
+                      const Watcher &watcher = {}, const QString &workingDirectory = {});
 
     // The inherited environment without ZIPOPT, ZIP, GZIP, UNZIP and UNZIPOPT.
     static QProcessEnvironment toolEnvironment();

@@ -136,6 +136,18 @@ void Converter::post(const QString &eventName)
     NotificationCenter::defaultCenter().post(eventName, this);
 }
 
+Converter::ArchiveLayout Converter::archiveLayoutSetting()
+{
+    const QString name
+        = SettingsStore::standard().string(SettingKey::archiveLayout, layoutName(ArchiveLayout::Reference));
+    return name == layoutName(ArchiveLayout::PackageAtRoot) ? ArchiveLayout::PackageAtRoot : ArchiveLayout::Reference;
+}
+
+QString Converter::layoutName(ArchiveLayout layout)
+{
+    return layout == ArchiveLayout::PackageAtRoot ? QStringLiteral("root") : QStringLiteral("reference");
+}
+
 bool Converter::cannotRepresent(const QString &path)
 {
     // Bytes that are not UTF-8 come back from the system as replacement
@@ -435,13 +447,20 @@ bool Converter::packArchive(Job &job)
     if (stopIfAsked(job))
         return false;
 
-    // No working folder, so the entries keep the scratch folder's path.
+    // The reference layout sets no working folder, so the entries keep the
+    // scratch folder's path; the root one zips from inside the package, with
+    // no extra attributes (owner ids) of this machine.
     const QString zipName = job.fileUtils->getZipName();
     const QString packedFolder = job.tmpDir + nameWithoutExt;
+    QStringList zipArguments{QStringLiteral("-r"), job.tmpDir + zipName, packedFolder};
+    if (archiveLayoutSetting() == ArchiveLayout::PackageAtRoot) {
+        zipArguments = {QStringLiteral("-r"), QStringLiteral("-X"), job.tmpDir + zipName, QStringLiteral(".")};
+        job.fileUtils->setWorkingDirectory(packedFolder);
+    }
     watchStage(job, [&](const QByteArray &output) { return job.stages->zipShare(output, packedFolder, job.tmpDir); });
-    const QString zipOutput = job.fileUtils->runCommand(
-        QStringLiteral("/usr/bin/zip"), {QStringLiteral("-r"), job.tmpDir + zipName, job.tmpDir + nameWithoutExt});
+    const QString zipOutput = job.fileUtils->runCommand(QStringLiteral("/usr/bin/zip"), zipArguments);
     watchStage(job, nullptr);
+    job.fileUtils->setWorkingDirectory(QString());
     const ChildProcess::Result zip = job.fileUtils->lastCommand();
     DW_LOG(QLatin1String("zipOutput ") + zipOutput);
     post(ConversionEvents::progress);

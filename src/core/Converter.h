@@ -27,6 +27,20 @@ public:
         Stopped = 4,          // the person stopped it
     };
 
+    // How the package's files are named inside the archive.
+    enum class ArchiveLayout {
+        // zip given the scratch folder by its full path, so the entries carry
+        // that path; what Deckwright has always written.
+        Reference,
+        // zip run inside the package folder: index.apxl, Data/... at the
+        // root, as Keynote '09 writes a single-file document. No path of the
+        // person's machine leaks into the file, and LibreOffice opens it.
+        PackageAtRoot,
+    };
+    // The layout the setting archiveLayout asks for; anything but "root" is the reference one.
+    static ArchiveLayout archiveLayoutSetting();
+    static QString layoutName(ArchiveLayout layout); // "reference", "root"
+
     // The largest decompressed document taken: far above any real deck's,
     // far below what would strain memory.
     static constexpr qint64 documentSizeLimit = 256LL * 1024 * 1024;

@@ -88,7 +88,7 @@ QString FileUtils::decodeOutput(const QByteArray &bytes)
 
 QString FileUtils::runCommand(const QString &launchPath, const QStringList &arguments)
 {
-    m_lastCommand = ChildProcess::run(launchPath, arguments, m_fileSizeLimit, m_commandWatcher);
+    m_lastCommand = ChildProcess::run(launchPath, arguments, m_fileSizeLimit, m_commandWatcher, m_workingDirectory);
     if (!m_lastCommand.started)
         return QStringLiteral(" ");
     return decodeOutput(m_lastCommand.standardOutput) + QLatin1Char(' ') + decodeOutput(m_lastCommand.standardError);

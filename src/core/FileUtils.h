@@ -41,6 +41,8 @@ public:
     void setCommandWatcher(ChildProcess::Watcher watcher) { m_commandWatcher = std::move(watcher); }
     // A cap on the size of any file the next commands write (0: none).
     void setFileSizeLimit(qint64 bytes) { m_fileSizeLimit = bytes; }
+    // The folder the next commands start in (empty: ours).
+    void setWorkingDirectory(const QString &folder) { m_workingDirectory = folder; }
     // Why getTmpDir gave none.
     QString tmpDirError() const { return m_tmpDirError; }
 
@@ -57,6 +59,7 @@ private:
     QString m_prezOrigPath;
     ChildProcess::Result m_lastCommand;
     qint64 m_fileSizeLimit = 0;
+    QString m_workingDirectory;
     ChildProcess::Watcher m_commandWatcher;
     std::unique_ptr<ScratchRun> m_run;
     QString m_tmpDirError;

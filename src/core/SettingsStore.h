@@ -69,4 +69,7 @@ inline const QString checkUpdates = QStringLiteral("checkUpdates");
 inline const QString updateInterval = QStringLiteral("updateInterval");
 // Where the open dialog starts: the folder of the last batch's first file, as a URL text.
 inline const QString lastBatchFolder = QStringLiteral("lastBatchFolder");
+// How the converted package is laid out in its zip archive: "reference" (absent
+// too) or "root"; see Converter::ArchiveLayout.
+inline const QString archiveLayout = QStringLiteral("archiveLayout");
 } // namespace SettingKey

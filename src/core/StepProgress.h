@@ -20,8 +20,9 @@ public:
     double copyShare(const QString &copyPath) const;
 
     // The share of zip's work done, from its output so far. packedFolder is
-    // the folder given to zip (its entries are printed under that path, less
-    // the leading "/"); archiveFolder holds the archive zip writes.
+    // the folder zipped (its entries are printed under that path, less the
+    // leading "/", or relative to it when zip runs inside it); archiveFolder
+    // holds the archive zip writes.
     double zipShare(const QByteArray &zipOutput, const QString &packedFolder, const QString &archiveFolder);
 
 private:

@@ -121,6 +121,8 @@ private Q_SLOTS:
                                       << QStringLiteral(" convert: %1 is not a folder").arg(file) << false;
         QTest::newRow("unknown option") << QStringList{convert, QStringLiteral("--fast")}
                                         << " convert: Unknown option 'fast'." << false;
+        QTest::newRow("unknown layout") << QStringList{convert, o, out, QStringLiteral("--layout=flat"), x}
+                                        << " convert: unknown layout 'flat' (reference or root)" << false;
         QTest::newRow("two output folders")
             << QStringList{convert, o, out, o, out, x} << " convert: only one output folder can be given" << false;
         QTest::newRow("unknown program option")

@@ -11,6 +11,7 @@
 
 #include <QDir>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
@@ -89,6 +90,53 @@ private Q_SLOTS:
         QCOMPARE(unzip.readAllStandardOutput(),
                  QByteArray("<?xml version=\"1.0\"?>\n<a key:version=\"92008102400\"/>\n<b key:version=\"92008102400\" "
                             "other:version=\"72007061400\"/>\n"));
+    }
+
+    void theLayoutDecidesWhereEntriesStart_data()
+    {
+        QTest::addColumn<QString>("layout"); // the setting's value; none: absent
+        QTest::addColumn<bool>("atRoot");
+        QTest::newRow("absent") << QString() << false;
+        QTest::newRow("reference") << QStringLiteral("reference") << false;
+        QTest::newRow("root") << QStringLiteral("root") << true;
+        QTest::newRow("unknown") << QStringLiteral("flat") << false;
+    }
+    void theLayoutDecidesWhereEntriesStart()
+    {
+        QFETCH(QString, layout);
+        QFETCH(bool, atRoot);
+        if (!layout.isEmpty())
+            TestSettings::useOutputFolder(m_out, {{SettingKey::archiveLayout, layout}});
+        const auto clear = qScopeGuard([&] { QFile::remove(m_out + QStringLiteral("/Laid.Out.key")); });
+        const QString package = PackageFactory(m_in).make(QStringLiteral("Laid.Out.key"));
+        Converter converter(package);
+        converter.doConvert(m_out);
+        QCOMPARE(converter.errorOccurred(), qint64(Converter::NoError));
+
+        QProcess unzip;
+        unzip.start(QStringLiteral("unzip"), {QStringLiteral("-Z1"), m_out + QStringLiteral("/Laid.Out.key")});
+        QVERIFY(unzip.waitForFinished());
+        const QStringList names = QString::fromUtf8(unzip.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
+        QStringList inPackage = QStringList{QStringLiteral("index.apxl")} + PackageFactory::defaultMedia().keys();
+        if (atRoot) {
+            // Nothing of this machine's paths: only the package's own names, and its folders.
+            QStringList files = names.filter(QRegularExpression(QStringLiteral("[^/]$")));
+            files.sort();
+            inPackage.sort();
+            QCOMPARE(files, inPackage);
+            for (const QString &name : names)
+                QVERIFY2(!name.startsWith('/') && !name.split('/').contains(QStringLiteral("..")), qPrintable(name));
+        } else {
+            // zip was given the scratch copy by its path, less the leading "/".
+            const QString prefix = QString(m_tmp).remove(0, 1);
+            for (const QString &file : inPackage)
+                QVERIFY2(names.filter(QRegularExpression(QStringLiteral("^%1run-\\w{6}/Laid/%2$")
+                                                             .arg(QRegularExpression::escape(prefix),
+                                                                  QRegularExpression::escape(file))))
+                                 .size()
+                             == 1,
+                         qPrintable(file));
+        }
     }
 
     void refusesWhatIsNotAKeynotePackage_data()
