@@ -1,5 +1,6 @@
 #include "gui/Preferences.h"
 
+#include "core/Converter.h"
 #include "core/Fatal.h"
 #include "core/FileUrl.h"
 #include "core/FileUtils.h"
@@ -18,7 +19,8 @@
 #include <QWidget>
 
 namespace {
-constexpr int kYearEntry = 2; // the interval entry after "Day" and "Week"
+constexpr int kYearEntry = 2;       // the interval entry after "Day" and "Week"
+constexpr int kRootLayoutEntry = 1; // after the layout Deckwright has always written
 const QString kTrue = QStringLiteral("true");
 const QString kFalse = QStringLiteral("false");
 
@@ -122,6 +124,8 @@ void Preferences::connectActions()
     connect(ui.finishedActionCombo, &QComboBox::activated, this,
             [this] { pickedCompletionAction(m_ui->finishedActionCombo); });
     connect(ui.intervalCombo, &QComboBox::activated, this, [this] { pickedIntervalAction(m_ui->intervalCombo); });
+    connect(ui.archiveLayoutCombo, &QComboBox::activated, this,
+            [this] { pickedArchiveLayout(m_ui->archiveLayoutCombo); });
     connect(ui.sendSoundButton, &QCheckBox::clicked, this, [this] { soundCheckBox(m_ui->sendSoundButton); });
     connect(ui.stopForErrors, &QCheckBox::clicked, this, [this] { checkStopForErrorsAction(m_ui->stopForErrors); });
     connect(ui.checkForUpdates, &QCheckBox::clicked, this, [this] { checkUpdatesAction(m_ui->checkForUpdates); });
@@ -157,6 +161,9 @@ void Preferences::viewDidLoad()
     const QString stopForErrors = settings.string(SettingKey::stopForErrors, kTrue);
     DW_LOG(QLatin1String("viewdidload : stopForErrors : ") + stopForErrors);
     m_ui->stopForErrors->setChecked(stopForErrors == kTrue);
+
+    m_ui->archiveLayoutCombo->setCurrentIndex(
+        Converter::archiveLayoutSetting() == Converter::ArchiveLayout::PackageAtRoot ? kRootLayoutEntry : 0);
 
     settings.synchronize();
     updatePathButton();
@@ -239,6 +246,20 @@ void Preferences::pickedIntervalAction(QObject *sender)
     settings.synchronize();
     if (sender == m_ui->intervalCombo)
         showInterval();
+}
+
+void Preferences::pickedArchiveLayout(QObject *sender)
+{
+    auto *combo = qobject_cast<QComboBox *>(sender);
+    if (!combo)
+        Fatal::fail(QStringLiteral("pickedArchiveLayout was sent by something other than a combo box"));
+    const Converter::ArchiveLayout layout = combo->currentIndex() == kRootLayoutEntry
+                                                ? Converter::ArchiveLayout::PackageAtRoot
+                                                : Converter::ArchiveLayout::Reference;
+    DW_LOG(QLatin1String("pickedArchiveLayout : ") + Converter::layoutName(layout));
+    SettingsStore &settings = SettingsStore::standard();
+    settings.setObject(SettingKey::archiveLayout, Converter::layoutName(layout));
+    settings.synchronize();
 }
 
 void Preferences::storeCheckBox(QObject *sender, const char *action, const QString &key, const QString &firstLine,

@@ -51,6 +51,7 @@ public Q_SLOTS:
     // The actions; each takes the control that sent it.
     virtual void pickedCompletionAction(QObject *sender);
     virtual void pickedIntervalAction(QObject *sender);
+    virtual void pickedArchiveLayout(QObject *sender);
     virtual void soundCheckBox(QObject *sender);
     virtual void checkStopForErrorsAction(QObject *sender);
     virtual void checkUpdatesAction(QObject *sender);

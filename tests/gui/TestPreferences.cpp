@@ -42,7 +42,8 @@ QString shown(Preferences &pane)
                        state("updates", ui.checkForUpdates),
                        state("stop", ui.stopForErrors),
                        ui.intervalCombo->currentText() + (ui.intervalCombo->isEnabled() ? "" : " (disabled)"),
-                       ui.outputPathChooserButton->text()}
+                       ui.outputPathChooserButton->text(),
+                       ui.archiveLayoutCombo->currentText().section(QLatin1Char(' '), 1, 1) + " layout"}
         .join(", ");
 }
 
@@ -70,18 +71,24 @@ private Q_SLOTS:
     {
         QTest::addColumn<QVariantMap>("values");
         QTest::addColumn<QString>("controls");
-        QTest::newRow("empty store") << QVariantMap() << "Do Nothing, sound on, updates on, stop on, Day, Not Set";
+        QTest::newRow("empty store") << QVariantMap()
+                                     << "Do Nothing, sound on, updates on, stop on, Day, Not Set, Deckwright layout";
         QTest::newRow("off unless exactly \"true\", a week")
             << QVariantMap{{"completedAction", "Open in Keynote"},
                            {"playSound", "True"},
                            {"checkUpdates", "yes"},
                            {"stopForErrors", "false"},
                            {"updateInterval", qint64(604800)}}
-            << "Open in Keynote, sound off, updates off, stop off, Week (disabled), Not Set";
-        QTest::newRow("four weeks, as written for Year") << QVariantMap{{"updateInterval", qint64(2419200)}}
-                                                         << "Do Nothing, sound on, updates on, stop on, Month, Not Set";
-        QTest::newRow("UTF-8 escapes") << QVariantMap{{"outputPath", "file:///Users/ann/%C3%9Cbersicht/"}}
-                                       << "Do Nothing, sound on, updates on, stop on, Day, Übersicht (missing)";
+            << "Open in Keynote, sound off, updates off, stop off, Week (disabled), Not Set, Deckwright layout";
+        QTest::newRow("four weeks, as written for Year")
+            << QVariantMap{{"updateInterval", qint64(2419200)}}
+            << "Do Nothing, sound on, updates on, stop on, Month, Not Set, Deckwright layout";
+        QTest::newRow("UTF-8 escapes")
+            << QVariantMap{{"outputPath", "file:///Users/ann/%C3%9Cbersicht/"}}
+            << "Do Nothing, sound on, updates on, stop on, Day, Übersicht (missing), Deckwright layout";
+        QTest::newRow("Keynote '09's layout")
+            << QVariantMap{{"archiveLayout", "root"}}
+            << "Do Nothing, sound on, updates on, stop on, Day, Not Set, Keynote layout";
     }
 
     void storedValuesAreShownNotWritten()
@@ -105,6 +112,11 @@ private Q_SLOTS:
         QTest::newRow("Year, which shows as Month")
             << QString("intervalCombo") << "Year" << QVariantMap{{"updateInterval", qint64(2419200)}};
         QTest::newRow("Month writes nothing") << QString("intervalCombo") << "Month" << QVariantMap();
+        QTest::newRow("Keynote '09's layout")
+            << QString("archiveLayoutCombo") << "As Keynote '09 writes it (opens in LibreOffice)"
+            << QVariantMap{{"archiveLayout", "root"}};
+        QTest::newRow("Deckwright's layout") << QString("archiveLayoutCombo") << "As Deckwright has always written it"
+                                             << QVariantMap{{"archiveLayout", "reference"}};
         QTest::newRow("sound off") << QString("sendSoundButton") << "off" << QVariantMap{{"playSound", "false"}};
         QTest::newRow("sound on") << QString("sendSoundButton") << "on" << QVariantMap{{"playSound", "true"}};
         QTest::newRow("updates off") << QString("checkForUpdates") << "off" << QVariantMap{{"checkUpdates", "false"}};
