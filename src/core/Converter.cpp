@@ -1,6 +1,7 @@
 #include "core/Converter.h"
 
 #include "core/ConversionEvents.h"
+#include "core/DiskSpace.h"
 #include "core/Fatal.h"
 #include "core/FileTree.h"
 #include "core/FileUtils.h"
@@ -10,6 +11,8 @@
 #include "core/OutputFile.h"
 #include "core/PackageScan.h"
 #include "core/Regex.h"
+#include "core/ScratchDir.h"
+#include "core/ScratchRun.h"
 #include "core/SettingsStore.h"
 #include "core/StepProgress.h"
 #include "core/StopRequest.h"
@@ -23,6 +26,9 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 const QString kKeynoteFourTag = QStringLiteral("key:version=\"72007061400\"");
@@ -263,6 +269,8 @@ bool Converter::openScratch(Job &job)
 {
     // The scratch folder is this run's own.
     DW_LOG(QLatin1String("indexFilePath ") + prezOrigPath() + QLatin1String("/index.apxl.gz"));
+    if (!placeScratch(job))
+        return false;
     const std::optional<QString> scratch = job.fileUtils->getTmpDir();
     if (!scratch) {
         setErrorOccurred(NotKeynoteFour);
@@ -279,6 +287,46 @@ bool Converter::openScratch(Job &job)
     DW_LOG(QLatin1String("name : ") + job.prezNameWithoutExt);
     job.copyPath = job.tmpDir + job.prezName;
     return true;
+}
+
+std::optional<QUrl> Converter::bookmarkedOutputFolder()
+{
+    SettingsStore &settings = SettingsStore::standard();
+    if (!settings.contains(SettingKey::bookmarkData))
+        return std::nullopt;
+    return FolderBookmark::platform().resolve(settings.requiredData(SettingKey::bookmarkData));
+}
+
+bool Converter::placeScratch(Job &job)
+{
+    const std::optional<QUrl> outUrl = bookmarkedOutputFolder();
+    const QString output = outUrl ? outUrl->toLocalFile() : QString();
+    // Run folders a killed conversion left in the output folder go first.
+    const int outputFd
+        = output.isEmpty() ? -1 : ::open(QFile::encodeName(output).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (outputFd >= 0) {
+        ScratchRun::sweepStaleInOutputFolder(outputFd);
+        ::close(outputFd);
+    }
+
+    const qint64 bytes = FileTree::bytesOfFiles(prezOrigPath());
+    const qint64 needed = 2 * bytes + bytes / 10 + spareScratchBytes;
+    const qint64 scratchFree = DiskSpace::available(ScratchDir::path());
+    if (scratchFree < 0 || scratchFree >= needed)
+        return true;
+    const qint64 outputFree = output.isEmpty() ? -1 : DiskSpace::available(output);
+    if (outputFree >= needed) {
+        DW_LOG(QLatin1String("working in the output folder : ") + output);
+        job.fileUtils->runInFolder(output);
+        return true;
+    }
+    setErrorOccurred(OutputNotWritten);
+    setErrorReason(QStringLiteral("there is not enough free space to convert it: it needs about %1, and there are "
+                                  "%2 free for the scratch folder and %3 for the output folder")
+                       .arg(DiskSpace::describe(needed), DiskSpace::describe(scratchFree),
+                            DiskSpace::describe(qMax<qint64>(0, outputFree))));
+    post(ConversionEvents::finishedWithErrorNotKeynoteFour);
+    return false;
 }
 
 bool Converter::copyToScratch(Job &job)
@@ -507,11 +555,10 @@ bool Converter::writeIntoOutputFolder(Job &job, const QString &outputPath)
 {
     // The folder is reached through the bookmark the person granted; the plain
     // path only names the file in a message.
-    SettingsStore &settings = SettingsStore::standard();
-    if (!settings.contains(SettingKey::bookmarkData))
+    if (!SettingsStore::standard().contains(SettingKey::bookmarkData))
         Fatal::fail(QStringLiteral("no output folder was chosen (the setting bookmarkData is missing)"));
     FolderBookmark &bookmarks = FolderBookmark::platform();
-    const std::optional<QUrl> outUrl = bookmarks.resolve(settings.requiredData(SettingKey::bookmarkData));
+    const std::optional<QUrl> outUrl = bookmarkedOutputFolder();
     if (!outUrl) {
         failWith(job, OutputNotWritten,
                  QStringLiteral("could not write %1 (the output folder no longer exists)")
@@ -534,6 +581,10 @@ bool Converter::writeIntoOutputFolder(Job &job, const QString &outputPath)
 
 void Converter::clearScratch(Job &job)
 {
+    // Before the scratch folder is known there is nothing of ours to remove,
+    // and the names alone would be relative to wherever we are.
+    if (job.tmpDir.isEmpty())
+        return;
     job.fileUtils->rmFile(job.tmpDir + job.prezName);
     job.fileUtils->rmFile(job.tmpDir + job.prezNameWithoutExt);
 }
@@ -577,18 +628,25 @@ bool Converter::writeOutput(const QString &archivePath, const QString &folder)
             QStringLiteral("could not write %1 (%2)").arg(folderPath + QLatin1Char('/') + outputPrezName(), why));
         return false;
     };
-    OutputFile output(folderPath);
-    OutputFile::Result result = output.fill(archivePath);
-    if (result == OutputFile::Stopped)
-        return false;
-    if (result != OutputFile::Ok)
-        return fail(output.errorString());
-    // Someone (another run) may have taken the name since it was found free.
-    while ((result = output.publish(outputPrezName())) == OutputFile::Taken) {
-        setOutputPrezName(numberedName(++m_number));
-        DW_LOG(QLatin1String("trying : ") + outputPrezName());
+    // On the folder's own disk the archive is moved in, not copied: no time,
+    // and no second copy of a large deck on a disk that may be short of room.
+    // Two mounts of one disk look alike but refuse the move: then it is copied.
+    bool move = DiskSpace::sameFileSystem(archivePath, folderPath);
+    for (;;) {
+        OutputFile output(folderPath);
+        OutputFile::Result result = move ? output.adopt(archivePath) : output.fill(archivePath);
+        if (result == OutputFile::Stopped)
+            return false;
+        // Someone (another run) may have taken the name since it was found free.
+        while (result == OutputFile::Ok && (result = output.publish(outputPrezName())) == OutputFile::Taken) {
+            setOutputPrezName(numberedName(++m_number));
+            DW_LOG(QLatin1String("trying : ") + outputPrezName());
+            result = OutputFile::Ok;
+        }
+        if (result == OutputFile::Ok)
+            return true;
+        if (!move || output.errorNumber() != EXDEV)
+            return fail(output.errorString());
+        move = false;
     }
-    if (result != OutputFile::Ok)
-        return fail(output.errorString());
-    return true;
 }

@@ -4,8 +4,10 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 
 class FileUtils;
+class QUrl;
 
 // Turns one Keynote '08 package into a Keynote '09 file in the output folder.
 // Progress and outcome are told only through the conversion events, whose
@@ -44,6 +46,10 @@ public:
     // The largest decompressed document taken: far above any real deck's,
     // far below what would strain memory.
     static constexpr qint64 documentSizeLimit = 256LL * 1024 * 1024;
+    // Room a conversion needs where it works, beyond the package twice over
+    // (the copy and its archive side by side) and a tenth: the document grows
+    // when decompressed, and the disk must not end up full to the last byte.
+    static constexpr qint64 spareScratchBytes = 64LL * 1024 * 1024;
 
     Converter();
     explicit Converter(const QString &prezOrigPath);
@@ -94,6 +100,9 @@ private:
     bool checkPackageName();
     // Takes this run's own scratch folder and the names the copy goes under.
     bool openScratch(Job &job);
+    // Works in the output folder when the package will not fit on the
+    // scratch folder's disk; refuses it when it fits on neither.
+    bool placeScratch(Job &job);
     // Copies the package into the scratch folder.
     bool copyToScratch(Job &job);
     // Refuses a copy that is not whole or holds more than folders and files.
@@ -113,6 +122,8 @@ private:
     // Writes the archive into the folder kept under the setting bookmarkData.
     bool writeIntoOutputFolder(Job &job, const QString &outputPath);
 
+    // The folder the bookmark in the settings grants; none without one.
+    static std::optional<QUrl> bookmarkedOutputFolder();
     // Removes the copy, under either of its names, from the scratch folder.
     void clearScratch(Job &job);
     // Ends the conversion with this outcome once the copy is removed.

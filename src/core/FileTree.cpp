@@ -446,3 +446,14 @@ QByteArray FileTree::randomName(const QByteArray &prefix)
         name += letters[QRandomGenerator::system()->bounded(int(sizeof letters - 1))];
     return name;
 }
+
+qint64 FileTree::bytesOfFiles(const QString &rootPath)
+{
+    qint64 bytes = 0;
+    walk(rootPath, [&](const Entry &entry) {
+        if (entry.kind == Kind::File)
+            bytes += entry.size;
+        return true;
+    });
+    return bytes;
+}

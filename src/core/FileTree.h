@@ -53,6 +53,9 @@ public:
     // The same for the item `name` in the open folder `folderDescriptor`.
     static bool removeAt(int folderDescriptor, const QByteArray &name, int *error = nullptr);
 
+    // The sizes of the regular files below the folder, added up, links not followed.
+    static qint64 bytesOfFiles(const QString &rootPath);
+
     // What is at the path, without following a link there; nothing there: false.
     static bool kindAt(const QString &path, Kind *kind, qint64 *size = nullptr);
 

@@ -97,7 +97,7 @@ QString FileUtils::runCommand(const QString &launchPath, const QStringList &argu
 std::optional<QString> FileUtils::getTmpDir()
 {
     if (!m_run) {
-        m_run = std::make_unique<ScratchRun>();
+        m_run = m_runFolder.isEmpty() ? std::make_unique<ScratchRun>() : std::make_unique<ScratchRun>(m_runFolder);
         m_tmpDirError = m_run->errorString();
     }
     if (!m_run->isValid())

@@ -32,6 +32,7 @@ public:
     virtual QString runCommand(const QString &launchPath, const QStringList &arguments);
     // This conversion's own private scratch folder (a ScratchRun), made on
     // first use and removed with this object; none when it cannot be made.
+    // It lies in the scratch folder, or in the folder given to runInFolder.
     virtual std::optional<QString> getTmpDir();
     virtual QString getTmpDirFromEnv();
 
@@ -41,6 +42,9 @@ public:
     void setCommandWatcher(ChildProcess::Watcher watcher) { m_commandWatcher = std::move(watcher); }
     // A cap on the size of any file the next commands write (0: none).
     void setFileSizeLimit(qint64 bytes) { m_fileSizeLimit = bytes; }
+    // Makes getTmpDir's run folder in this folder (an output folder) instead
+    // of the scratch folder; before the first getTmpDir.
+    void runInFolder(const QString &folder) { m_runFolder = folder; }
     // The folder the next commands start in (empty: ours).
     void setWorkingDirectory(const QString &folder) { m_workingDirectory = folder; }
     // Why getTmpDir gave none.
@@ -60,6 +64,7 @@ private:
     ChildProcess::Result m_lastCommand;
     qint64 m_fileSizeLimit = 0;
     QString m_workingDirectory;
+    QString m_runFolder;
     ChildProcess::Watcher m_commandWatcher;
     std::unique_ptr<ScratchRun> m_run;
     QString m_tmpDirError;

@@ -24,18 +24,22 @@ bool g_unnamedFilesTried = true;
 OutputFile::OutputFile(const QString &folder)
 {
     m_folderFd = ::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (m_folderFd < 0) {
+    if (m_folderFd < 0)
         failed(errno);
-        return;
-    }
+}
+
+bool OutputFile::create()
+{
+    if (m_folderFd < 0)
+        return false;
     if (g_unnamedFilesTried) {
         m_fd = SystemCalls::openUnnamedFile(m_folderFd, kMode);
         if (m_fd >= 0)
-            return;
+            return true;
         // Only a file system without unnamed files falls through to a hidden name.
         if (errno != EOPNOTSUPP && errno != EISDIR && errno != EINVAL && errno != ENOENT) {
             failed(errno);
-            return;
+            return false;
         }
     }
     // A short name, so that names of 255 bytes still fit when it is renamed.
@@ -44,12 +48,47 @@ OutputFile::OutputFile(const QString &folder)
         m_fd = ::openat(m_folderFd, name.constData(), O_CREAT | O_EXCL | O_WRONLY | O_NOFOLLOW | O_CLOEXEC, kMode);
         if (m_fd >= 0) {
             m_hiddenName = name;
-            return;
+            return true;
         }
         if (errno != EEXIST)
             break;
     }
     failed(errno);
+    return false;
+}
+
+OutputFile::Result OutputFile::adopt(const QString &archivePath)
+{
+    if (m_folderFd < 0 || m_fd >= 0 || m_adoptedFolderFd >= 0)
+        return Failed;
+    const QByteArray path = QFile::encodeName(archivePath);
+    const qsizetype slash = path.lastIndexOf('/');
+    const QByteArray folder = slash > 0 ? path.left(slash) : QByteArray("/");
+    const QByteArray name = path.mid(slash + 1);
+    const int folderFd = ::open(folder.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (folderFd < 0)
+        return failed(errno);
+    const int in = ::openat(folderFd, name.constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+    struct stat source = {};
+    struct stat target = {};
+    int error = 0;
+    if (in < 0 || ::fstat(in, &source) != 0 || ::fstat(m_folderFd, &target) != 0)
+        error = errno;
+    else if (!S_ISREG(source.st_mode))
+        error = EINVAL;
+    else if (source.st_dev != target.st_dev)
+        error = EXDEV;
+    else if (::fsync(in) != 0)
+        error = errno; // named only once it is on the disk, as a copy would be
+    if (in >= 0)
+        ::close(in);
+    if (error != 0) {
+        ::close(folderFd);
+        return failed(error);
+    }
+    m_adoptedFolderFd = folderFd;
+    m_adoptedName = name;
+    return Ok;
 }
 
 void OutputFile::setUnnamedFilesTried(bool tried)
@@ -59,6 +98,8 @@ void OutputFile::setUnnamedFilesTried(bool tried)
 
 OutputFile::~OutputFile()
 {
+    if (m_adoptedFolderFd >= 0)
+        ::close(m_adoptedFolderFd);
     if (m_fd >= 0)
         ::close(m_fd);
     if (!m_published && !m_hiddenName.isEmpty() && m_folderFd >= 0)
@@ -69,13 +110,14 @@ OutputFile::~OutputFile()
 
 OutputFile::Result OutputFile::failed(int error)
 {
+    m_errno = error;
     m_error = QString::fromLocal8Bit(std::strerror(error));
     return Failed;
 }
 
 OutputFile::Result OutputFile::fill(const QString &archivePath)
 {
-    if (m_fd < 0)
+    if (m_fd >= 0 || m_adoptedFolderFd >= 0 || !create())
         return Failed;
     const int in = ::open(QFile::encodeName(archivePath).constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
     if (in < 0)
@@ -106,9 +148,13 @@ OutputFile::Result OutputFile::fill(const QString &archivePath)
 
 OutputFile::Result OutputFile::publish(const QString &name)
 {
-    if (m_fd < 0 || m_published)
+    if (m_published)
         return Failed;
     const QByteArray target = QFile::encodeName(name);
+    if (m_adoptedFolderFd >= 0)
+        return moveIn(m_adoptedFolderFd, m_adoptedName, target);
+    if (m_fd < 0)
+        return Failed;
     if (m_hiddenName.isEmpty()) {
         char self[64];
         std::snprintf(self, sizeof self, "/proc/self/fd/%d", m_fd);
@@ -118,7 +164,12 @@ OutputFile::Result OutputFile::publish(const QString &name)
         m_published = true;
         return Ok;
     }
-    if (SystemCalls::renameNoReplace(m_folderFd, m_hiddenName.constData(), target.constData()) == 0) {
+    return moveIn(m_folderFd, m_hiddenName, target);
+}
+
+OutputFile::Result OutputFile::moveIn(int fromFolder, const QByteArray &fromName, const QByteArray &target)
+{
+    if (SystemCalls::renameNoReplace(fromFolder, fromName.constData(), m_folderFd, target.constData()) == 0) {
         m_published = true;
         return Ok;
     }
@@ -126,10 +177,10 @@ OutputFile::Result OutputFile::publish(const QString &name)
         return Taken;
     if (errno != EINVAL && errno != ENOSYS)
         return failed(errno);
-    // No exclusive rename here: a second name, then the hidden one goes.
-    if (::linkat(m_folderFd, m_hiddenName.constData(), m_folderFd, target.constData(), 0) != 0)
+    // No exclusive rename here: a second name, then the first one goes.
+    if (::linkat(fromFolder, fromName.constData(), m_folderFd, target.constData(), 0) != 0)
         return errno == EEXIST ? Taken : failed(errno);
     m_published = true;
-    ::unlinkat(m_folderFd, m_hiddenName.constData(), 0);
+    ::unlinkat(fromFolder, fromName.constData(), 0);
     return Ok;
 }

@@ -9,6 +9,8 @@
 // operation that fails rather than replaces and never follows a link. So the
 // folder shows the whole file or nothing, a kill leaves nothing (or, without
 // O_TMPFILE, at most the hidden file), and nothing already there is touched.
+// An archive already on the folder's file system is moved in the same way
+// instead of copied.
 class OutputFile
 {
 public:
@@ -23,11 +25,17 @@ public:
 
     // Copies the whole file at archivePath in and flushes it to disk.
     Result fill(const QString &archivePath);
-    // Gives the file its name in the folder. Taken: something is there already.
+    // Takes the file at archivePath itself, flushed to disk, to be moved in
+    // by publish instead of copied: for a file of ours on the folder's file
+    // system. Failed (EXDEV) when it lies on another one.
+    Result adopt(const QString &archivePath);
+    // Gives the file its name in the folder (or moves the adopted one in
+    // under it). Taken: something is there already.
     Result publish(const QString &name);
 
     // The reason of the last failure, as the system words it.
     QString errorString() const { return m_error; }
+    int errorNumber() const { return m_errno; }
 
     // Whether unnamed files are tried at all; tests turn them off to try
     // the hidden-name way that file systems without them get.
@@ -35,10 +43,17 @@ public:
 
 private:
     Result failed(int error);
+    // Opens the file to fill: unnamed, or under a hidden name.
+    bool create();
+    // Renames fromName in fromFolder to target in the folder, never over anything.
+    Result moveIn(int fromFolder, const QByteArray &fromName, const QByteArray &target);
 
     int m_folderFd = -1;
     int m_fd = -1;
-    QByteArray m_hiddenName; // empty for an unnamed file
+    QByteArray m_hiddenName;    // empty for an unnamed file
+    int m_adoptedFolderFd = -1; // the folder of an adopted file, and its name there
+    QByteArray m_adoptedName;
     bool m_published = false;
     QString m_error;
+    int m_errno = 0;
 };

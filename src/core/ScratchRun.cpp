@@ -58,13 +58,32 @@ ScratchRun::ScratchRun()
         m_error = QStringLiteral("the scratch folder %1 is not private").arg(root);
         return;
     }
-    // Runs are made and swept under a lock on the scratch folder, so a sweep
+    makeRun(root, "run-");
+}
+
+ScratchRun::ScratchRun(const QString &outputFolder)
+{
+    QString root = outputFolder;
+    if (!root.endsWith(QLatin1Char('/')))
+        root += QLatin1Char('/');
+    // The person chose this folder's path, so a link in it is followed; nothing below it is.
+    m_rootFd = ::open(QFile::encodeName(root).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (m_rootFd < 0) {
+        m_error = QStringLiteral("the output folder %1 cannot be opened (%2)").arg(outputFolder, errnoText(errno));
+        return;
+    }
+    makeRun(root, outputRunPrefix);
+}
+
+void ScratchRun::makeRun(const QString &root, const QByteArray &prefix)
+{
+    // Runs are made and swept under a lock on the root folder, so a sweep
     // never meets a run that is being made.
     while (::flock(m_rootFd, LOCK_EX) != 0 && errno == EINTR) {}
-    sweepStale(m_rootFd);
+    sweep(m_rootFd, prefix == outputRunPrefix);
     int error = 0;
     for (int attempt = 0; attempt < 100; ++attempt) {
-        const QByteArray name = FileTree::randomName("run-");
+        const QByteArray name = FileTree::randomName(prefix);
         if (::mkdirat(m_rootFd, name.constData(), 0700) == 0) {
             m_runFd = ::openat(m_rootFd, name.constData(), kDirFlags);
             if (m_runFd >= 0 && ::flock(m_runFd, LOCK_EX | LOCK_NB) == 0) {
@@ -84,7 +103,7 @@ ScratchRun::ScratchRun()
     }
     ::flock(m_rootFd, LOCK_UN);
     if (m_runFd < 0) {
-        m_error = QStringLiteral("no folder can be made in the scratch folder %1 (%2)").arg(root, errnoText(error));
+        m_error = QStringLiteral("no folder can be made in %1 (%2)").arg(root, errnoText(error));
         return;
     }
     m_path = root + QFile::decodeName(m_name) + QLatin1Char('/');
@@ -119,6 +138,20 @@ void ScratchRun::removeAll()
 
 int ScratchRun::sweepStale(int scratchFolderDescriptor)
 {
+    return sweep(scratchFolderDescriptor, false);
+}
+
+int ScratchRun::sweepStaleInOutputFolder(int outputFolderDescriptor)
+{
+    // Under the folder's lock, so a run being made there is never taken for a stale one.
+    while (::flock(outputFolderDescriptor, LOCK_EX) != 0 && errno == EINTR) {}
+    const int removed = sweep(outputFolderDescriptor, true);
+    ::flock(outputFolderDescriptor, LOCK_UN);
+    return removed;
+}
+
+int ScratchRun::sweep(int scratchFolderDescriptor, bool outputFolder)
+{
     std::vector<std::string> names;
     const int dup = ::fcntl(scratchFolderDescriptor, F_DUPFD_CLOEXEC, 0);
     DIR *dir = dup >= 0 ? ::fdopendir(dup) : nullptr;
@@ -140,10 +173,17 @@ int ScratchRun::sweepStale(int scratchFolderDescriptor)
         // left by a killed run. Besides those, only what older versions of
         // Deckwright left here goes (copies, folders, zips); anything else,
         // such as the running application's socket, is not scratch.
-        const bool isRun = name.compare(0, 4, "run-") == 0;
         struct stat st = {};
         if (::fstatat(scratchFolderDescriptor, name.c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
             continue;
+        if (outputFolder) {
+            // The person's folder: only a run folder of ours, closed to others, is ours to remove.
+            const bool ourRun = name.compare(0, std::strlen(outputRunPrefix), outputRunPrefix) == 0
+                                && S_ISDIR(st.st_mode) && st.st_uid == ::getuid() && (st.st_mode & 077) == 0;
+            if (!ourRun)
+                continue;
+        }
+        const bool isRun = outputFolder || name.compare(0, 4, "run-") == 0;
         const bool oldLeftover
             = S_ISDIR(st.st_mode)
               || (S_ISREG(st.st_mode) && name.size() > 4

@@ -11,10 +11,17 @@
 // A run holds an flock on its folder while it lives. A run folder whose lock
 // can be taken belongs to no live process (it was killed): every new run
 // removes those first. A fatal ending removes the live ones.
+//
+// A package too large for the scratch folder's disk (usually a small tmpfs)
+// runs in the output folder instead: <output>/.deckwright-run-XXXXXX, hidden,
+// mode 0700, swept the same way, and only folders of that name that are ours,
+// closed to others and held by no live run are ever removed there.
 class ScratchRun
 {
 public:
     ScratchRun();
+    // A run in the output folder; see above.
+    explicit ScratchRun(const QString &outputFolder);
     ~ScratchRun();
     ScratchRun(const ScratchRun &) = delete;
     ScratchRun &operator=(const ScratchRun &) = delete;
@@ -33,8 +40,16 @@ public:
     // Removes the run folders no live run holds, and the scratch copies
     // older versions left in the scratch folder; returns how many items.
     static int sweepStale(int scratchFolderDescriptor);
+    // The same in an output folder: only stale run folders of ours.
+    static int sweepStaleInOutputFolder(int outputFolderDescriptor);
+
+    static constexpr const char *outputRunPrefix = ".deckwright-run-";
 
 private:
+    // Makes the run folder under the open root, named prefix + six letters.
+    void makeRun(const QString &root, const QByteArray &prefix);
+    static int sweep(int folderDescriptor, bool outputFolder);
+
     int m_rootFd = -1;
     int m_runFd = -1;
     QByteArray m_name;

@@ -30,11 +30,7 @@ qint64 StepProgress::bytesOfFilesIn(const QString &folder, bool descend)
 {
     qint64 bytes = 0;
     if (descend) {
-        FileTree::walk(folder, [&](const FileTree::Entry &entry) {
-            if (entry.kind == FileTree::Kind::File)
-                bytes += entry.size;
-            return true;
-        });
+        bytes = FileTree::bytesOfFiles(folder);
     } else {
         // Our own run folder: only the archive zip is writing stands there beside the copy.
         const QFileInfoList files = QDir(folder).entryInfoList(QDir::Files | QDir::Hidden | QDir::NoSymLinks);

@@ -1,5 +1,6 @@
 #include "core/ConversionEvents.h"
 #include "core/Converter.h"
+#include "core/DiskSpace.h"
 #include "core/NotificationCenter.h"
 #include "core/OutputFile.h"
 #include "core/ScratchDir.h"
@@ -257,27 +258,43 @@ private Q_SLOTS:
     }
 
     // Unnamed files, used where the file system has them, are attacked through
-    // the real program in the hostile suite; here the hidden name used elsewhere.
-    void writingUnderAHiddenNameIsAllOrNothingAndNeverReplaces()
+    // the real program in the hostile suite; here the hidden name used
+    // elsewhere, and the archive moved in from the folder's own disk.
+    void writingIsAllOrNothingAndNeverReplaces_data()
     {
+        QTest::addColumn<bool>("sameDisk");
+        QTest::newRow("copied under a hidden name") << false;
+        QTest::newRow("moved in") << true;
+    }
+    void writingIsAllOrNothingAndNeverReplaces()
+    {
+        QFETCH(bool, sameDisk);
         OutputFile::setUnnamedFilesTried(false);
         const auto restore = qScopeGuard([] { OutputFile::setUnnamedFilesTried(true); });
+        QTemporaryDir elsewhere(QStringLiteral("/dev/shm/deckwright-test-XXXXXX"));
+        if (!sameDisk && (!elsewhere.isValid() || DiskSpace::sameFileSystem(elsewhere.path(), m_out)))
+            QSKIP("needs /dev/shm on a file system of its own");
         OutputWriter converter(m_in + QStringLiteral("/A.key"));
-        const QString archive = m_work.filePath(QStringLiteral("archive.zip"));
+        const QString archive = (sameDisk ? m_work.path() : elsewhere.path()) + QStringLiteral("/archive.zip");
         const QByteArray bytes = PackageFactory::pseudoRandom(9 * 1024 * 1024 + 5, 7);
-        QFile file(archive);
-        QVERIFY(file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size());
-        file.close();
+        const auto write = [&] {
+            QFile file(archive);
+            if (!file.open(QIODevice::WriteOnly) || file.write(bytes) != bytes.size())
+                return false;
+            file.close();
+            return converter.writeOutput(archive, m_out);
+        };
 
         converter.setOutputPrezName(QStringLiteral("A.key"));
-        QVERIFY(converter.writeOutput(archive, m_out));
+        QVERIFY(write());
         QCOMPARE(PackageFactory::snapshot(m_out).value(QStringLiteral("A.key")), bytes);
+        QCOMPARE(QFileInfo::exists(archive), !sameDisk); // moved, not copied
         // Taken since the name was found free (here: by the first write): the next number.
-        QVERIFY(converter.writeOutput(archive, m_out));
+        QVERIFY(write());
         QCOMPARE(converter.outputPrezName(), QStringLiteral("A.1.key"));
         // A dangling link takes a name as well, and is never written through.
         QVERIFY(QFile::link(m_work.filePath(QStringLiteral("elsewhere.key")), m_out + QStringLiteral("/A.2.key")));
-        QVERIFY(converter.writeOutput(archive, m_out));
+        QVERIFY(write());
         QCOMPARE(converter.outputPrezName(), QStringLiteral("A.3.key"));
         QVERIFY(!QFileInfo::exists(m_work.filePath(QStringLiteral("elsewhere.key"))));
 
@@ -287,6 +304,7 @@ private Q_SLOTS:
                  qPrintable(converter.errorReason()));
         QCOMPARE(entries(m_out), QStringList({QStringLiteral("A.1.key"), QStringLiteral("A.2.key"),
                                               QStringLiteral("A.3.key"), QStringLiteral("A.key")}));
+        QFile::remove(archive);
     }
 };
 

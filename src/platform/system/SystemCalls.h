@@ -20,7 +20,7 @@ public:
     // writing; a name is given later by linking /proc/self/fd/N. -1 when the
     // file system (or kernel) has no such files.
     static int openUnnamedFile(int folderDescriptor, mode_t mode);
-    // Renames within one folder, failing with EEXIST rather than replacing
-    // anything, a dangling link included.
-    static int renameNoReplace(int folderDescriptor, const char *from, const char *to);
+    // Renames (within one file system), failing with EEXIST rather than
+    // replacing anything, a dangling link included.
+    static int renameNoReplace(int fromFolder, const char *from, int toFolder, const char *to);
 };

@@ -30,7 +30,7 @@ int SystemCalls::openUnnamedFile(int folderDescriptor, mode_t mode)
     return ::openat(folderDescriptor, ".", O_TMPFILE | O_WRONLY | O_CLOEXEC, mode);
 }
 
-int SystemCalls::renameNoReplace(int folderDescriptor, const char *from, const char *to)
+int SystemCalls::renameNoReplace(int fromFolder, const char *from, int toFolder, const char *to)
 {
-    return ::renameat2(folderDescriptor, from, folderDescriptor, to, RENAME_NOREPLACE);
+    return ::renameat2(fromFolder, from, toFolder, to, RENAME_NOREPLACE);
 }

@@ -22,7 +22,7 @@ int SystemCalls::openUnnamedFile(int, mode_t)
     return -1;
 }
 
-int SystemCalls::renameNoReplace(int, const char *, const char *)
+int SystemCalls::renameNoReplace(int, const char *, int, const char *)
 {
     errno = ENOSYS;
     return -1;
