@@ -33,6 +33,36 @@ QByteArray PackageFactory::keynoteFiveDocument()
     return keynoteFourDocument().replace("key:version=\"72007061400\"", "key:version=\"92008102400\"");
 }
 
+QByteArray PackageFactory::keynoteFourPresentation(int slides)
+{
+    // What the reader needs, found by trying it: the sf and sfa namespaces
+    // declared (without them the slide size is lost and nothing can be
+    // exported), the slide size, and the slide list. A title is a shape in the
+    // slide's layer: the reader draws a shape only with a path, and a Keynote
+    // '08 slide names it sf:shape. Masters and themes it does without.
+    QByteArray slideList;
+    for (int n = 1; n <= slides; ++n)
+        slideList += QByteArrayLiteral(
+                         "    <key:slide><key:page><sf:layers><sf:layer><sf:drawables><sf:shape>\n"
+                         "      <sf:geometry><sf:naturalSize sfa:w=\"900\" sfa:h=\"120\"/>"
+                         "<sf:position sfa:x=\"62\" sfa:y=\"40\"/></sf:geometry>\n"
+                         "      <sf:path><sf:bezier-path><sf:bezier sfa:path=\"M 0 0 L 900 0 L 900 120 L 0 120 Z\"/>"
+                         "</sf:bezier-path></sf:path>\n"
+                         "      <sf:text><sf:text-storage><sf:text-body><sf:p>Slide ")
+                     + QByteArray::number(n)
+                     + QByteArrayLiteral(
+                         "</sf:p></sf:text-body></sf:text-storage></sf:text>\n"
+                         "    </sf:shape></sf:drawables></sf:layer></sf:layers></key:page></key:slide>\n");
+    return QByteArrayLiteral(
+               "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+               "<key:presentation xmlns:key=\"http://developer.apple.com/namespaces/keynote2\" "
+               "xmlns:sf=\"http://developer.apple.com/namespaces/sf\" "
+               "xmlns:sfa=\"http://developer.apple.com/namespaces/sfa\" key:version=\"72007061400\">\n"
+               "  <key:size sfa:w=\"1024\" sfa:h=\"768\"/>\n"
+               "  <key:slide-list>\n")
+           + slideList + QByteArrayLiteral("  </key:slide-list>\n</key:presentation>\n");
+}
+
 QMap<QString, QByteArray> PackageFactory::defaultMedia()
 {
     return {

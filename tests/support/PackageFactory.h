@@ -14,6 +14,10 @@ public:
 
     static QByteArray keynoteFourDocument(const QString &title = QStringLiteral("Talk"));
     static QByteArray keynoteFiveDocument();
+    // A Keynote '08 document that a real reader (LibreOffice Impress, through
+    // libetonyek) loads once converted: one page per slide, each slide showing
+    // the title "Slide N".
+    static QByteArray keynoteFourPresentation(int slides);
 
     // Returns the package's path. files: relative path -> content, besides index.apxl.gz.
     QString make(const QString &name, const QByteArray &document = keynoteFourDocument(),
