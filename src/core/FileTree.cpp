@@ -153,8 +153,15 @@ FileTree::WalkResult FileTree::walk(const QString &rootPath, const Visitor &visi
             entry.relativePath = joined(names, *it);
             entry.folderDescriptor = current;
             entry.name = it->c_str();
-            if (::fstatat(current, it->c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0)
-                continue; // gone since the folder was read
+            if (::fstatat(current, it->c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
+                // Gone since the folder was read, or in a folder we may list but not enter.
+                if (errno != ENOENT && result.complete) {
+                    result.complete = false;
+                    result.error = errno;
+                    result.failedPath = joined(names, std::string()).chopped(names.size() > 1 ? 1 : 0);
+                }
+                continue;
+            }
             entry.kind = kindOf(st.st_mode);
             entry.size = entry.kind == Kind::File ? qint64(st.st_size) : 0;
             entry.mode = unsigned(st.st_mode & 07777);

@@ -32,7 +32,7 @@ public:
 
     struct WalkResult
     {
-        bool complete = true;  // every folder was read and the visitor never stopped it
+        bool complete = true;  // every folder was read and entered, and the visitor never stopped it
         bool stopped = false;  // the visitor ended it
         int error = 0;         // errno of the first folder that could not be read
         QByteArray failedPath; // that folder, relative to the root ("" for the root)
