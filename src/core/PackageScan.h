@@ -21,6 +21,11 @@ public:
     // package (from a disk image, a CD, a share).
     static Result scanCopy(const QString &copyPath);
 
+    // Scans the package itself, changing nothing in it and opening nothing
+    // for writing, and finds what whyNotCopied and scanCopy would find, in
+    // that order, about a copy of it made at copyPath.
+    static Result scanInPlace(const QString &packagePath, const QString &copyPath);
+
     // Why a copy of the package came out incomplete: the first file or
     // folder in it that cannot be read, or a path too long to copy to
     // destinationPath. Empty when nothing there explains it.
