@@ -10,7 +10,6 @@
 #include "core/NotificationCenter.h"
 #include "core/OutputFile.h"
 #include "core/PackageScan.h"
-#include "core/Regex.h"
 #include "core/ScratchDir.h"
 #include "core/ScratchRun.h"
 #include "core/SettingsStore.h"
@@ -19,21 +18,15 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <QRegularExpression>
-#include <QStringDecoder>
 #include <QUrl>
 
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 
 #include <fcntl.h>
 #include <unistd.h>
 
 namespace {
-const QString kKeynoteFourTag = QStringLiteral("key:version=\"72007061400\"");
-const QString kKeynoteFiveTag = QStringLiteral("key:version=\"92008102400\"");
-
 // The extension of the last path component, as a URL gives it: none for a
 // name without a dot or one that only starts with a dot.
 QString pathExtension(const QUrl &url)
@@ -60,26 +53,6 @@ QString lastComplaint(const QByteArray &standardError)
     const QString line = lines.last().trimmed();
     const qsizetype colon = line.lastIndexOf(QLatin1String(": "));
     return colon >= 0 ? line.mid(colon + 2) : line;
-}
-
-// The package a path names: a link in its last place is followed once, here,
-// so that the copy is of the real package and never of a link through which
-// a tool would write into the source.
-QString resolvedPackagePath(const QString &path)
-{
-    FileTree::Kind kind;
-    if (!FileTree::kindAt(path, &kind) || kind != FileTree::Kind::Link)
-        return path;
-    const QString target = QFileInfo(path).canonicalFilePath();
-    return target.isEmpty() ? path : target;
-}
-
-// Keynote '09 keeps a presentation in one zip archive: a single file that
-// starts as one is a converted presentation, not a damaged package.
-bool startsLikeAZipArchive(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) && file.read(4) == QByteArray("PK\x03\x04", 4);
 }
 
 // Ends the conversion's window for deferred signals however doConvert returns.
@@ -159,6 +132,39 @@ bool Converter::cannotRepresent(const QString &path)
     // Bytes that are not UTF-8 come back from the system as replacement
     // characters, and the name so made names nothing on disk.
     return !path.isValidUtf16() || (path.contains(QChar::ReplacementCharacter) && !FileTree::kindAt(path, nullptr));
+}
+
+QString Converter::resolvedPackagePath(const QString &path)
+{
+    // The copy is of the real package, never of a link through which a tool
+    // would write into the source.
+    FileTree::Kind kind;
+    if (!FileTree::kindAt(path, &kind) || kind != FileTree::Kind::Link)
+        return path;
+    const QString target = QFileInfo(path).canonicalFilePath();
+    return target.isEmpty() ? path : target;
+}
+
+QString Converter::nameProblem(const QString &path, Outcome *outcome)
+{
+    // A name that cannot be represented is refused as it is, never copied under a mangled one.
+    if (cannotRepresent(path)) {
+        if (outcome)
+            *outcome = NotKeynoteFour;
+        return QStringLiteral("its name is not valid UTF-8");
+    }
+
+    // Only packages named *.key are taken.
+    const QByteArray escaped = QUrl::toPercentEncoding(path, "/");
+    const QUrl url(QString::fromLatin1(escaped), QUrl::StrictMode);
+    const QString extension = url.isValid() ? pathExtension(url) : QString();
+    DW_LOG(QLatin1String("file extension : ") + extension);
+    if (!url.isValid() || extension != QLatin1String("key")) {
+        if (outcome)
+            *outcome = NotKeynote;
+        return QStringLiteral("its name does not end in .key");
+    }
+    return QString();
 }
 
 QString Converter::numberedName(qint64 n) const
@@ -242,27 +248,16 @@ void Converter::doConvert(const QString &outputPath)
 
 bool Converter::checkPackageName()
 {
-    // A name that cannot be represented is refused as it is, never copied under a mangled one.
-    if (cannotRepresent(prezOrigPath())) {
-        setErrorOccurred(NotKeynoteFour);
-        setErrorReason(QStringLiteral("its name is not valid UTF-8"));
-        post(ConversionEvents::finishedWithErrorNotKeynoteFour);
-        return false;
-    }
-
-    // Only packages named *.key are taken.
-    const QByteArray escaped = QUrl::toPercentEncoding(prezOrigPath(), "/");
-    const QUrl url(QString::fromLatin1(escaped), QUrl::StrictMode);
-    const QString extension = url.isValid() ? pathExtension(url) : QString();
-    DW_LOG(QLatin1String("file extension : ") + extension);
-    if (!url.isValid() || extension != QLatin1String("key")) {
-        DW_LOG(QLatin1String("not a keynote file...!"));
-        setErrorOccurred(NotKeynote);
-        setErrorReason(QStringLiteral("its name does not end in .key"));
-        post(ConversionEvents::finishedWithErrorNotKeynote);
-        return false;
-    }
-    return true;
+    Outcome outcome = NoError;
+    const QString problem = nameProblem(prezOrigPath(), &outcome);
+    if (problem.isEmpty())
+        return true;
+    DW_LOG(QLatin1String("not a keynote file...!"));
+    setErrorOccurred(outcome);
+    setErrorReason(problem);
+    post(outcome == NotKeynote ? ConversionEvents::finishedWithErrorNotKeynote
+                               : ConversionEvents::finishedWithErrorNotKeynoteFour);
+    return false;
 }
 
 bool Converter::openScratch(Job &job)
@@ -385,19 +380,13 @@ bool Converter::checkCopy(Job &job)
 
 bool Converter::unpackDocument(Job &job)
 {
-    // gunzip's complaint about a missing file is how a package without its
-    // document shows. No file it writes may outgrow the document limit.
-    job.fileUtils->setFileSizeLimit(documentSizeLimit + 1);
-    const QString expOutput = job.fileUtils->runCommand(
-        QStringLiteral("/usr/bin/gunzip"), {QStringLiteral("-f"), job.copyPath + QLatin1String("/index.apxl.gz")});
-    job.fileUtils->setFileSizeLimit(0);
-    job.gunzip = job.fileUtils->lastCommand();
-    DW_LOG(QLatin1String("expOutput ''") + expOutput + QLatin1String("''"));
+    job.gunzip = KeynoteDocument::unpack(*job.fileUtils, job.copyPath + QLatin1String("/index.apxl.gz"));
+    DW_LOG(QLatin1String("gunzip said ''") + FileUtils::decodeOutput(job.gunzip.standardError) + QLatin1String("''"));
     if (stopIfAsked(job))
         return false;
-    if (Regex(QStringLiteral("No such file")).hasMatch(expOutput)) {
+    if (KeynoteDocument::wasMissing(job.gunzip)) {
         rejectPackage(job, QStringLiteral("error : could not find index.apxl.gz to unzip"),
-                      QStringLiteral("index.apxl.gz is missing"));
+                      KeynoteDocument::missingReason());
         return false;
     }
     return true;
@@ -408,37 +397,12 @@ bool Converter::readDocument(Job &job, QString *document)
     post(ConversionEvents::progress);
     if (stopIfAsked(job))
         return false;
-    QByteArray indexBytes;
-    int readError = 0;
-    bool tooLarge = false;
-    const ChildProcess::Result &gunzip = job.gunzip;
-    const bool gunzipOutgrew
-        = (gunzip.crashed && gunzip.exitCode == SIGXFSZ) || gunzip.standardError.contains("File too large");
-    if (gunzipOutgrew || !FileTree::readFile(job.indexPath(), documentSizeLimit, &indexBytes, &readError, &tooLarge)) {
-        QString reason;
-        if (gunzipOutgrew || tooLarge)
-            reason = QStringLiteral("the document is larger than %1 MB").arg(documentSizeLimit / (1024 * 1024));
-        else if (job.copyKind == FileTree::Kind::File)
-            reason = startsLikeAZipArchive(job.copyPath)
-                         ? QStringLiteral("already in the Keynote '09 format")
-                         : QStringLiteral("it is a single file, not a Keynote '08 package");
-        else if (!gunzip.succeeded())
-            reason = QStringLiteral("the document is damaged");
-        else
-            reason = QStringLiteral("index.apxl could not be read (%1)").arg(errnoText(readError));
-        rejectPackage(
-            job, QStringLiteral("Error : could not find the index.apxl file. probably not a keynote 08 presentation"),
-            reason);
-        return false;
-    }
-
-    // A document that is not UTF-8 is no Keynote '08 document; the batch goes on.
-    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-    *document = decoder(indexBytes);
-    indexBytes = QByteArray();
-    if (decoder.hasError()) {
-        rejectPackage(job, QStringLiteral("Error : index.apxl is not UTF-8 text"),
-                      QStringLiteral("the document is not UTF-8 text"));
+    // A single file holds no document to read: it is a Keynote '09 archive or no Keynote file.
+    const QString reason = job.copyKind == FileTree::Kind::File
+                               ? KeynoteDocument::singleFileProblem(job.copyPath)
+                               : KeynoteDocument::read(job.gunzip, job.indexPath(), document);
+    if (!reason.isEmpty()) {
+        rejectPackage(job, QStringLiteral("Error : the document is not taken: ") + reason, reason);
         return false;
     }
     return true;
@@ -446,20 +410,12 @@ bool Converter::readDocument(Job &job, QString *document)
 
 bool Converter::rewriteVersionTag(Job &job, QString &document)
 {
-    // A document already converted is told apart from one that is no Keynote document.
-    if (!Regex(kKeynoteFourTag).hasMatch(document)) {
-        const QString reason = Regex(kKeynoteFiveTag).hasMatch(document)
-                                   ? QStringLiteral("already in the Keynote '09 format")
-                                   : QStringLiteral("the document has no Keynote '08 version tag");
+    const QString reason = KeynoteDocument::versionProblem(KeynoteDocument::version(document));
+    if (!reason.isEmpty()) {
         rejectPackage(job, QStringLiteral("not a Numbers 4 file"), reason);
         return false;
     }
-
-    // Every occurrence, in any letter case, over the whole text.
-    const QRegularExpression tag(kKeynoteFourTag, QRegularExpression::CaseInsensitiveOption);
-    if (!tag.isValid())
-        Fatal::fail(QStringLiteral("the version pattern does not compile"));
-    document.replace(tag, kKeynoteFiveTag);
+    KeynoteDocument::rewriteVersionTag(document);
     return true;
 }
 

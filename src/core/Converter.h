@@ -1,5 +1,7 @@
 #pragma once
 
+#include "core/KeynoteDocument.h"
+
 #include <QString>
 
 #include <functional>
@@ -43,9 +45,8 @@ public:
     static ArchiveLayout archiveLayoutSetting();
     static QString layoutName(ArchiveLayout layout); // "reference", "root"
 
-    // The largest decompressed document taken: far above any real deck's,
-    // far below what would strain memory.
-    static constexpr qint64 documentSizeLimit = 256LL * 1024 * 1024;
+    // The largest decompressed document taken.
+    static constexpr qint64 documentSizeLimit = KeynoteDocument::sizeLimit;
     // Room a conversion needs where it works, beyond the package twice over
     // (the copy and its archive side by side) and a tenth: the document grows
     // when decompressed, and the disk must not end up full to the last byte.
@@ -72,6 +73,12 @@ public:
     // Whether a path came from a name that cannot be represented as text
     // (not UTF-8): such a package is refused, never copied under a mangled name.
     static bool cannotRepresent(const QString &path);
+    // Why the converter refuses a package by its name alone, with the outcome
+    // it ends in (NotKeynote or NotKeynoteFour); empty when the name is taken.
+    static QString nameProblem(const QString &path, Outcome *outcome = nullptr);
+    // The package a path names: a link in its last place is followed once,
+    // here, so that the package is read as itself and never through a link.
+    static QString resolvedPackagePath(const QString &path);
 
     // outputPath is the output folder as a plain path, used to find a free name;
     // the file itself goes to the folder kept under the setting bookmarkData.
