@@ -1,11 +1,14 @@
 #include "support/PackageFactory.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QRandomGenerator>
+
+#include <sys/stat.h>
 
 PackageFactory::PackageFactory(QString folder)
     : m_folder(std::move(folder))
@@ -138,4 +141,35 @@ QMap<QString, QByteArray> PackageFactory::snapshot(const QString &folder)
         files.insert(base.relativeFilePath(path), file.readAll());
     }
     return files;
+}
+
+QMap<QString, QByteArray> PackageFactory::fingerprint(const QString &folder)
+{
+    QMap<QString, QByteArray> items;
+    QDirIterator it(folder, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                    QDirIterator::Subdirectories);
+    for (QString path = folder; !path.isEmpty(); path = it.hasNext() ? it.next() : QString()) {
+        struct stat st = {};
+        if (::lstat(QFile::encodeName(path).constData(), &st) != 0)
+            continue;
+        QByteArray item = QByteArray::number(st.st_mode, 8) + ' ' + QByteArray::number(qint64(st.st_size));
+        for (const timespec &time : {st.st_mtim, st.st_ctim})
+            item += ' ' + QByteArray::number(qint64(time.tv_sec)) + '.' + QByteArray::number(qint64(time.tv_nsec));
+        QFile file(path);
+        if (S_ISREG(st.st_mode) && file.open(QIODevice::ReadOnly)) // never a FIFO's
+            item += ' ' + QCryptographicHash::hash(file.readAll(), QCryptographicHash::Sha256).toHex();
+        items.insert(path, item);
+    }
+    return items;
+}
+
+qint64 PackageFactory::filesSize(const QString &path)
+{
+    if (QFileInfo(path).isFile())
+        return QFileInfo(path).size();
+    qint64 bytes = 0;
+    QDirIterator it(path, QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+    while (it.hasNext())
+        bytes += QFileInfo(it.next()).size();
+    return bytes;
 }

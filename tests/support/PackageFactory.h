@@ -33,6 +33,12 @@ public:
 
     // Every file under a folder, relative path -> content.
     static QMap<QString, QByteArray> snapshot(const QString &folder);
+    // Every item under a folder, the folder too, links not followed, path ->
+    // what changes when anything is written: kind and mode, size, modification
+    // and change times, a file's content hash.
+    static QMap<QString, QByteArray> fingerprint(const QString &folder);
+    // The sizes of the files in a package, added up; a single file's size.
+    static qint64 filesSize(const QString &path);
 
 private:
     QString m_folder;
