@@ -1,3 +1,4 @@
+#include "cli/CheckCommand.h"
 #include "cli/ConvertCommand.h"
 #include "core/Fatal.h"
 #include "core/ScratchRun.h"
@@ -26,6 +27,7 @@ QString mainUsage()
     return QStringLiteral(
         "Usage: deckwright [PACKAGE_OR_FOLDER...]\n"
         "       deckwright convert --output DIR PACKAGE...\n"
+        "       deckwright check PATH...\n"
         "Upgrades Keynote '08 presentations to the Keynote '09 file format.\n"
         "\n"
         "Without a command the desktop application starts (or the running one\n"
@@ -34,6 +36,8 @@ QString mainUsage()
         "\n"
         "Commands:\n"
         "  convert        convert packages without a window (see deckwright convert --help)\n"
+        "  check          tell whether packages can be converted, changing nothing\n"
+        "                 (see deckwright check --help)\n"
         "\n"
         "Options:\n"
         "  -h, --help     show this help\n"
@@ -92,7 +96,8 @@ int checkDesktopArguments(int argc, char *argv[])
             if (!optionsEnded && i == 1 && !argument.contains(QLatin1Char('/')) && !argument.contains(QLatin1Char('.'))
                 && !QFileInfo::exists(argument))
                 return usageError(
-                    QStringLiteral("'%1' is neither a command nor a file (the command is 'convert')").arg(argument));
+                    QStringLiteral("'%1' is neither a command nor a file (the commands are 'convert' and 'check')")
+                        .arg(argument));
             continue;
         }
         if (argument == QLatin1String("--")) {
@@ -123,7 +128,8 @@ int checkDesktopArguments(int argc, char *argv[])
     return 0;
 }
 
-int runConvert(int argc, char *argv[])
+// A command without windows: `deckwright convert` or `deckwright check`.
+int runCommand(int argc, char *argv[], int (*command)(const QStringList &, QTextStream &, QTextStream &))
 {
     StopRequest::installSignalHandlers();
     QCoreApplication app(argc, argv);
@@ -131,7 +137,7 @@ int runConvert(int argc, char *argv[])
     QCoreApplication::setApplicationVersion(QString::fromUtf8(BuildConfig::version));
     QTextStream out(stdout);
     QTextStream err(stderr);
-    return ConvertCommand::run(QCoreApplication::arguments().mid(2), out, err);
+    return command(QCoreApplication::arguments().mid(2), out, err);
 }
 
 int runDesktop(int argc, char *argv[])
@@ -213,7 +219,9 @@ int main(int argc, char *argv[])
 {
     const QString first = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QString();
     if (first == QLatin1String("convert"))
-        return runConvert(argc, argv);
+        return runCommand(argc, argv, &ConvertCommand::run);
+    if (first == QLatin1String("check"))
+        return runCommand(argc, argv, &CheckCommand::run);
     if (first == QLatin1String("-h") || first == QLatin1String("--help")) {
         QTextStream(stdout) << mainUsage();
         return 0;

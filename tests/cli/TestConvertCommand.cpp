@@ -129,7 +129,7 @@ private Q_SLOTS:
             << QStringList{QStringLiteral("--bogus")} << ": unknown option --bogus" << false;
         QTest::newRow("misspelt command")
             << QStringList{QStringLiteral("conver")}
-            << ": 'conver' is neither a command nor a file (the command is 'convert')" << false;
+            << ": 'conver' is neither a command nor a file (the commands are 'convert' and 'check')" << false;
         QTest::newRow("folder not writable")
             << QStringList{convert, o, locked, x}
             << QStringLiteral(" convert: the output folder %1 is not writable").arg(locked) << true;

@@ -1,0 +1,141 @@
+#include "cli/CheckCommand.h"
+
+#include "core/PackageCheck.h"
+#include "core/PackageSearch.h"
+
+#include <QCommandLineParser>
+#include <QDir>
+#include <QFileInfo>
+#include <QTextStream>
+
+QString CheckCommand::usage()
+{
+    return QStringLiteral(
+        "Usage: deckwright check PATH...\n"
+        "Tells whether Deckwright can convert each Keynote package, without\n"
+        "converting it and without changing anything.\n"
+        "\n"
+        "A PATH is a package, a single .key file, or a folder, which is searched\n"
+        "for packages through its subfolders, never inside a package and never\n"
+        "through a link.\n"
+        "\n"
+        "Options:\n"
+        "  -h, --help  show this help\n"
+        "\n"
+        "One line is printed for each, in the order given (a folder's packages in\n"
+        "name order):\n"
+        "  PATH: Keynote '08 package, convertible, SIZE, N slides\n"
+        "  PATH: Keynote '09 package, SIZE, N slides\n"
+        "  PATH: Keynote '09 document (zip), SIZE\n"
+        "  PATH: not convertible (REASON), SIZE\n"
+        "  FOLDER: no .key packages in it\n"
+        "The reasons are those 'deckwright convert --help' lists. SIZE is the\n"
+        "package's files added up; it and the slides are shown where known.\n"
+        "\n"
+        "Exit status: 0 when everything given is convertible, 1 when anything is\n"
+        "not (a folder without packages included), 2 for a usage error.\n");
+}
+
+QString CheckCommand::sizeText(qint64 bytes)
+{
+    if (bytes < 1024)
+        return bytes == 1 ? QStringLiteral("1 byte") : QStringLiteral("%1 bytes").arg(bytes);
+    static const char *const units[] = {"KB", "MB", "GB", "TB"};
+    double value = double(bytes) / 1024;
+    int unit = 0;
+    // Up a unit before one decimal would round to 1024.0.
+    while (value >= 1023.95 && unit < 3) {
+        value /= 1024;
+        ++unit;
+    }
+    return QString::number(value, 'f', 1) + QLatin1Char(' ') + QLatin1String(units[unit]);
+}
+
+namespace {
+int usageError(QTextStream &err, const QString &reason)
+{
+    err << "deckwright check: " << reason << "\n"
+        << "Try 'deckwright check --help'.\n";
+    err.flush();
+    return CheckCommand::UsageError;
+}
+
+// A package found in a folder, named from the folder as the person named it.
+QString shownPath(const QString &argument, const QString &found)
+{
+    const QString folder = QDir::cleanPath(QFileInfo(argument).absoluteFilePath());
+    if (found == argument || !found.startsWith(folder))
+        return found;
+    QString base = argument;
+    while (base.size() > 1 && base.endsWith(QLatin1Char('/')))
+        base.chop(1);
+    QString rest = found.mid(folder.size());
+    while (rest.startsWith(QLatin1Char('/')))
+        rest.remove(0, 1);
+    return base.endsWith(QLatin1Char('/')) ? base + rest : base + QLatin1Char('/') + rest;
+}
+
+QString line(const QString &shown, const PackageCheck::Verdict &verdict)
+{
+    QString text;
+    switch (verdict.kind) {
+    case PackageCheck::Kind::KeynoteFourPackage:
+        text = QStringLiteral("%1: Keynote '08 package, convertible").arg(shown);
+        break;
+    case PackageCheck::Kind::KeynoteFivePackage:
+        text = QStringLiteral("%1: Keynote '09 package").arg(shown);
+        break;
+    case PackageCheck::Kind::KeynoteFiveDocument:
+        text = QStringLiteral("%1: Keynote '09 document (zip)").arg(shown);
+        break;
+    case PackageCheck::Kind::NotConvertible:
+        text = QStringLiteral("%1: not convertible (%2)").arg(shown, verdict.reason);
+        break;
+    }
+    if (verdict.bytes >= 0)
+        text += QStringLiteral(", ") + CheckCommand::sizeText(verdict.bytes);
+    if (verdict.slides >= 0)
+        text += verdict.slides == 1 ? QStringLiteral(", 1 slide") : QStringLiteral(", %1 slides").arg(verdict.slides);
+    return text;
+}
+} // namespace
+
+int CheckCommand::run(const QStringList &arguments, QTextStream &out, QTextStream &err)
+{
+    QCommandLineParser parser;
+    parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsCompactedShortOptions);
+    const QCommandLineOption helpOption({QStringLiteral("h"), QStringLiteral("help")},
+                                        QStringLiteral("Show this help."));
+    parser.addOption(helpOption);
+    parser.addPositionalArgument(QStringLiteral("PATH"), QStringLiteral("Packages, .key files and folders."),
+                                 QStringLiteral("PATH..."));
+    // The parser expects the program name first.
+    if (!parser.parse(QStringList{QStringLiteral("deckwright check")} + arguments))
+        return usageError(err, parser.errorText());
+    if (parser.isSet(helpOption)) {
+        out << usage();
+        out.flush();
+        return AllConvertible;
+    }
+    const QStringList paths = parser.positionalArguments();
+    if (paths.isEmpty())
+        return usageError(err, QStringLiteral("no path given"));
+
+    int status = AllConvertible;
+    for (const QString &path : paths) {
+        const QStringList packages = PackageSearch::expand({path});
+        if (packages.isEmpty()) {
+            out << QStringLiteral("%1: no .key packages in it").arg(path) << "\n";
+            status = SomeNotConvertible;
+        }
+        for (const QString &package : packages) {
+            const PackageCheck::Verdict verdict = PackageCheck::check(QFileInfo(package).absoluteFilePath());
+            if (!verdict.convertible())
+                status = SomeNotConvertible;
+            out << line(shownPath(path, package), verdict) << "\n";
+            out.flush();
+        }
+    }
+    out.flush();
+    return status;
+}
