@@ -1,5 +1,6 @@
 #include "cli/CheckCommand.h"
 
+#include "core/DiskSpace.h"
 #include "core/PackageCheck.h"
 #include "core/PackageSearch.h"
 
@@ -34,21 +35,6 @@ QString CheckCommand::usage()
         "\n"
         "Exit status: 0 when everything given is convertible, 1 when anything is\n"
         "not (a folder without packages included), 2 for a usage error.\n");
-}
-
-QString CheckCommand::sizeText(qint64 bytes)
-{
-    if (bytes < 1024)
-        return bytes == 1 ? QStringLiteral("1 byte") : QStringLiteral("%1 bytes").arg(bytes);
-    static const char *const units[] = {"KB", "MB", "GB", "TB"};
-    double value = double(bytes) / 1024;
-    int unit = 0;
-    // Up a unit before one decimal would round to 1024.0.
-    while (value >= 1023.95 && unit < 3) {
-        value /= 1024;
-        ++unit;
-    }
-    return QString::number(value, 'f', 1) + QLatin1Char(' ') + QLatin1String(units[unit]);
 }
 
 namespace {
@@ -93,7 +79,7 @@ QString line(const QString &shown, const PackageCheck::Verdict &verdict)
         break;
     }
     if (verdict.bytes >= 0)
-        text += QStringLiteral(", ") + CheckCommand::sizeText(verdict.bytes);
+        text += QStringLiteral(", ") + DiskSpace::describe(verdict.bytes);
     if (verdict.slides >= 0)
         text += verdict.slides == 1 ? QStringLiteral(", 1 slide") : QStringLiteral(", %1 slides").arg(verdict.slides);
     return text;

@@ -15,7 +15,4 @@ public:
     // arguments: what follows "check" on the command line.
     static int run(const QStringList &arguments, QTextStream &out, QTextStream &err);
     static QString usage();
-
-    // A size as a person reads it: "812 bytes", "3.0 KB", "12.4 MB", "1.2 GB".
-    static QString sizeText(qint64 bytes);
 };

@@ -23,10 +23,15 @@ bool DiskSpace::sameFileSystem(const QString &a, const QString &b)
 
 QString DiskSpace::describe(qint64 bytes)
 {
-    constexpr double kilo = 1000.0;
-    if (bytes < kilo * kilo)
-        return QStringLiteral("%1 KB").arg(qMax<qint64>(1, qint64(bytes / kilo + 0.5)));
-    if (bytes < kilo * kilo * kilo)
-        return QStringLiteral("%1 MB").arg(qint64(bytes / (kilo * kilo) + 0.5));
-    return QStringLiteral("%1 GB").arg(bytes / (kilo * kilo * kilo), 0, 'f', 1);
+    if (bytes < 1024)
+        return bytes == 1 ? QStringLiteral("1 byte") : QStringLiteral("%1 bytes").arg(bytes);
+    static const char *const units[] = {"KB", "MB", "GB", "TB"};
+    double value = double(bytes) / 1024;
+    int unit = 0;
+    // Up a unit before one decimal would round to 1024.0.
+    while (value >= 1023.95 && unit < 3) {
+        value /= 1024;
+        ++unit;
+    }
+    return QString::number(value, 'f', 1) + QLatin1Char(' ') + QLatin1String(units[unit]);
 }

@@ -14,6 +14,6 @@ public:
     // Whether two existing paths lie on one file system, so that a rename
     // between them moves the file without copying it.
     static bool sameFileSystem(const QString &a, const QString &b);
-    // "1.4 GB", "820 MB", "12 KB": for messages.
+    // "1.4 GB", "820.0 MB", "12.4 KB", "17 bytes": for messages, in units of 1024.
     static QString describe(qint64 bytes);
 };

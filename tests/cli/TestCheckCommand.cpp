@@ -1,4 +1,5 @@
 #include "cli/CheckCommand.h"
+#include "core/DiskSpace.h"
 #include "core/FileTree.h"
 #include "support/PackageFactory.h"
 #include "support/TestSettings.h"
@@ -44,7 +45,7 @@ class TestCheckCommand : public QObject
 
     QString size(const QString &relative) const
     {
-        return CheckCommand::sizeText(PackageFactory::filesSize(m_in + QLatin1Char('/') + relative));
+        return DiskSpace::describe(PackageFactory::filesSize(m_in + QLatin1Char('/') + relative));
     }
 
 private Q_SLOTS:
@@ -174,7 +175,7 @@ private Q_SLOTS:
     void sizesReadAsAPersonReadsThem()
     {
         QFETCH(qint64, bytes);
-        QTEST(CheckCommand::sizeText(bytes), "text");
+        QTEST(DiskSpace::describe(bytes), "text");
     }
 };
 

@@ -571,10 +571,11 @@ private Q_SLOTS:
         // Far too small for the copy and its archive: the work moves to a
         // hidden run folder in the output folder, which goes with it.
         QTest::newRow("scratch too small") << u"1m"_s << QString() << 3072 << u"converted: %1 -> %2/Talk.key"_s;
-        QTest::newRow("too large for both") << u"1m"_s << u"8m"_s << 3072
-                                            << u"failed: %1: there is not enough free space to convert it: it needs "
-                                               u"about 74 MB, and there are 1 MB free for the scratch folder and 8 MB "
-                                               u"for the output folder"_s;
+        QTest::newRow("too large for both")
+            << u"1m"_s << u"8m"_s << 3072
+            << u"failed: %1: there is not enough free space to convert it: it needs "
+               u"about 70.3 MB, and there are 1.0 MB free for the scratch folder and 8.0 MB "
+               u"for the output folder"_s;
         QTest::newRow("output folder full")
             << QString() << u"256k"_s << 1024 << u"failed: %1: could not write %2/Talk.key (No space left on device)"_s;
     }
