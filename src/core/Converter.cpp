@@ -574,6 +574,8 @@ bool Converter::stopIfAsked(Job &job)
     return true;
 }
 
+void Converter::waitForTurnToName() {}
+
 bool Converter::writeOutput(const QString &archivePath, const QString &folder)
 {
     QString folderPath = folder;
@@ -588,11 +590,18 @@ bool Converter::writeOutput(const QString &archivePath, const QString &folder)
     // and no second copy of a large deck on a disk that may be short of room.
     // Two mounts of one disk look alike but refuse the move: then it is copied.
     bool move = DiskSpace::sameFileSystem(archivePath, folderPath);
+    bool turnTaken = false;
     for (;;) {
         OutputFile output(folderPath);
         OutputFile::Result result = move ? output.adopt(archivePath) : output.fill(archivePath);
         if (result == OutputFile::Stopped)
             return false;
+        if (result == OutputFile::Ok && !turnTaken) {
+            turnTaken = true;
+            waitForTurnToName();
+            if (StopRequest::pending())
+                return false;
+        }
         // Someone (another run) may have taken the name since it was found free.
         while (result == OutputFile::Ok && (result = output.publish(outputPrezName())) == OutputFile::Taken) {
             setOutputPrezName(numberedName(++m_number));

@@ -90,6 +90,12 @@ protected:
     // at all, never over anything; a name taken meanwhile gets the next
     // number (outputPrezName follows). False with errorReason set otherwise.
     virtual bool writeOutput(const QString &archivePath, const QString &folder);
+    // Called by writeOutput once the archive is whole and on disk, just
+    // before it takes its name in the output folder. Does nothing here; a
+    // batch that converts several packages at once waits in it so that files
+    // are named in the order they were given. A stop requested meanwhile
+    // ends the conversion.
+    virtual void waitForTurnToName();
 
 private:
     // What one conversion carries from stage to stage.

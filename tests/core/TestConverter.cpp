@@ -17,6 +17,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <functional>
+
 // The converted archive's whole content, planted names in the output and
 // scratch folders, and leftovers of earlier runs are attacked through the
 // real program in the hostile suite; here are the events, the reasons, a stop
@@ -31,6 +33,20 @@ struct OutputWriter : Converter
 {
     using Converter::Converter;
     using Converter::writeOutput;
+};
+
+// Does what it is told while its file waits for a name.
+struct TurnTaker : Converter
+{
+    using Converter::Converter;
+    std::function<void()> onTurn;
+    int turns = 0;
+
+    void waitForTurnToName() override
+    {
+        ++turns;
+        onTurn();
+    }
 };
 } // namespace
 
@@ -255,6 +271,45 @@ private Q_SLOTS:
         QCOMPARE(entries(m_out), QStringList());
         QCOMPARE(PackageFactory::snapshot(package), source);
         QVERIFY(!StopRequest::pending()); // the next conversion starts afresh
+    }
+
+    void waitsForItsTurnWithTheFileWholeAndNameless()
+    {
+        const QString package = PackageFactory(m_in).make(QStringLiteral("Turn.key"));
+        TurnTaker converter(package);
+        QStringList seen;
+        converter.onTurn = [&] {
+            seen = entries(m_out);
+            // An earlier conversion takes the name found free meanwhile.
+            QFile earlier(m_out + QStringLiteral("/Turn.key"));
+            QVERIFY(earlier.open(QIODevice::WriteOnly) && earlier.write("earlier") == 7);
+        };
+        converter.doConvert(m_out);
+        QCOMPARE(converter.errorOccurred(), qint64(Converter::NoError));
+        QCOMPARE(converter.turns, 1);
+        QCOMPARE(seen, QStringList());
+        QCOMPARE(converter.outputPrezName(), QStringLiteral("Turn.1.key"));
+        const auto written = PackageFactory::snapshot(m_out);
+        QCOMPARE(written.value(QStringLiteral("Turn.key")), QByteArray("earlier"));
+        QVERIFY(written.value(QStringLiteral("Turn.1.key")).startsWith("PK\x03\x04"));
+
+        // A package refused never asks for a turn.
+        TurnTaker refused(PackageFactory(m_in).makeWithoutIndex(QStringLiteral("Refused.key")));
+        refused.doConvert(m_out);
+        QCOMPARE(refused.turns, 0);
+    }
+
+    void aStopWhileWaitingForItsTurnLeavesNothing()
+    {
+        TurnTaker converter(PackageFactory(m_in).make(QStringLiteral("Waiting.key")));
+        converter.onTurn = [] { StopRequest::request(); };
+        EventRecorder events;
+        converter.doConvert(m_out);
+        QCOMPARE(converter.turns, 1);
+        QCOMPARE(converter.errorOccurred(), qint64(Converter::Stopped));
+        QCOMPARE(events.names.constLast(), QStringLiteral("notKeynoteFour"));
+        QCOMPARE(entries(m_out), QStringList());
+        QCOMPARE(entries(m_tmp), QStringList());
     }
 
     // Unnamed files, used where the file system has them, are attacked through
