@@ -136,6 +136,30 @@ void ScratchRun::removeAll()
         run->remove();
 }
 
+int ScratchRun::sweepStale(const QString &outputFolder)
+{
+    int removed = 0;
+    const QString root = ScratchDir::path();
+    QByteArray rootBytes = QFile::encodeName(root);
+    rootBytes.chop(1);
+    const int rootFd = root.isEmpty() ? -1 : ::open(rootBytes.constData(), kDirFlags);
+    // Under the scratch folder's lock, as a new run sweeps.
+    if (rootFd >= 0 && ScratchDir::isPrivate(rootFd)) {
+        while (::flock(rootFd, LOCK_EX) != 0 && errno == EINTR) {}
+        removed += sweepStale(rootFd);
+        ::flock(rootFd, LOCK_UN);
+    }
+    if (rootFd >= 0)
+        ::close(rootFd);
+    // The person chose the output folder's path, so a link in it is followed; nothing below it is.
+    const int outputFd = ::open(QFile::encodeName(outputFolder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (outputFd >= 0) {
+        removed += sweepStaleInOutputFolder(outputFd);
+        ::close(outputFd);
+    }
+    return removed;
+}
+
 int ScratchRun::sweepStale(int scratchFolderDescriptor)
 {
     return sweep(scratchFolderDescriptor, false);

@@ -42,6 +42,10 @@ public:
     static int sweepStale(int scratchFolderDescriptor);
     // The same in an output folder: only stale run folders of ours.
     static int sweepStaleInOutputFolder(int outputFolderDescriptor);
+    // Both where a run for this output folder may lie, the scratch folder
+    // and the output folder itself, for a process that saw a run of another
+    // one end without cleaning up (it was killed).
+    static int sweepStale(const QString &outputFolder);
 
     static constexpr const char *outputRunPrefix = ".deckwright-run-";
 

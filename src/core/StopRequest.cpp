@@ -1,5 +1,7 @@
 #include "core/StopRequest.h"
 
+#include "platform/system/SystemCalls.h"
+
 #include <csignal>
 
 #include <fcntl.h>
@@ -112,4 +114,9 @@ void StopRequest::finishSignal()
     ::raise(signalNumber);
     // Blocked or ignored after all: end with the status a shell gives that signal.
     ::_exit(128 + signalNumber);
+}
+
+void StopRequest::stopWhenParentEnds()
+{
+    SystemCalls::signalWhenParentEnds(SIGTERM);
 }

@@ -32,6 +32,11 @@ public:
     // Ends the process by the signal that stopped it; returns when there was none.
     static void finishSignal();
 
+    // For a process that works for another: SIGTERM arrives when that one
+    // ends, even by SIGKILL, so that this one stops as cleanly as for any
+    // signal. Where the system cannot, the worker must notice by other means.
+    static void stopWhenParentEnds();
+
     // Readable when a signal was deferred, for an event loop that runs
     // inside a conversion (an alert about the file is open): it can end the
     // process at once instead of when the alert is answered. -1 without handlers.

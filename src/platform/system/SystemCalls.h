@@ -12,6 +12,9 @@ public:
     // Run in a child between fork and exec (async-signal-safe): the child is
     // killed when parent ends. Returns false when parent has already gone.
     static bool dieWithParent(pid_t parent);
+    // This process receives signalNumber when the one that started it ends.
+    // Does nothing where the kernel cannot; the caller has another way to notice.
+    static void signalWhenParentEnds(int signalNumber);
     // Copies up to length bytes from one descriptor to the other inside the
     // kernel, from and to their current offsets: the bytes copied, 0 at the
     // end of the source, -1 on failure.

@@ -15,6 +15,11 @@ bool SystemCalls::dieWithParent(pid_t parent)
     return ::getppid() == parent;
 }
 
+void SystemCalls::signalWhenParentEnds(int signalNumber)
+{
+    ::prctl(PR_SET_PDEATHSIG, signalNumber);
+}
+
 ssize_t SystemCalls::copyFileRange(int fromDescriptor, int toDescriptor, size_t length)
 {
     return ::copy_file_range(fromDescriptor, nullptr, toDescriptor, nullptr, length, 0);
