@@ -5,7 +5,6 @@
 #include "core/PackageSearch.h"
 
 #include <QCommandLineParser>
-#include <QDir>
 #include <QFileInfo>
 #include <QTextStream>
 
@@ -44,21 +43,6 @@ int usageError(QTextStream &err, const QString &reason)
         << "Try 'deckwright check --help'.\n";
     err.flush();
     return CheckCommand::UsageError;
-}
-
-// A package found in a folder, named from the folder as the person named it.
-QString shownPath(const QString &argument, const QString &found)
-{
-    const QString folder = QDir::cleanPath(QFileInfo(argument).absoluteFilePath());
-    if (found == argument || !found.startsWith(folder))
-        return found;
-    QString base = argument;
-    while (base.size() > 1 && base.endsWith(QLatin1Char('/')))
-        base.chop(1);
-    QString rest = found.mid(folder.size());
-    while (rest.startsWith(QLatin1Char('/')))
-        rest.remove(0, 1);
-    return base.endsWith(QLatin1Char('/')) ? base + rest : base + QLatin1Char('/') + rest;
 }
 
 QString line(const QString &shown, const PackageCheck::Verdict &verdict)
@@ -118,7 +102,7 @@ int CheckCommand::run(const QStringList &arguments, QTextStream &out, QTextStrea
             const PackageCheck::Verdict verdict = PackageCheck::check(QFileInfo(package).absoluteFilePath());
             if (!verdict.convertible())
                 status = SomeNotConvertible;
-            out << line(shownPath(path, package), verdict) << "\n";
+            out << line(PackageSearch::shownPath(path, package), verdict) << "\n";
             out.flush();
         }
     }

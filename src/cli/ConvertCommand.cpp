@@ -1,10 +1,10 @@
 #include "cli/ConvertCommand.h"
 
-#include "core/ConversionEvents.h"
+#include "cli/ConvertOutcome.h"
 #include "core/Converter.h"
 #include "core/FileUrl.h"
 #include "core/FolderBookmark.h"
-#include "core/NotificationCenter.h"
+#include "core/PackageSearch.h"
 #include "core/SettingsStore.h"
 
 #include <QCommandLineParser>
@@ -13,10 +13,12 @@
 #include <QTextStream>
 #include <QUrl>
 
+#include <optional>
+
 QString ConvertCommand::usage()
 {
     return QStringLiteral(
-        "Usage: deckwright convert --output DIR [--layout reference|root] PACKAGE...\n"
+        "Usage: deckwright convert --output DIR [--layout reference|root] PACKAGE_OR_FOLDER...\n"
         "Converts Keynote '08 packages to Keynote '09 files in DIR, one after another.\n"
         "\n"
         "Options:\n"
@@ -30,12 +32,18 @@ QString ConvertCommand::usage()
         "                                  writes them; LibreOffice opens these\n"
         "  -h, --help           show this help\n"
         "\n"
+        "A folder is searched for packages through its subfolders, but never into a\n"
+        "package and never through a symbolic link, so no --recursive is needed. Its\n"
+        "packages, in name order and named from the folder as given, take the\n"
+        "folder's place among the arguments.\n"
+        "\n"
         "For each package one line is printed, in the order given:\n"
         "  converted: PACKAGE -> OUTPUT_FILE\n"
         "  skipped: PACKAGE: not found\n"
         "  skipped: PACKAGE: not a Keynote file (REASON)\n"
         "  skipped: PACKAGE: not a Keynote 4 file (REASON)\n"
         "  failed: PACKAGE: could not write OUTPUT_FILE (REASON)\n"
+        "  skipped: FOLDER: no Keynote packages in it\n"
         "\n"
         "Why a package is skipped:\n"
         "  its name does not end in .key\n"
@@ -67,6 +75,14 @@ QString ConvertCommand::usage()
 }
 
 namespace {
+// One line of the output.
+struct Item
+{
+    QString shown;                         // as printed
+    QString path;                          // what is converted
+    std::optional<ConvertOutcome> outcome; // known from the start for a folder without packages
+};
+
 int usageError(QTextStream &err, const QString &reason)
 {
     err << "deckwright convert: " << reason << "\n"
@@ -91,8 +107,9 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
     parser.addOption(outputOption);
     parser.addOption(layoutOption);
     parser.addOption(helpOption);
-    parser.addPositionalArgument(QStringLiteral("PACKAGE"), QStringLiteral("Keynote '08 packages."),
-                                 QStringLiteral("PACKAGE..."));
+    parser.addPositionalArgument(QStringLiteral("PACKAGE_OR_FOLDER"),
+                                 QStringLiteral("Keynote '08 packages, or folders holding them."),
+                                 QStringLiteral("PACKAGE_OR_FOLDER..."));
     // The parser expects the program name first.
     if (!parser.parse(QStringList{QStringLiteral("deckwright convert")} + arguments))
         return usageError(err, parser.errorText());
@@ -135,39 +152,30 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
         {SettingKey::archiveLayout, layout},
     });
 
-    int status = AllConverted;
-    NotificationCenter &center = NotificationCenter::defaultCenter();
-    for (const QString &package : packages) {
-        const QString path = QFileInfo(package).absoluteFilePath();
-        // A name that is not UTF-8 names nothing on disk either; the converter says which it is.
-        if (!QFileInfo::exists(path) && !Converter::cannotRepresent(path)) {
-            out << QStringLiteral("skipped: %1: not found").arg(package) << "\n";
-            out.flush();
-            status = SomeSkipped;
-            continue;
-        }
+    // A folder's packages take its place, in its order.
+    QList<Item> items;
+    for (const QString &argument : packages) {
+        const QStringList found = PackageSearch::expand({argument});
+        if (found.isEmpty())
+            items.append({argument, QString(), ConvertOutcome(ConvertOutcome::NoPackages)});
+        for (const QString &package : found)
+            items.append(
+                {PackageSearch::shownPath(argument, package), QFileInfo(package).absoluteFilePath(), std::nullopt});
+    }
 
-        Converter converter(path);
-        QString line;
-        center.addObserver(&converter, ConversionEvents::finished, [&](const Notification &) {
-            line = QStringLiteral("converted: %1 -> %2")
-                       .arg(package, outputFolder + QLatin1Char('/') + converter.outputPrezName());
-        });
-        center.addObserver(&converter, ConversionEvents::finishedWithErrorNotKeynote, [&](const Notification &) {
-            line = QStringLiteral("skipped: %1: not a Keynote file (%2)").arg(package, converter.errorReason());
-            status = SomeSkipped;
-        });
-        center.addObserver(&converter, ConversionEvents::finishedWithErrorNotKeynoteFour, [&](const Notification &) {
-            if (converter.errorOccurred() == Converter::OutputNotWritten)
-                line = QStringLiteral("failed: %1: %2").arg(package, converter.errorReason());
-            else
-                line = QStringLiteral("skipped: %1: not a Keynote 4 file (%2)").arg(package, converter.errorReason());
-            status = SomeSkipped;
-        });
-        converter.doConvert(outputFolder);
-        center.removeObserver(&converter);
-        out << line << "\n";
+    int status = AllConverted;
+    for (const Item &item : std::as_const(items)) {
+        ConvertOutcome outcome;
+        if (item.outcome) {
+            outcome = *item.outcome;
+        } else {
+            Converter converter(item.path);
+            outcome = ConvertOutcome::convert(converter, outputFolder);
+        }
+        out << outcome.line(item.shown, outputFolder) << "\n";
         out.flush();
+        if (!outcome.converted())
+            status = SomeSkipped;
     }
     return status;
 }

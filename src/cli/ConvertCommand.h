@@ -4,9 +4,10 @@
 
 class QTextStream;
 
-// `deckwright convert --output DIR PACKAGE…`: converts packages one after
-// another with the same converter and events as the application, without a
-// window and without touching the person's saved settings.
+// `deckwright convert --output DIR PACKAGE_OR_FOLDER…`: converts packages,
+// and those found in folders, with the same converter and events as the
+// application, without a window and without touching the person's saved
+// settings, one after another.
 class ConvertCommand
 {
 public:

@@ -48,6 +48,20 @@ void search(const QString &root, const std::function<void(const QString &)> &fou
 }
 } // namespace
 
+QString PackageSearch::shownPath(const QString &given, const QString &found)
+{
+    const QString folder = QDir::cleanPath(QFileInfo(given).absoluteFilePath());
+    if (found == given || !found.startsWith(folder))
+        return found;
+    QString base = given;
+    while (base.size() > 1 && base.endsWith(QLatin1Char('/')))
+        base.chop(1);
+    QString rest = found.mid(folder.size());
+    while (rest.startsWith(QLatin1Char('/')))
+        rest.remove(0, 1);
+    return base.endsWith(QLatin1Char('/')) ? base + rest : base + QLatin1Char('/') + rest;
+}
+
 bool PackageSearch::isPackageName(const QString &name)
 {
     return name.endsWith(QLatin1String(".key"));

@@ -20,4 +20,9 @@ public:
 
     // Whether a folder of this name is a package: it ends in ".key".
     static bool isPackageName(const QString &name);
+
+    // How to name a package that expand found for one path: from that path
+    // as the person gave it ("Decks/Old/A.key" for "Decks/"), so that what is
+    // printed reads like what was typed; the package itself otherwise.
+    static QString shownPath(const QString &given, const QString &found);
 };

@@ -97,6 +97,21 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo::exists(m_work.filePath(QStringLiteral("config"))));
     }
 
+    void aFolderWithoutPackagesCountsAsNotConverted()
+    {
+        const QString out = makeOut(QStringLiteral("out2"));
+        // A file named like a package is none.
+        QVERIFY(QDir().mkpath(m_in + QStringLiteral("/Empty/Notes")));
+        QFile fake(m_in + QStringLiteral("/Empty/Notes/Fake.key"));
+        QVERIFY(fake.open(QIODevice::WriteOnly));
+        const Run run = deckwright({QStringLiteral("convert"), QStringLiteral("-o"), out,
+                                    QStringLiteral("First Talk.key"), QStringLiteral("Empty")});
+        QCOMPARE(run.status, 1);
+        QCOMPARE(run.out, QStringLiteral("converted: First Talk.key -> %1/First Talk.key\n"
+                                         "skipped: Empty: no Keynote packages in it\n")
+                              .arg(out));
+    }
+
     void answersWithoutConverting_data()
     {
         QTest::addColumn<QStringList>("arguments");

@@ -77,6 +77,30 @@ private Q_SLOTS:
         QCOMPARE(PackageSearch::expand({m_root}), each({"C.key", "a/m/c.key", "a/z.key", "b.key"}));
     }
 
+    void namesWhatItFoundFromThePathGiven_data()
+    {
+        QTest::addColumn<QString>("given");
+        QTest::addColumn<QString>("found"); // relative to the working folder
+        QTest::addColumn<QString>("shown");
+        QTest::newRow("folder") << "Decks"
+                                << "Decks/Old/A.key"
+                                << "Decks/Old/A.key";
+        QTest::newRow("folder with slashes") << "./Decks//"
+                                             << "Decks/A.key"
+                                             << "./Decks/A.key";
+        QTest::newRow("absolute folder") << QDir::currentPath() + "/Decks"
+                                         << "Decks/A.key" << QDir::currentPath() + "/Decks/A.key";
+        QTest::newRow("package itself") << "Talk.key" << QString() << "Talk.key";
+    }
+
+    void namesWhatItFoundFromThePathGiven()
+    {
+        QFETCH(QString, given);
+        QFETCH(QString, found);
+        const QString path = found.isEmpty() ? given : QDir::currentPath() + QLatin1Char('/') + found;
+        QTEST(PackageSearch::shownPath(given, path), "shown");
+    }
+
     void keepsWhatIsNotAFolderAndListsEachOnce()
     {
         folders({"Talk.key", "Decks/One.key", "Decks/Two.key"});
