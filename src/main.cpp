@@ -26,7 +26,7 @@ QString mainUsage()
 {
     return QStringLiteral(
         "Usage: deckwright [PACKAGE_OR_FOLDER...]\n"
-        "       deckwright convert --output DIR PACKAGE_OR_FOLDER...\n"
+        "       deckwright convert [--jobs N] --output DIR PACKAGE_OR_FOLDER...\n"
         "       deckwright check PATH...\n"
         "Upgrades Keynote '08 presentations to the Keynote '09 file format.\n"
         "\n"

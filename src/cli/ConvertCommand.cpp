@@ -1,6 +1,8 @@
 #include "cli/ConvertCommand.h"
 
+#include "cli/ConvertJobs.h"
 #include "cli/ConvertOutcome.h"
+#include "cli/ConvertWorker.h"
 #include "core/Converter.h"
 #include "core/FileUrl.h"
 #include "core/FolderBookmark.h"
@@ -8,18 +10,21 @@
 #include "core/SettingsStore.h"
 
 #include <QCommandLineParser>
+#include <QCoreApplication>
 #include <QDir>
 #include <QFileInfo>
 #include <QTextStream>
+#include <QThread>
 #include <QUrl>
 
-#include <optional>
+#include <algorithm>
 
 QString ConvertCommand::usage()
 {
     return QStringLiteral(
-        "Usage: deckwright convert --output DIR [--layout reference|root] PACKAGE_OR_FOLDER...\n"
-        "Converts Keynote '08 packages to Keynote '09 files in DIR, one after another.\n"
+        "Usage: deckwright convert --output DIR [--layout reference|root] [--jobs N]\n"
+        "                          PACKAGE_OR_FOLDER...\n"
+        "Converts Keynote '08 packages to Keynote '09 files in DIR.\n"
         "\n"
         "Options:\n"
         "  -o, --output DIR     the folder that receives the converted files\n"
@@ -30,6 +35,8 @@ QString ConvertCommand::usage()
         "                       root       entries start at the package's root\n"
         "                                  (index.apxl, Data/...), as Keynote '09\n"
         "                                  writes them; LibreOffice opens these\n"
+        "  -j, --jobs N         convert up to N packages at once, each in a process of\n"
+        "                       its own (default: as many as there are processors)\n"
         "  -h, --help           show this help\n"
         "\n"
         "A folder is searched for packages through its subfolders, but never into a\n"
@@ -37,7 +44,8 @@ QString ConvertCommand::usage()
         "packages, in name order and named from the folder as given, take the\n"
         "folder's place among the arguments.\n"
         "\n"
-        "For each package one line is printed, in the order given:\n"
+        "For each package one line is printed, in the order given (with --jobs too,\n"
+        "each as soon as it and the lines before it are known):\n"
         "  converted: PACKAGE -> OUTPUT_FILE\n"
         "  skipped: PACKAGE: not found\n"
         "  skipped: PACKAGE: not a Keynote file (REASON)\n"
@@ -68,21 +76,15 @@ QString ConvertCommand::usage()
         "output folder is gone or cannot be written, the name is too long.\n"
         "Nothing already in DIR is ever replaced: a name in use gets a number\n"
         "(Talk.1.key, Talk.2.key, ...), and a file appears in DIR whole or not at all.\n"
+        "Packages converted at once are numbered as they would be one after another:\n"
+        "the first Talk.key given gets Talk.key, the second Talk.1.key.\n"
         "\n"
         "Exit status: 0 when every package was converted, 1 when any was not,\n"
         "2 for a usage error. Interrupted (Ctrl+C, SIGTERM, SIGHUP), the\n"
-        "conversion under way is undone and the command ends by that signal.\n");
+        "conversions under way are undone and the command ends by that signal.\n");
 }
 
 namespace {
-// One line of the output.
-struct Item
-{
-    QString shown;                         // as printed
-    QString path;                          // what is converted
-    std::optional<ConvertOutcome> outcome; // known from the start for a folder without packages
-};
-
 int usageError(QTextStream &err, const QString &reason)
 {
     err << "deckwright convert: " << reason << "\n"
@@ -104,9 +106,19 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
     const QCommandLineOption layoutOption({QStringLiteral("l"), QStringLiteral("layout")},
                                           QStringLiteral("How the archive holds the package."),
                                           QStringLiteral("LAYOUT"));
+    const QCommandLineOption jobsOption({QStringLiteral("j"), QStringLiteral("jobs")},
+                                        QStringLiteral("Convert up to N packages at once."), QStringLiteral("N"),
+                                        QString::number(QThread::idealThreadCount()));
+    // A process that converts what the command asks on its standard input (ConvertWorker).
+    QCommandLineOption workerOption(QStringLiteral("worker"));
+    workerOption.setFlags(QCommandLineOption::HiddenFromHelp);
+    // The options that shape each conversion: workers get them as they were given here.
+    const QList<QCommandLineOption> converterOptions{layoutOption};
     parser.addOption(outputOption);
     parser.addOption(layoutOption);
     parser.addOption(helpOption);
+    parser.addOption(jobsOption);
+    parser.addOption(workerOption);
     parser.addPositionalArgument(QStringLiteral("PACKAGE_OR_FOLDER"),
                                  QStringLiteral("Keynote '08 packages, or folders holding them."),
                                  QStringLiteral("PACKAGE_OR_FOLDER..."));
@@ -123,10 +135,18 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
         return usageError(err, QStringLiteral("only one output folder can be given"));
     const QString outputDir = outputs.isEmpty() ? QString() : outputs.first();
     const QStringList packages = parser.positionalArguments();
+    const bool worker = parser.isSet(workerOption);
+    bool jobsIsNumber = false;
+    const int jobs = parser.value(jobsOption).toInt(&jobsIsNumber);
+    if (!jobsIsNumber || jobs < 1)
+        return usageError(
+            err, QStringLiteral("--jobs needs a whole number of at least 1, not '%1'").arg(parser.value(jobsOption)));
     if (outputDir.isEmpty())
         return usageError(err, QStringLiteral("no output folder given (--output DIR)"));
-    if (packages.isEmpty())
+    if (packages.isEmpty() && !worker)
         return usageError(err, QStringLiteral("no package given"));
+    if (!packages.isEmpty() && worker)
+        return usageError(err, QStringLiteral("a worker takes its packages on standard input"));
     const QStringList layouts = parser.values(layoutOption);
     const QString layout
         = layouts.isEmpty() ? Converter::layoutName(Converter::ArchiveLayout::Reference) : layouts.last();
@@ -151,9 +171,12 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
         {SettingKey::bookmarkData, *bookmark},
         {SettingKey::archiveLayout, layout},
     });
+    if (worker)
+        return ConvertWorker::run(outputFolder);
 
     // A folder's packages take its place, in its order.
-    QList<Item> items;
+    QList<ConvertJobs::Item> items;
+    int toConvert = 0;
     for (const QString &argument : packages) {
         const QStringList found = PackageSearch::expand({argument});
         if (found.isEmpty())
@@ -161,10 +184,27 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
         for (const QString &package : found)
             items.append(
                 {PackageSearch::shownPath(argument, package), QFileInfo(package).absoluteFilePath(), std::nullopt});
+        toConvert += int(found.size());
     }
 
+    const int workers = std::min(jobs, toConvert);
+    if (workers > 1) {
+        QStringList workerArguments{QStringLiteral("convert"), QStringLiteral("--worker"),
+                                    QStringLiteral("--output=") + outputFolder};
+        for (const QCommandLineOption &option : converterOptions) {
+            const QString name = QStringLiteral("--") + option.names().constLast();
+            if (option.valueName().isEmpty() && parser.isSet(option))
+                workerArguments.append(name);
+            for (const QString &value : parser.values(option))
+                workerArguments.append(name + QLatin1Char('=') + value);
+        }
+        ConvertJobs batch(QCoreApplication::applicationFilePath(), workerArguments, outputFolder, out);
+        return batch.run(items, workers) ? AllConverted : SomeSkipped;
+    }
+
+    // One at a time, here.
     int status = AllConverted;
-    for (const Item &item : std::as_const(items)) {
+    for (const ConvertJobs::Item &item : std::as_const(items)) {
         ConvertOutcome outcome;
         if (item.outcome) {
             outcome = *item.outcome;

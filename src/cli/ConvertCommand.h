@@ -7,7 +7,8 @@ class QTextStream;
 // `deckwright convert --output DIR PACKAGE_OR_FOLDER…`: converts packages,
 // and those found in folders, with the same converter and events as the
 // application, without a window and without touching the person's saved
-// settings, one after another.
+// settings; several at once in worker processes (ConvertJobs) or one after
+// another here.
 class ConvertCommand
 {
 public:

@@ -138,6 +138,10 @@ private Q_SLOTS:
                                         << " convert: Unknown option 'fast'." << false;
         QTest::newRow("unknown layout") << QStringList{convert, o, out, QStringLiteral("--layout=flat"), x}
                                         << " convert: unknown layout 'flat' (reference or root)" << false;
+        QTest::newRow("no jobs") << QStringList{convert, QStringLiteral("-j"), QStringLiteral("0"), o, out, x}
+                                 << " convert: --jobs needs a whole number of at least 1, not '0'" << false;
+        QTest::newRow("jobs not a number") << QStringList{convert, QStringLiteral("--jobs=all"), o, out, x}
+                                           << " convert: --jobs needs a whole number of at least 1, not 'all'" << false;
         QTest::newRow("two output folders")
             << QStringList{convert, o, out, o, out, x} << " convert: only one output folder can be given" << false;
         QTest::newRow("unknown program option")

@@ -1,0 +1,277 @@
+#include "cli/ConvertJobs.h"
+
+#include "cli/WorkerChannel.h"
+#include "core/ScratchRun.h"
+#include "core/StopRequest.h"
+
+#include <QEventLoop>
+#include <QProcess>
+#include <QSocketNotifier>
+#include <QTextStream>
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+
+#include <unistd.h>
+
+struct ConvertJobs::Worker
+{
+    std::unique_ptr<QProcess> process;
+    int item = -1;      // the item it converts; -1 between two
+    bool ready = false; // its file waits in the output folder for its turn to be named
+    QByteArray received;
+    QString complaint; // why it was abandoned, if it was
+};
+
+ConvertJobs::ConvertJobs(const QString &program, const QStringList &workerArguments, const QString &outputFolder,
+                         QTextStream &out)
+    : m_program(program)
+    , m_workerArguments(workerArguments)
+    , m_outputFolder(outputFolder)
+    , m_out(out)
+{
+}
+
+ConvertJobs::~ConvertJobs() = default;
+
+void ConvertJobs::startWorker(QProcess &process)
+{
+    process.setProgram(m_program);
+    process.setArguments(m_workerArguments);
+    // Its complaints reach the person as ours would; its answers come to us.
+    process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+    process.start();
+}
+
+bool ConvertJobs::run(const QList<Item> &items, int jobs)
+{
+    m_items = items;
+    m_jobs = std::max(1, jobs);
+    m_next = 0;
+    m_printed = 0;
+    m_allConverted = true;
+    m_stopping = false;
+
+    QEventLoop loop;
+    m_loop = &loop;
+    // A signal now waits for the workers: it is deferred, and stops them all.
+    StopRequest::beginConversion();
+    std::unique_ptr<QSocketNotifier> signals;
+    if (StopRequest::signalDescriptor() >= 0) {
+        signals = std::make_unique<QSocketNotifier>(StopRequest::signalDescriptor(), QSocketNotifier::Read);
+        QObject::connect(signals.get(), &QSocketNotifier::activated, &loop, [this] {
+            char bytes[64];
+            while (::read(StopRequest::signalDescriptor(), bytes, sizeof bytes) > 0) {}
+            stopAll();
+        });
+    }
+
+    printKnownLines();
+    refill();
+    if (!m_workers.empty())
+        loop.exec();
+    m_loop = nullptr;
+    signals.reset();
+    m_ended.clear();
+    // Ends the process by the signal, if one came; every worker has ended by now.
+    StopRequest::endConversion();
+    return m_allConverted;
+}
+
+void ConvertJobs::refill()
+{
+    // Not again from within: a worker that fails to start at once ends inside launch.
+    if (m_refilling)
+        return;
+    m_refilling = true;
+    while (!m_stopping && int(m_workers.size()) < m_jobs) {
+        const int item = takeNextItem();
+        if (item < 0)
+            break;
+        launch(item);
+    }
+    m_refilling = false;
+    finishIfDone();
+}
+
+void ConvertJobs::finishIfDone()
+{
+    if (m_workers.empty() && !m_refilling && m_loop)
+        m_loop->quit();
+}
+
+int ConvertJobs::takeNextItem()
+{
+    while (m_next < m_items.size() && m_items[m_next].outcome)
+        ++m_next;
+    return m_next < m_items.size() ? m_next++ : -1;
+}
+
+void ConvertJobs::launch(int item)
+{
+    m_workers.push_back(std::make_unique<Worker>());
+    Worker &worker = *m_workers.back();
+    worker.process = std::make_unique<QProcess>();
+    QProcess &process = *worker.process;
+    QObject::connect(&process, &QProcess::readyReadStandardOutput, m_loop, [this, &worker] { readFrom(worker); });
+    QObject::connect(&process, &QProcess::finished, m_loop, [this, &worker](int code, QProcess::ExitStatus status) {
+        if (status == QProcess::CrashExit)
+            ended(worker, QStringLiteral("the process converting it ended unexpectedly (signal %1, %2)")
+                              .arg(code)
+                              .arg(QString::fromLocal8Bit(::strsignal(code))));
+        else
+            ended(worker, QStringLiteral("the process converting it ended unexpectedly (exit status %1)").arg(code));
+    });
+    QObject::connect(&process, &QProcess::errorOccurred, m_loop, [this, &worker](QProcess::ProcessError error) {
+        if (error == QProcess::FailedToStart)
+            ended(worker,
+                  QStringLiteral("no process could be started to convert it (%1)").arg(worker.process->errorString()));
+    });
+    // The item is its own before it starts, so that a start that fails settles it.
+    worker.item = item;
+    startWorker(process);
+    if (process.state() != QProcess::NotRunning)
+        assign(worker, item);
+}
+
+void ConvertJobs::assign(Worker &worker, int item)
+{
+    worker.item = item;
+    worker.ready = false;
+    // It waits in the pipe until the worker reads it.
+    worker.process->write(WorkerChannel::convertRequest(m_items[item].path) + '\n');
+}
+
+void ConvertJobs::dispatch(Worker &worker)
+{
+    if (m_stopping)
+        return;
+    const int item = takeNextItem();
+    if (item >= 0)
+        assign(worker, item);
+    else
+        worker.process->closeWriteChannel(); // nothing left: it ends
+}
+
+void ConvertJobs::readFrom(Worker &worker)
+{
+    const QByteArray said = worker.process->readAllStandardOutput();
+    if (!worker.complaint.isEmpty())
+        return; // abandoned: nothing it says counts any more
+    worker.received += said;
+    for (qsizetype end; worker.complaint.isEmpty() && (end = worker.received.indexOf('\n')) >= 0;) {
+        const QByteArray line = worker.received.left(end);
+        worker.received.remove(0, end + 1);
+        hear(worker, line);
+    }
+    if (worker.complaint.isEmpty() && worker.received.size() > WorkerChannel::maxLineLength)
+        abandon(worker, QStringLiteral("the process converting it said more than it should"));
+}
+
+void ConvertJobs::hear(Worker &worker, const QByteArray &line)
+{
+    if (line == WorkerChannel::readyMessage() && worker.item >= 0 && !worker.ready) {
+        worker.ready = true;
+        grantTurn();
+        return;
+    }
+    const std::optional<ConvertOutcome> outcome = WorkerChannel::reportedOutcome(line);
+    if (outcome && worker.item >= 0) {
+        const int item = worker.item;
+        worker.item = -1;
+        worker.ready = false;
+        settle(item, *outcome);
+        dispatch(worker);
+        return;
+    }
+    abandon(worker, QStringLiteral("the process converting it said something unexpected"));
+}
+
+void ConvertJobs::abandon(Worker &worker, const QString &why)
+{
+    // It is told to stop as a signal would, and so undoes its conversion;
+    // its item fails once it has ended.
+    worker.complaint = why;
+    worker.received.clear();
+    if (worker.process->processId() > 0)
+        ::kill(pid_t(worker.process->processId()), SIGTERM);
+}
+
+void ConvertJobs::ended(Worker &worker, const QString &why)
+{
+    // What it said before it ended counts.
+    readFrom(worker);
+    const auto it = std::find_if(m_workers.begin(), m_workers.end(),
+                                 [&worker](const std::unique_ptr<Worker> &w) { return w.get() == &worker; });
+    if (it == m_workers.end())
+        return; // already ended: a failed start, then finished
+    m_ended.push_back(std::move(*it));
+    m_workers.erase(it);
+
+    if (!m_stopping) {
+        if (worker.item >= 0) {
+            // A worker that was killed leaves its run folder, and no run may come after it to sweep it.
+            ScratchRun::sweepStale(m_outputFolder);
+            settle(worker.item,
+                   ConvertOutcome(ConvertOutcome::Failed, worker.complaint.isEmpty() ? why : worker.complaint));
+        }
+        refill();
+    }
+    finishIfDone();
+}
+
+void ConvertJobs::settle(int item, const ConvertOutcome &outcome)
+{
+    m_items[item].outcome = outcome;
+    printKnownLines();
+    grantTurn();
+}
+
+void ConvertJobs::printKnownLines()
+{
+    while (m_printed < m_items.size() && m_items[m_printed].outcome) {
+        const Item &item = m_items[m_printed];
+        if (!item.outcome->converted())
+            m_allConverted = false;
+        m_out << item.outcome->line(item.shown, m_outputFolder) << "\n";
+        ++m_printed;
+    }
+    m_out.flush();
+}
+
+void ConvertJobs::grantTurn()
+{
+    // Only the first item whose outcome is unknown may name its file, so
+    // files are named one at a time in the order given, each after every
+    // item before it is done, as one after another would. The converter
+    // tries the name it found free, then the next numbers, until one is not
+    // taken. During a batch names are only ever taken, never freed: what
+    // was taken when a worker found its name free still is when its turn
+    // comes, and what was taken meanwhile is exactly what the items before
+    // it took. So each file gets the first free name the sequential batch
+    // would have given it: Talk.key for the first Talk.key given, Talk.1.key
+    // for the second, whichever finishes first.
+    if (m_stopping)
+        return;
+    for (const std::unique_ptr<Worker> &worker : m_workers) {
+        if (worker->item == m_printed && worker->ready) {
+            worker->ready = false;
+            worker->process->write(WorkerChannel::goMessage() + '\n');
+            return;
+        }
+    }
+}
+
+void ConvertJobs::stopAll()
+{
+    if (!StopRequest::pending() || m_stopping)
+        return;
+    m_stopping = true;
+    // Ctrl+C reaches the workers too; a signal sent to this process alone is passed on.
+    const int signalNumber = StopRequest::signalNumber();
+    for (const std::unique_ptr<Worker> &worker : m_workers) {
+        if (worker->process->processId() > 0)
+            ::kill(pid_t(worker->process->processId()), signalNumber);
+    }
+}

@@ -1,0 +1,81 @@
+#pragma once
+
+#include "cli/ConvertOutcome.h"
+
+#include <QList>
+#include <QString>
+#include <QStringList>
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+class QEventLoop;
+class QProcess;
+class QTextStream;
+
+// Converts the items of one `deckwright convert` batch in up to N worker
+// processes at once (ConvertWorker, over a WorkerChannel each) and prints
+// every item's line in the order given, as soon as it and all the lines
+// before it are known. The output is the same as converting one item after
+// another: the same lines, and the same files under the same names.
+class ConvertJobs
+{
+public:
+    struct Item
+    {
+        QString shown;                         // as printed
+        QString path;                          // what a worker is asked to convert
+        std::optional<ConvertOutcome> outcome; // known from the start for a folder without packages
+    };
+
+    // program and workerArguments start one worker.
+    ConvertJobs(const QString &program, const QStringList &workerArguments, const QString &outputFolder,
+                QTextStream &out);
+    virtual ~ConvertJobs();
+    ConvertJobs(const ConvertJobs &) = delete;
+    ConvertJobs &operator=(const ConvertJobs &) = delete;
+
+    // Whether every item was converted. SIGINT, SIGTERM or SIGHUP stop every
+    // worker (each undoes its conversion); once they have all ended, nothing
+    // more is printed and the process ends by that signal.
+    bool run(const QList<Item> &items, int jobs);
+
+protected:
+    // Starts the process of one worker.
+    virtual void startWorker(QProcess &process);
+
+private:
+    struct Worker;
+
+    void refill();
+    void finishIfDone();
+    void launch(int item);
+    void assign(Worker &worker, int item);
+    void dispatch(Worker &worker);
+    void readFrom(Worker &worker);
+    void hear(Worker &worker, const QByteArray &line);
+    void abandon(Worker &worker, const QString &why);
+    void ended(Worker &worker, const QString &why);
+    void settle(int item, const ConvertOutcome &outcome);
+    void printKnownLines();
+    void grantTurn();
+    void stopAll();
+    int takeNextItem();
+
+    QString m_program;
+    QStringList m_workerArguments;
+    QString m_outputFolder;
+    QTextStream &m_out;
+
+    QList<Item> m_items;
+    int m_jobs = 1;
+    int m_next = 0;    // the first item no worker was given yet
+    int m_printed = 0; // the lines printed so far: the first item not yet known
+    bool m_allConverted = true;
+    bool m_stopping = false;
+    bool m_refilling = false;
+    std::vector<std::unique_ptr<Worker>> m_workers;
+    std::vector<std::unique_ptr<Worker>> m_ended; // kept until the batch is over: their signals may still be running
+    QEventLoop *m_loop = nullptr;
+};
