@@ -109,6 +109,26 @@ private Q_SLOTS:
                             "other:version=\"72007061400\"/>\n"));
     }
 
+    // A conversion sweeps run folders a killed one left in the output folder;
+    // the person's folder may hold look-alikes, which are not ours to remove.
+    void sweepsOnlyItsOwnStaleRunsFromTheOutputFolder()
+    {
+        const QString victim = m_work.filePath(QStringLiteral("victim"));
+        QVERIFY(QDir().mkpath(victim + QStringLiteral("/kept")));
+        const QString prefix = m_out + QStringLiteral("/.deckwright-run-");
+        QVERIFY(QDir().mkpath(prefix + QStringLiteral("stale1/Talk"))); // ours, closed to others: a leftover
+        QVERIFY(QDir().mkpath(prefix + QStringLiteral("open12/Talk"))); // open to others: not one of ours
+        QVERIFY(QFile::link(victim, prefix + QStringLiteral("link12")));
+        QVERIFY(QFile::setPermissions(prefix + QStringLiteral("stale1"),
+                                      QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+        Converter converter(PackageFactory(m_in).make(QStringLiteral("Swept.key")));
+        converter.doConvert(m_out);
+        QCOMPARE(converter.errorOccurred(), qint64(Converter::NoError));
+        QCOMPARE(entries(m_out), QStringList({QStringLiteral(".deckwright-run-link12"),
+                                              QStringLiteral(".deckwright-run-open12"), QStringLiteral("Swept.key")}));
+        QVERIFY(QFileInfo::exists(victim + QStringLiteral("/kept")));
+    }
+
     void theLayoutDecidesWhereEntriesStart_data()
     {
         QTest::addColumn<QString>("layout"); // the setting's value; none: absent
