@@ -20,7 +20,7 @@
 #include "gui/SoftwareUpdater.h"
 #include "gui/TrayIcon.h"
 #include "platform/DesktopServices.h"
-#include "ui_MainWindow.h"
+#include "widgets/PanelButton.h"
 #include "widgets/PreferencesWindowController.h"
 
 #include <QApplication>
@@ -49,25 +49,32 @@ AppDelegate::AppDelegate(QObject *parent)
     connect(m_tray, &TrayIcon::quitRequested, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
     // The windows keep painting and answering while a file converts.
     Waiting::setKeepsEventsTurning(true);
-    Ui::MainWindow &ui = m_window->ui();
     m_updater = new SoftwareUpdater(this);
     new SoftwareUpdateDialog(m_updater);
 
     connect(m_window, &MainWindow::windowWillClose, this, &AppDelegate::windowWillClose);
     connect(m_window, &MainWindow::preferencesHeaderClicked, this, &AppDelegate::clickOnPreferencesText);
     connect(m_window, &MainWindow::packagesDropped, this, &AppDelegate::openPackages);
-    connect(ui.openMenuItem, &QAction::triggered, this, &AppDelegate::openFileMenuItem);
-    connect(ui.closeMenuItem, &QAction::triggered, this, &AppDelegate::closeMainWindow);
-    connect(ui.preferencesMenuItem, &QAction::triggered, this, &AppDelegate::showPreferencesPane);
-    connect(ui.quitMenuItem, &QAction::triggered, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
-    connect(ui.showMainWindowMenuItem, &QAction::triggered, this, &AppDelegate::showMainWindow);
-    connect(ui.supportMenuItem, &QAction::triggered, this, &AppDelegate::openSupportMenuItem);
-    connect(ui.websiteMenuItem, &QAction::triggered, this, &AppDelegate::openWebsiteMenuItem);
-    connect(ui.checkForUpdatesMenuItem, &QAction::triggered, this, &AppDelegate::checkForUpdatesMenuItem);
-    connect(ui.aboutMenuItem, &QAction::triggered, this, &AppDelegate::showAboutPanel);
-    connect(ui.preferencesButton, &QAbstractButton::clicked, this, &AppDelegate::showPreferencesPaneFromButton);
-    connect(ui.openFileButton, &QAbstractButton::clicked, this, &AppDelegate::showOpenDialog);
-    connect(ui.moreInfoButton, &QAbstractButton::clicked, this, &AppDelegate::openSupportLink);
+    connect(m_window->menuItem(MainWindow::MenuItem::Open), &QAction::triggered, this, &AppDelegate::openFileMenuItem);
+    connect(m_window->menuItem(MainWindow::MenuItem::Close), &QAction::triggered, this, &AppDelegate::closeMainWindow);
+    connect(m_window->menuItem(MainWindow::MenuItem::Preferences), &QAction::triggered, this,
+            &AppDelegate::showPreferencesPane);
+    connect(m_window->menuItem(MainWindow::MenuItem::Quit), &QAction::triggered, qApp, &QCoreApplication::quit,
+            Qt::QueuedConnection);
+    connect(m_window->menuItem(MainWindow::MenuItem::ShowMainWindow), &QAction::triggered, this,
+            &AppDelegate::showMainWindow);
+    connect(m_window->menuItem(MainWindow::MenuItem::Support), &QAction::triggered, this,
+            &AppDelegate::openSupportMenuItem);
+    connect(m_window->menuItem(MainWindow::MenuItem::Website), &QAction::triggered, this,
+            &AppDelegate::openWebsiteMenuItem);
+    connect(m_window->menuItem(MainWindow::MenuItem::CheckForUpdates), &QAction::triggered, this,
+            &AppDelegate::checkForUpdatesMenuItem);
+    connect(m_window->menuItem(MainWindow::MenuItem::About), &QAction::triggered, this, &AppDelegate::showAboutPanel);
+    connect(m_window->panel(MainWindow::Panel::Preferences), &QAbstractButton::clicked, this,
+            &AppDelegate::showPreferencesPaneFromButton);
+    connect(m_window->panel(MainWindow::Panel::Open), &QAbstractButton::clicked, this, &AppDelegate::showOpenDialog);
+    connect(m_window->panel(MainWindow::Panel::MoreInfo), &QAbstractButton::clicked, this,
+            &AppDelegate::openSupportLink);
 }
 
 AppDelegate::~AppDelegate()
@@ -106,7 +113,7 @@ bool AppDelegate::applicationShouldHandleReopen(bool hasVisibleWindows)
 void AppDelegate::windowWillClose()
 {
     DW_LOG(QLatin1String("window is closing"));
-    m_window->ui().closeMenuItem->setEnabled(false);
+    m_window->menuItem(MainWindow::MenuItem::Close)->setEnabled(false);
     m_tray->showIfAvailable();
 }
 
@@ -117,7 +124,7 @@ void AppDelegate::applicationWillTerminate() {}
 void AppDelegate::showMainWindow()
 {
     m_window->present();
-    m_window->ui().closeMenuItem->setEnabled(true);
+    m_window->menuItem(MainWindow::MenuItem::Close)->setEnabled(true);
     m_tray->hide();
 }
 

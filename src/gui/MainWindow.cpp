@@ -254,6 +254,44 @@ void MainWindow::mouseExited()
         panel->setBordered(false);
 }
 
+QAction *MainWindow::menuItem(MenuItem item) const
+{
+    switch (item) {
+    case MenuItem::Open:
+        return m_ui->openMenuItem;
+    case MenuItem::Close:
+        return m_ui->closeMenuItem;
+    case MenuItem::Preferences:
+        return m_ui->preferencesMenuItem;
+    case MenuItem::Quit:
+        return m_ui->quitMenuItem;
+    case MenuItem::ShowMainWindow:
+        return m_ui->showMainWindowMenuItem;
+    case MenuItem::Support:
+        return m_ui->supportMenuItem;
+    case MenuItem::Website:
+        return m_ui->websiteMenuItem;
+    case MenuItem::CheckForUpdates:
+        return m_ui->checkForUpdatesMenuItem;
+    case MenuItem::About:
+        return m_ui->aboutMenuItem;
+    }
+    return nullptr;
+}
+
+PanelButton *MainWindow::panel(Panel panel) const
+{
+    switch (panel) {
+    case Panel::Preferences:
+        return m_ui->preferencesButton;
+    case Panel::Open:
+        return m_ui->openFileButton;
+    case Panel::MoreInfo:
+        return m_ui->moreInfoButton;
+    }
+    return nullptr;
+}
+
 bool MainWindow::isShowingDropHighlight() const
 {
     return m_dropHighlight->isVisible();

@@ -5,6 +5,7 @@
 #include <QScopedPointer>
 
 class PanelButton;
+class QAction;
 class QLabel;
 
 namespace Ui {
@@ -26,7 +27,11 @@ public:
     explicit MainWindow(QWidget *parent = nullptr);
     ~MainWindow() override;
 
-    Ui::MainWindow &ui() { return *m_ui; }
+    // What the menus and the panels hold, for the delegate to connect.
+    enum class MenuItem { Open, Close, Preferences, Quit, ShowMainWindow, Support, Website, CheckForUpdates, About };
+    enum class Panel { Preferences, Open, MoreInfo };
+    QAction *menuItem(MenuItem item) const;
+    PanelButton *panel(Panel panel) const;
 
     // Puts in the background picture and fills the three panels.
     void buildContent();
