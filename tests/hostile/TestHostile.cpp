@@ -1,19 +1,18 @@
+#include "support/Archive.h"
 #include "support/PackageFactory.h"
+#include "support/Program.h"
+#include "support/Tree.h"
 
-#include <QCryptographicHash>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
-#include <QProcess>
 #include <QRegularExpression>
 #include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QThread>
 
+#include <algorithm>
 #include <csignal>
-#include <memory>
 
 #include <fcntl.h>
 #include <sys/file.h>
@@ -28,75 +27,9 @@ using namespace Qt::StringLiterals;
 // environment, full disks and signals, and checks each promise by its effects
 // on the disk and in the process table.
 namespace {
-// Relative path -> type and mode as ls shows them, then the content hash of a file or the target of a link.
-using Tree = QMap<QByteArray, QByteArray>;
-
-const QString kBinary = QStringLiteral(DECKWRIGHT_BINARY);
-
 QByteArray bytes(const QString &path)
 {
     return QFile::encodeName(path);
-}
-
-QByteArray sha1(const QByteArray &path)
-{
-    QFile file;
-    QCryptographicHash hash(QCryptographicHash::Sha1);
-    const int fd = ::open(path.constData(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
-    if (fd < 0 || !file.open(fd, QIODevice::ReadOnly, QFileDevice::AutoCloseHandle) || !hash.addData(&file))
-        return "unreadable";
-    return hash.result().toHex();
-}
-
-struct Run
-{
-    int code = -1; // -1 when it did not exit by itself, hung ones included
-    QByteArray out, err;
-};
-
-std::unique_ptr<QProcess> start(const QStringList &command, const QProcessEnvironment &env, const QString &folder = {})
-{
-    auto process = std::make_unique<QProcess>();
-    process->setProcessEnvironment(env);
-    process->setWorkingDirectory(folder);
-    process->start(command.first(), command.mid(1));
-    return process;
-}
-
-Run run(const QStringList &command, const QProcessEnvironment &env = QProcessEnvironment::systemEnvironment(),
-        const QString &folder = {})
-{
-    const auto process = start(command, env, folder);
-    // Generous: only a hang (a link loop, a FIFO read) should ever reach it.
-    if (!process->waitForFinished(120000)) {
-        process->kill();
-        process->waitForFinished();
-    }
-    return {process->exitStatus() == QProcess::NormalExit ? process->exitCode() : -1, process->readAllStandardOutput(),
-            process->readAllStandardError()};
-}
-
-// Everything below a folder as lstat sees it, names as raw bytes: no link
-// followed, nothing opened but regular files.
-Tree tree(const QString &root)
-{
-    Tree result;
-    const QList<QByteArray> fields
-        = run({u"find"_s, root, u"-mindepth"_s, u"1"_s, u"-printf"_s, u"%P\\0%M %l\\0"_s}).out.split('\0');
-    for (qsizetype i = 0; i + 1 < fields.size(); i += 2)
-        result.insert(fields[i], fields[i + 1].startsWith('-') ? fields[i + 1] + sha1(bytes(root) + '/' + fields[i])
-                                                               : fields[i + 1]);
-    return result;
-}
-
-// The regular files of a tree, prefix + relative path -> content hash.
-Tree filesOf(const Tree &all, const QByteArray &prefix = {})
-{
-    Tree files;
-    for (auto it = all.begin(); it != all.end(); ++it)
-        if (it.value().startsWith('-'))
-            files.insert(prefix + it.key(), it.value().mid(it.value().indexOf(' ') + 1));
-    return files;
 }
 
 // Whether the output is these lines; from a "*" on, a line may say anything.
@@ -108,18 +41,6 @@ bool printed(const QByteArray &out, const QStringList &expected)
         same = expected[i].contains(u'*') ? got[i].startsWith(expected[i].section(u'*', 0, 0).toUtf8())
                                           : got[i] == expected[i].toUtf8();
     return same;
-}
-
-// Runs a setup script in a folder, with the extra variables in its environment.
-int shell(const QString &script, const QString &folder, const QMap<QString, QString> &extra = {})
-{
-    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    for (auto it = extra.begin(); it != extra.end(); ++it)
-        env.insert(it.key(), it.value());
-    const Run r = run({u"sh"_s, u"-ec"_s, script}, env, folder);
-    if (r.code != 0)
-        qWarning("%s", r.err.constData());
-    return r.code;
 }
 
 // A socket's name stays on disk once the socket is closed.
@@ -134,18 +55,6 @@ bool bindSocket(const QByteArray &path)
     return bound;
 }
 
-// The programs whose command line holds the text.
-QByteArrayList processesMentioning(const QByteArray &text)
-{
-    QByteArrayList found;
-    for (const QString &pid : QDir(u"/proc"_s).entryList({u"[0-9]*"_s}, QDir::Dirs)) {
-        QFile cmdline(u"/proc/%1/cmdline"_s.arg(pid));
-        if (pid.toLongLong() != ::getpid() && cmdline.open(QIODevice::ReadOnly) && cmdline.readAll().contains(text))
-            found << QFileInfo(QFile::symLinkTarget(u"/proc/%1/exe"_s.arg(pid))).fileName().toUtf8();
-    }
-    return found;
-}
-
 qint64 highWaterKiB(qint64 pid)
 {
     QFile status(u"/proc/%1/status"_s.arg(pid));
@@ -155,24 +64,37 @@ qint64 highWaterKiB(qint64 pid)
     return match.hasMatch() ? match.captured(1).toLongLong() : -1;
 }
 
-// One case's folders: packages in in/, results in out/, scratch under runtime/.
+// One case's folders: packages in in/, results in out/, and the program's
+// own scratch and settings folders.
 struct Site
 {
-    QString dir, in, out, runtime;
-    QProcessEnvironment env;
-    QString root() const { return runtime + u"/deckwright"_s; }
-};
+    explicit Site(const QString &folder)
+        : dir(folder)
+        , in(folder + u"/in"_s)
+        , out(folder + u"/out"_s)
+        , program(folder)
+    {
+        QDir().mkpath(in);
+        QDir().mkpath(out);
+        // Every run meets tool options that would store the document or drop the pictures.
+        for (const auto &[name, value] :
+             {std::pair{"ZIPOPT", "-0 -x *.jpg"}, {"ZIP", "-0"}, {"GZIP", "-1"}, {"UNZIP", "-x *"}})
+            program.env.insert(QString::fromLatin1(name), QString::fromLatin1(value));
+    }
+    QStringList convert(const QStringList &packages, const QString &folder = {}) const
+    {
+        return Program::deckwright(QStringList{u"convert"_s, u"--output"_s, folder.isEmpty() ? out : folder}
+                                   + packages);
+    }
 
-QStringList convertCommand(const Site &s, const QStringList &packages, const QString &folder = {})
-{
-    return QStringList{kBinary, u"convert"_s, u"--output"_s, folder.isEmpty() ? s.out : folder} + packages;
-}
+    QString dir, in, out;
+    Program program;
+};
 
 QString fill(QString line, const QString &package, const QString &folder)
 {
     return line.replace(u"%1"_s, package).replace(u"%2"_s, folder);
 }
-
 } // namespace
 
 class TestHostile : public QObject
@@ -183,72 +105,51 @@ private:
     QTemporaryDir m_work;
     QString m_victim;
     Tree m_victimBefore;
-    QByteArray m_passwdBefore;
+    Tree m_passwdBefore;
     int m_count = 0;
     QString m_big;
     Tree m_bigBefore;
 
-    Site site()
-    {
-        Site s;
-        s.dir = m_work.filePath(QString::number(++m_count));
-        s.in = s.dir + u"/in"_s;
-        s.out = s.dir + u"/out"_s;
-        s.runtime = s.dir + u"/runtime"_s;
-        for (const QString &folder : {s.in, s.out, s.runtime})
-            QDir().mkpath(folder);
-        ::chmod(bytes(s.runtime).constData(), 0700);
-        s.env = QProcessEnvironment::systemEnvironment();
-        s.env.insert(u"XDG_CONFIG_HOME"_s, s.dir + u"/config"_s);
-        s.env.insert(u"XDG_RUNTIME_DIR"_s, s.runtime);
-        // Every run meets tool options that would store the document or drop the pictures.
-        for (const auto &[name, value] :
-             {std::pair{"ZIPOPT", "-0 -x *.jpg"}, {"ZIP", "-0"}, {"GZIP", "-1"}, {"UNZIP", "-x *"}})
-            s.env.insert(QString::fromLatin1(name), QString::fromLatin1(value));
-        return s;
-    }
+    Site site() { return Site(m_work.filePath(QString::number(++m_count))); }
 
     // The archive must test whole and hold exactly the package's files, its document rewritten and deflated.
-    void checkArchive(const QString &archive, const QString &package)
+    void checkArchive(const QString &path, const QString &package)
     {
-        const Run tested = run({u"unzip"_s, u"-tqq"_s, archive});
-        QVERIFY2(tested.code == 0, qPrintable(archive + u": "_s + QString::fromLocal8Bit(tested.out + tested.err)));
-        const QString into = m_work.filePath(u"extracted"_s);
-        run({u"unzip"_s, u"-qq"_s, archive, u"-d"_s, into});
-        const Tree got = filesOf(tree(into));
-        QProcess::execute(u"rm"_s, {u"-rf"_s, into});
-        // Entries carry the run folder's path: the package's folder is the one right below it.
-        const QByteArray top = QRegularExpression(u"^(.*/)?(\\.deckwright-)?run-[A-Za-z0-9]{6}/[^/]+/"_s)
-                                   .match(QString::fromUtf8(got.isEmpty() ? QByteArray() : got.firstKey()))
-                                   .captured()
-                                   .toUtf8();
-        Tree want = filesOf(tree(package), top);
-        want.remove(top + "index.apxl.gz");
-        const QByteArray document = run({u"gunzip"_s, u"-c"_s, package + u"/index.apxl.gz"_s})
-                                        .out.replace("key:version=\"72007061400\"", "key:version=\"92008102400\"");
-        want.insert(top + "index.apxl", QCryptographicHash::hash(document, QCryptographicHash::Sha1).toHex());
-        QVERIFY2(!top.isEmpty() && got == want,
-                 qPrintable(u"%1 holds [%2], the package [%3]"_s.arg(archive, QString::fromUtf8(got.keys().join(", ")),
+        const Archive archive(path);
+        QVERIFY2(archive.isWhole(), qPrintable(path));
+        auto want = Tree::of(package).fileHashes();
+        want.remove("index.apxl.gz");
+        QProcess gunzip;
+        gunzip.start(u"gunzip"_s, {u"-c"_s, package + u"/index.apxl.gz"_s});
+        gunzip.waitForFinished(-1);
+        want.insert("index.apxl", Tree::sha1(gunzip.readAllStandardOutput().replace("key:version=\"72007061400\"",
+                                                                                    "key:version=\"92008102400\"")));
+        const auto got = archive.packageFiles();
+        QVERIFY2(got == want,
+                 qPrintable(u"%1 holds [%2], the package [%3]"_s.arg(path, QString::fromUtf8(got.keys().join(", ")),
                                                                      QString::fromUtf8(want.keys().join(", ")))));
-        QVERIFY2(run({u"unzip"_s, u"-v"_s, archive}).out.contains(" Defl:"), qPrintable(archive + u" stores all"_s));
+        QVERIFY2(archive.isDeflated(), qPrintable(path + u" stores all"_s));
     }
 
     // What a finished command may leave: these archives, each whole, and the
     // other entries of the output folder as they were; an empty scratch folder;
     // files outside as they were.
-    void checkOutcome(const Site &s, const QMap<QString, QString> &archives, const Tree &others = {})
+    void checkOutcome(const Site &s, const QMap<QString, QString> &archives, Tree others = {})
     {
-        Tree left = tree(s.out);
+        Tree left = Tree::of(s.out);
         for (auto it = archives.begin(); it != archives.end(); ++it) {
             left.remove(it.key().toUtf8());
             checkArchive(s.out + u'/' + it.key(), it.value());
         }
-        QVERIFY2(left == others, qPrintable(u"the output folder holds: "_s + tree(s.out).keys().join(", ")));
+        left.remove(".");
+        others.remove(".");
+        QVERIFY2(left == others, qPrintable(u"the output folder holds: "_s + Tree::of(s.out).paths()));
         // A command that never needed one may not have made the scratch folder at all.
-        const Tree scratch = tree(s.runtime);
-        QVERIFY2(scratch.isEmpty() || scratch.keys() == QList<QByteArray>{"deckwright"},
-                 qPrintable(u"the scratch folder holds: "_s + scratch.keys().join(", ")));
-        QVERIFY2(tree(m_victim) == m_victimBefore && sha1("/etc/passwd") == m_passwdBefore,
+        const QByteArrayList scratch = Tree::of(s.program.runtime()).keys();
+        QVERIFY2(scratch == QByteArrayList{"."} || scratch == QByteArrayList({".", "deckwright"}),
+                 qPrintable(u"the scratch folder holds: "_s + QString::fromUtf8(scratch.join(", "))));
+        QVERIFY2(Tree::of(m_victim, Tree::WithTimes) == m_victimBefore
+                     && Tree::of(u"/etc/passwd"_s, Tree::WithTimes) == m_passwdBefore,
                  "a file outside the package changed");
     }
 
@@ -256,22 +157,20 @@ private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY(m_work.isValid());
-        QVERIFY(QFileInfo::exists(kBinary));
         // Files outside every package that no conversion may touch.
         m_victim = m_work.filePath(u"victim"_s);
-        QCOMPARE(shell(u"mkdir -p victim/sub; cd victim; printf secret > secret.txt; printf mine > sub/precious;"
-                       "printf '<a key:version=\"72007061400\"/>' | gzip > doc.apxl.gz"_s,
-                       m_work.path()),
-                 0);
-        m_victimBefore = tree(m_victim);
-        m_passwdBefore = sha1("/etc/passwd");
+        QVERIFY(
+            Program::sh(u"mkdir -p victim/sub; cd victim; printf secret > secret.txt; printf mine > sub/precious;"
+                        "printf '<a key:version=\"72007061400\"/>' | gzip > doc.apxl.gz"_s,
+                        m_work.path()));
+        m_victimBefore = Tree::of(m_victim, Tree::WithTimes);
+        m_passwdBefore = Tree::of(u"/etc/passwd"_s, Tree::WithTimes);
     }
 
     void cleanupTestCase()
     {
         // Read-only folders, names that are not UTF-8 and deep trees defeat QTemporaryDir.
-        QProcess::execute(u"chmod"_s, {u"-R"_s, u"u+rwX"_s, m_work.path()});
-        QProcess::execute(u"find"_s, {m_work.path(), u"-mindepth"_s, u"1"_s, u"-delete"_s});
+        QVERIFY(Program::sh(u"chmod -R u+rwX . && find . -mindepth 1 -delete"_s, m_work.path()));
     }
 
     void convertsOrRefusesEachPackageWhole_data()
@@ -351,37 +250,30 @@ private Q_SLOTS:
         QFETCH(bool, asNobody);
         if (script.startsWith(u"mknod"_s) && ::geteuid() != 0)
             QSKIP("making a device needs root");
-        if (asNobody
-            && (::geteuid() != 0
-                || QProcess::execute(
-                       u"sh"_s,
-                       {u"-c"_s, u"exec >/dev/null; command -v setpriv && id nobody && getent group nogroup"_s})
-                       != 0))
-            QSKIP("needs root, setpriv, the user nobody and the group nogroup to run as someone else");
+        if (asNobody && !Program::canRunAsNobody())
+            QSKIP(Program::whyNotAsNobody());
         const Site s = site();
         if (asNobody) {
             // Everything on the way is open to nobody; the scratch and output folders are nobody's.
             for (const QString &folder : {m_work.path(), s.dir, s.in})
                 ::chmod(bytes(folder).constData(), 0755);
-            for (const QString &folder : {s.runtime, s.out})
-                QCOMPARE(QProcess::execute(u"chown"_s, {u"nobody:nogroup"_s, folder}), 0);
+            for (const QString &folder : {s.program.runtime(), s.out})
+                QVERIFY(Program::giveToNobody(folder));
         }
         const QString after = PackageFactory(s.in).make(u"After.key"_s);
-        QCOMPARE(shell(script, PackageFactory(s.in).make(u"Talk.key"_s),
-                       {{u"VICTIM"_s, m_victim}, {u"ARG"_s, argument}, {u"OUT"_s, s.out}}),
-                 0);
+        QVERIFY(Program::sh(script, PackageFactory(s.in).make(u"Talk.key"_s),
+                            {{u"VICTIM"_s, m_victim}, {u"ARG"_s, argument}, {u"OUT"_s, s.out}}));
         const QString package = s.in + u'/' + argument, real = QFileInfo(package).canonicalFilePath();
         QVERIFY(QByteArray(QTest::currentDataTag()) != "socket" || bindSocket(bytes(real) + "/Data/sock"));
-        const Tree before = tree(real), planted = tree(s.out);
-        const QStringList nobody{u"setpriv"_s, u"--reuid=nobody"_s, u"--regid=nogroup"_s, u"--clear-groups"_s};
+        const Tree before = Tree::of(real, Tree::WithTimes), planted = Tree::of(s.out);
         // An output folder given in a roundabout way is named by its clean absolute path.
-        const Run r = run(
-            (asNobody ? nobody : QStringList()) + convertCommand(s, {package, after}, s.out + u"/../out/./"_s), s.env);
+        const Finished r = s.program.run(s.convert({package, after}, s.out + u"/../out/./"_s),
+                                         asNobody ? Program::Nobody : Program::Me);
         QVERIFY2(printed(r.out, {fill(line, package, s.out), u"converted: %1 -> %2/After.key"_s.arg(after, s.out)}),
                  r.out.constData());
         const bool converted = line.startsWith(u"converted"_s);
-        QCOMPARE(r.code, converted ? 0 : 1);
-        QCOMPARE(tree(real), before);
+        QCOMPARE(r.status, converted ? 0 : 1);
+        QCOMPARE(Tree::of(real, Tree::WithTimes), before);
         QMap<QString, QString> archives{{u"After.key"_s, after}};
         if (converted)
             archives.insert(line.section(u'/', -1), real);
@@ -410,52 +302,52 @@ private Q_SLOTS:
         Site s = site();
         const QString base = s.dir + u"/base"_s, name = runtime ? u"deckwright"_s : u"deckwright-%1"_s.arg(::getuid());
         const QString package = PackageFactory(s.in).make(u"Talk.key"_s);
-        QCOMPARE(shell(u"printf neighbour > in/notes.txt; mkdir -m 0700 base; cd base; "_s + script, s.dir,
-                       {{u"NAME"_s, name}, {u"SRC"_s, s.in}}),
-                 0);
-        s.env.remove(u"XDG_RUNTIME_DIR"_s);
-        s.env.insert(runtime ? u"XDG_RUNTIME_DIR"_s : u"TMPDIR"_s, base);
-        const Tree sourceBefore = tree(s.in);
-        Tree expected = tree(base);
-        const Run r = run(convertCommand(s, {package}), s.env);
+        QVERIFY(Program::sh(u"printf neighbour > in/notes.txt; mkdir -m 0700 base; cd base; "_s + script, s.dir,
+                            {{u"NAME"_s, name}, {u"SRC"_s, s.in}}));
+        s.program.env.remove(u"XDG_RUNTIME_DIR"_s);
+        s.program.env.insert(runtime ? u"XDG_RUNTIME_DIR"_s : u"TMPDIR"_s, base);
+        const Tree sourceBefore = Tree::of(s.in, Tree::WithTimes);
+        Tree expected = Tree::of(base);
+        const Finished r = s.program.run(s.convert({package}));
         QVERIFY2(printed(r.out, {u"converted: %1 -> %2/Talk.key"_s.arg(package, s.out)}), r.out.constData());
-        QCOMPARE(tree(s.in), sourceBefore);
+        QCOMPARE(Tree::of(s.in, Tree::WithTimes), sourceBefore);
         // The planted name as it was; the next name served, and is empty again.
-        expected.insert((name + u"-1"_s).toUtf8(), "drwx------ ");
-        QCOMPARE(tree(base), expected);
+        expected.insert((name + u"-1"_s).toUtf8(), "drwx------");
+        QCOMPARE(Tree::of(base), expected);
         checkOutcome(s, {{u"Talk.key"_s, package}});
     }
 
     void sweepsStaleLeftoversButNotLiveRuns()
     {
         const Site s = site();
-        const QString package = PackageFactory(s.in).make(u"Talk.key"_s), live = s.root() + u"/run-live01"_s;
-        QDir().mkpath(s.root());
-        ::chmod(bytes(s.root()).constData(), 0700);
+        const QString root = s.program.scratch(), live = root + u"/run-live01"_s;
+        const QString package = PackageFactory(s.in).make(u"Talk.key"_s);
+        QDir().mkpath(root);
+        ::chmod(bytes(root).constData(), 0700);
         // An old archive holding other entries, a killed run's folder, the folders
         // of the older layout straight in the root, and a run still alive.
-        QCOMPARE(shell(u"mkdir -p intruder run-dead01 run-live01/Talk Talk.key/junk Talk/junk; printf evil > "
-                       "intruder/evil.txt; zip -qr Talk.zip intruder; cp Talk.zip run-dead01/; rm -r intruder; "
-                       "printf live > run-live01/Talk/keep"_s,
-                       s.root()),
-                 0);
+        QVERIFY(
+            Program::sh(u"mkdir -p intruder run-dead01 run-live01/Talk Talk.key/junk Talk/junk; printf evil > "
+                        "intruder/evil.txt; zip -qr Talk.zip intruder; cp Talk.zip run-dead01/; rm -r intruder; "
+                        "printf live > run-live01/Talk/keep"_s,
+                        root));
         // The running application's socket lives here too, and is no scratch.
-        const QByteArray socket = bytes(s.root()) + "/instance.sock";
+        const QByteArray socket = bytes(root) + "/instance.sock";
         QVERIFY(bindSocket(socket));
-        Tree kept = tree(s.root());
+        Tree kept = Tree::of(root);
         kept.removeIf([](Tree::iterator entry) {
-            return !entry.key().startsWith("run-live01") && entry.key() != "instance.sock";
+            return !entry.key().startsWith("run-live01") && entry.key() != "instance.sock" && entry.key() != ".";
         });
         const int liveFd = ::open(bytes(live).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         QVERIFY(liveFd >= 0 && ::flock(liveFd, LOCK_EX) == 0);
-        Run r = run(convertCommand(s, {package}), s.env);
+        Finished r = s.program.run(s.convert({package}));
         ::close(liveFd);
         QVERIFY2(printed(r.out, {u"converted: %1 -> %2/Talk.key"_s.arg(package, s.out)}), r.out.constData());
-        QCOMPARE(tree(s.root()), kept);
+        QCOMPARE(Tree::of(root), kept);
         ::unlink(socket.constData());
         // Once its process is gone, the next run takes it away.
-        r = run(convertCommand(s, {package}), s.env);
-        QCOMPARE(r.code, 0);
+        r = s.program.run(s.convert({package}));
+        QCOMPARE(r.status, 0);
         checkOutcome(s, {{u"Talk.key"_s, package}, {u"Talk.1.key"_s, package}});
     }
 
@@ -477,18 +369,17 @@ private Q_SLOTS:
             const QFileInfo info(s.in + u'/' + package);
             if (!info.exists()) // a few megabytes, different for each, so that the runs overlap
                 PackageFactory(info.absolutePath())
-                    .make(info.fileName(), PackageFactory::keynoteFourDocument(package),
-                          {{u"Data/media.bin"_s, PackageFactory::pseudoRandom(6 << 20, quint32(qHash(package)))}});
+                    .makeLarge(info.fileName(), 6 << 20, quint32(qHash(package)),
+                               PackageFactory::keynoteFourDocument(package));
         }
         for (const QString &package : packages)
-            processes.push_back(start(convertCommand(s, {s.in + u'/' + package}), s.env));
+            processes.push_back(s.program.start(s.convert({s.in + u'/' + package})));
         QMap<QString, QString> written;
-        for (size_t i = 0; i < processes.size(); ++i) {
-            QVERIFY(processes[i]->waitForFinished(60000));
-            const QString line = QString::fromUtf8(processes[i]->readAllStandardOutput()).trimmed();
-            const QString prefix = u"converted: %1/%2 -> %3/"_s.arg(s.in, packages[int(i)], s.out);
+        for (qsizetype i = 0; i < packages.size(); ++i) {
+            const QString line = Program::finish(*processes[size_t(i)]).lines().value(0);
+            const QString prefix = u"converted: %1/%2 -> %3/"_s.arg(s.in, packages[i], s.out);
             QVERIFY2(line.startsWith(prefix), qPrintable(line));
-            written.insert(line.mid(prefix.size()), s.in + u'/' + packages[int(i)]);
+            written.insert(line.mid(prefix.size()), s.in + u'/' + packages[i]);
         }
         // Different names, each holding the package of the run that named it.
         QCOMPARE(written.keys(), QStringList({stem + u".1.key"_s, stem + u".key"_s}));
@@ -508,36 +399,29 @@ private Q_SLOTS:
         QFETCH(int, signalNumber);
         if (m_big.isEmpty()) {
             // Incompressible media, so that zip is busy for seconds.
-            m_big = PackageFactory(m_work.filePath(u"big"_s))
-                        .make(u"Talk.key"_s, PackageFactory::keynoteFourDocument(), {});
-            QCOMPARE(shell(u"mkdir Data; head -c 200M /dev/urandom > Data/media.bin"_s, m_big), 0);
-            m_bigBefore = tree(m_big);
+            m_big = PackageFactory(m_work.filePath(u"big"_s)).makeLarge(u"Talk.key"_s, 200 << 20, 9);
+            m_bigBefore = Tree::of(m_big, Tree::WithTimes);
         }
         const Site s = site();
-        const QByteArray root = bytes(s.root());
-        const auto process = start(convertCommand(s, {m_big}), s.env);
-        QVERIFY(process->waitForStarted());
-        QElapsedTimer waited;
-        waited.start();
-        while (!processesMentioning(root).contains("zip") && process->state() != QProcess::NotRunning
-               && waited.elapsed() < 60000)
-            QThread::msleep(20);
-        QVERIFY2(process->state() == QProcess::Running && processesMentioning(root).contains("zip"), "zip never ran");
+        const QByteArray root = bytes(s.program.scratch());
+        const auto zipping = [&root] {
+            const QList<RunningProcess> found = Program::mentioning(root);
+            return std::any_of(found.begin(), found.end(),
+                               [](const RunningProcess &p) { return p.program == u"zip"_s; });
+        };
+        const auto process = s.program.start(s.convert({m_big}));
+        QVERIFY2(Program::waitUntil(*process, zipping) && process->state() == QProcess::Running, "zip never ran");
         ::kill(pid_t(process->processId()), signalNumber);
-        QVERIFY(process->waitForFinished(60000));
-        // Ended by that very signal.
-        QCOMPARE(process->exitStatus(), QProcess::CrashExit);
-        QCOMPARE(process->exitCode(), signalNumber);
+        const Finished r = Program::finish(*process);
+        QCOMPARE(r.signal, signalNumber); // ended by that very signal
         // No tool outlives the command.
-        for (waited.restart(); !processesMentioning(root).isEmpty() && waited.elapsed() < 3000;)
-            QThread::msleep(50);
-        QVERIFY2(processesMentioning(root).isEmpty(), processesMentioning(root).join(' ').constData());
-        QCOMPARE(tree(m_big), m_bigBefore);
+        QCOMPARE(s.program.leftovers().size(), 0);
+        QCOMPARE(Tree::of(m_big, Tree::WithTimes), m_bigBefore);
         QMap<QString, QString> archives;
         if (signalNumber == SIGKILL) {
             // The killed run's folder is the next run's to remove.
             archives.insert(u"Small.key"_s, PackageFactory(s.in).make(u"Small.key"_s));
-            QCOMPARE(run(convertCommand(s, archives.values()), s.env).code, 0);
+            QCOMPARE(s.program.run(s.convert(archives.values())).status, 0);
         }
         checkOutcome(s, archives);
     }
@@ -548,13 +432,12 @@ private Q_SLOTS:
         // Gzip members concatenate: 16 of 64 MiB of zeros make a 1 GiB document.
         const QString package = PackageFactory(s.in).makeWithRawIndex(
             u"Bomb.key"_s, PackageFactory::gzip(QByteArray(64 << 20, '\0')).repeated(16));
-        const auto process = start(convertCommand(s, {package}), s.env);
-        QVERIFY(process->waitForStarted());
+        const auto process = s.program.start(s.convert({package}));
         qint64 highWater = -1;
-        QElapsedTimer waited;
-        waited.start();
-        while (!process->waitForFinished(10) && waited.elapsed() < 60000)
+        Program::waitUntil(*process, [&] {
             highWater = qMax(highWater, highWaterKiB(process->processId()));
+            return false; // sampled until the command ends
+        });
         QCOMPARE(process->state(), QProcess::NotRunning);
         QVERIFY(printed(process->readAllStandardOutput(),
                         {u"skipped: %1: not a Keynote 4 file (the document is larger than 256 MB)"_s.arg(package)}));
@@ -592,24 +475,22 @@ private Q_SLOTS:
             for (const QString &point : mounted)
                 QProcess::execute(u"umount"_s, {u"-l"_s, point});
         });
-        for (const auto &[point, size] : {std::pair{s.runtime, scratchSize}, std::pair{s.out, outputSize}}) {
+        for (const auto &[point, size] : {std::pair{s.program.runtime(), scratchSize}, std::pair{s.out, outputSize}}) {
             if (size.isEmpty())
                 continue;
-            const Run mount
-                = run({u"mount"_s, u"-t"_s, u"tmpfs"_s, u"-o"_s, u"size=%1,mode=0700"_s.arg(size), u"tmpfs"_s, point});
-            if (mount.code != 0)
+            const Finished mount = s.program.run(
+                {u"mount"_s, u"-t"_s, u"tmpfs"_s, u"-o"_s, u"size=%1,mode=0700"_s.arg(size), u"tmpfs"_s, point});
+            if (mount.status != 0)
                 QSKIP(qPrintable(u"a small tmpfs cannot be mounted here: "_s + QString::fromLocal8Bit(mount.err)));
             mounted << point;
         }
-        const QString package
-            = PackageFactory(s.in).make(u"Talk.key"_s, PackageFactory::keynoteFourDocument(),
-                                        {{u"Data/media.bin"_s, PackageFactory::pseudoRandom(mediaKiB * 1024, 7)}});
-        const Tree before = tree(package);
-        const Run r = run(convertCommand(s, {package}), s.env);
+        const QString package = PackageFactory(s.in).makeLarge(u"Talk.key"_s, mediaKiB * 1024, 7);
+        const Tree before = Tree::of(package, Tree::WithTimes);
+        const Finished r = s.program.run(s.convert({package}));
         QVERIFY2(printed(r.out, {fill(line, package, s.out)}), r.out.constData());
         const bool converted = line.startsWith(u"converted"_s);
-        QCOMPARE(r.code, converted ? 0 : 1);
-        QCOMPARE(tree(package), before);
+        QCOMPARE(r.status, converted ? 0 : 1);
+        QCOMPARE(Tree::of(package, Tree::WithTimes), before);
         checkOutcome(s, converted ? QMap<QString, QString>{{u"Talk.key"_s, package}} : QMap<QString, QString>{});
     }
 
@@ -623,22 +504,24 @@ private Q_SLOTS:
     void refusesAPackagePathThatIsNotUtf8()
     {
         QFETCH(QByteArray, path);
-        Site s = site();
+        const Site s = site();
         const QByteArray full = bytes(s.dir) + '/' + path;
         ::mkdir(full.left(full.lastIndexOf('/')).constData(), 0755);
         QVERIFY(::rename(bytes(PackageFactory(s.in).make(u"Made.key"_s)).constData(), full.constData()) == 0);
-        const Tree before = tree(s.in);
+        const Tree before = Tree::of(s.in, Tree::WithTimes);
         // Only a shell hands the raw bytes on: the path travels as printf escapes.
         QByteArray escaped;
         for (const char c : path)
             escaped += uchar(c) < 0x80 ? QByteArray(1, c) : "\\" + QByteArray::number(uchar(c), 8);
         const QString command = u"cd '%1' && exec '%2' convert --output '%3' \"$(printf '%4')\""_s;
-        const Run r = run({u"sh"_s, u"-c"_s, command.arg(s.dir, kBinary, s.out, QString::fromLatin1(escaped))}, s.env);
+        const Finished r
+            = s.program.run({u"sh"_s, u"-c"_s,
+                             command.arg(s.dir, Program::deckwright({}).first(), s.out, QString::fromLatin1(escaped))});
         QVERIFY2(printed(r.out, {u"skipped: %1: not a Keynote 4 file (its name is not valid UTF-8)"_s.arg(
                                     QString::fromUtf8(path))}),
                  r.out.constData());
-        QCOMPARE(r.code, 1);
-        QCOMPARE(tree(s.in), before);
+        QCOMPARE(r.status, 1);
+        QCOMPARE(Tree::of(s.in, Tree::WithTimes), before);
         checkOutcome(s, {});
     }
 };

@@ -1,29 +1,15 @@
 #include "support/PackageFactory.h"
-#include "support/TestSettings.h"
+#include "support/Program.h"
 
 #include <QDir>
 #include <QFile>
-#include <QProcess>
 #include <QRegularExpression>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QUrl>
 
-#include <csignal>
-#include <unistd.h>
-
-namespace {
-struct Run
-{
-    bool finished = false;
-    int status = -1;
-    QString out;
-    QString err;
-};
-
-constexpr int kSlides = 3;
-} // namespace
+using namespace Qt::StringLiterals;
 
 // Opens what `deckwright convert` writes with a real reader: LibreOffice
 // Impress, which reads Keynote '09 files through libetonyek, turns each
@@ -32,124 +18,63 @@ class TestReader : public QObject
 {
     Q_OBJECT
 
-private:
+    static constexpr int kSlides = 3;
     QTemporaryDir m_work;
     QString m_package;
-    QString m_scratchParent;
-    QString m_soffice;
-    QString m_rootArchive;
-    QString m_referenceArchive;
-
-    // soffice starts helpers of its own: each run gets a process group, so
-    // that one that hangs goes away whole.
-    static Run run(const QString &program, const QStringList &arguments, const QProcessEnvironment &env, int timeoutMs)
-    {
-        QProcess process;
-        process.setProcessEnvironment(env);
-        process.setChildProcessModifier([] { ::setpgid(0, 0); });
-        process.start(program, arguments);
-        Run result;
-        result.finished = process.waitForFinished(timeoutMs);
-        if (!result.finished && process.processId() > 0) {
-            ::kill(-pid_t(process.processId()), SIGKILL);
-            process.waitForFinished(5000);
-        }
-        if (result.finished && process.exitStatus() == QProcess::NormalExit)
-            result.status = process.exitCode();
-        result.out = QString::fromUtf8(process.readAllStandardOutput());
-        result.err = QString::fromUtf8(process.readAllStandardError());
-        return result;
-    }
-
-    QProcessEnvironment environment(const QString &home) const
-    {
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        for (const QString &name :
-             {QStringLiteral("DISPLAY"), QStringLiteral("WAYLAND_DISPLAY"), QStringLiteral("QT_QPA_PLATFORM")})
-            env.remove(name);
-        QDir().mkpath(home);
-        env.insert(QStringLiteral("HOME"), home);
-        env.insert(QStringLiteral("XDG_CONFIG_HOME"), home + QStringLiteral("/.config"));
-        env.insert(QStringLiteral("XDG_RUNTIME_DIR"), m_scratchParent);
-        return env;
-    }
-
-    // Converts the package into a folder named after the layout; returns the
-    // converted file, or nothing when the conversion failed.
-    QString convert(const QString &layout)
-    {
-        const QString out = m_work.filePath(QStringLiteral("out-") + layout);
-        QDir().mkpath(out);
-        const Run result = run(
-            QStringLiteral(DECKWRIGHT_BINARY),
-            {QStringLiteral("convert"), QStringLiteral("--layout"), layout, QStringLiteral("--output"), out, m_package},
-            environment(m_work.filePath(QStringLiteral("home-deckwright"))), 120000);
-        const QString archive = out + QStringLiteral("/Talk.key");
-        if (result.status != 0 || !QFile::exists(archive)) {
-            qWarning().noquote() << "deckwright convert --layout" << layout << "said:" << result.out << result.err;
-            return {};
-        }
-        return archive;
-    }
-
-    // A first start with an empty profile takes long, the more so on a loaded
-    // machine: the timeout only keeps a hung reader from stalling the suite.
-    Run toPdf(const QString &file, const QString &name)
-    {
-        const QString profile = m_work.filePath(QStringLiteral("profile-") + name);
-        const QString pdfs = m_work.filePath(QStringLiteral("pdf-") + name);
-        return run(m_soffice,
-                   {QStringLiteral("-env:UserInstallation=") + QUrl::fromLocalFile(profile).toString(),
-                    QStringLiteral("--headless"), QStringLiteral("--convert-to"), QStringLiteral("pdf"),
-                    QStringLiteral("--outdir"), pdfs, file},
-                   environment(m_work.filePath(QStringLiteral("home-") + name)), 540000);
-    }
 
 private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY(m_work.isValid());
-        m_scratchParent = TestSettings::isolateScratch(m_work.path());
-        m_package = PackageFactory(m_work.filePath(QStringLiteral("in")))
-                        .make(QStringLiteral("Talk.key"), PackageFactory::keynoteFourPresentation(kSlides));
-        m_soffice = QStandardPaths::findExecutable(QStringLiteral("soffice"));
-        m_rootArchive = convert(QStringLiteral("root"));
-        m_referenceArchive = convert(QStringLiteral("reference"));
-        QVERIFY(!m_rootArchive.isEmpty());
-        QVERIFY(!m_referenceArchive.isEmpty());
+        m_package = PackageFactory(m_work.filePath(u"in"_s))
+                        .make(u"Talk.key"_s, PackageFactory::keynoteFourPresentation(kSlides));
     }
 
-    // The entry lists of both layouts are checked with the converter's own
-    // tests; here the reader has its say. The reason the root layout exists:
-    // the reader cannot load the reference one. soffice exits 0 then too, so
-    // its message tells a refused file from a reader that never started.
+    // What each layout holds is the converter's test; here the reader has its
+    // say. The reason the root layout exists: the reader cannot load the
+    // reference one. soffice exits 0 then too, so its message tells a refused
+    // file from a reader that never started.
     void readerOpensOnlyTheRootLayout_data()
     {
         QTest::addColumn<QString>("layout");
-        QTest::newRow("root: one page per slide") << QStringLiteral("root");
-        QTest::newRow("reference: not loaded") << QStringLiteral("reference");
+        QTest::newRow("root: one page per slide") << u"root"_s;
+        QTest::newRow("reference: not loaded") << u"reference"_s;
     }
+
     void readerOpensOnlyTheRootLayout()
     {
         QFETCH(QString, layout);
-        if (m_soffice.isEmpty())
+        const QString soffice = QStandardPaths::findExecutable(u"soffice"_s);
+        if (soffice.isEmpty())
             QSKIP("soffice is not installed (scripts/deps --test installs LibreOffice Impress)");
-        const bool root = layout == QLatin1String("root");
-        const Run office = toPdf(root ? m_rootArchive : m_referenceArchive, layout);
-        QVERIFY2(office.finished, "soffice did not finish");
-        QFile pdf(m_work.filePath(QStringLiteral("pdf-%1/Talk.pdf").arg(layout)));
-        if (!root) {
-            QVERIFY2(office.err.contains(QStringLiteral("source file could not be loaded")),
-                     qPrintable(office.out + office.err));
+        // soffice starts helpers of its own, in the run's process group; each run has a home of its own.
+        Program program(m_work.filePath(layout));
+        program.env.insert(u"HOME"_s, program.config());
+        const QString out = m_work.filePath(layout + u"/out"_s), pdfs = m_work.filePath(layout + u"/pdf"_s);
+        QDir().mkpath(out);
+        const Finished converted
+            = program.run(Program::deckwright({u"convert"_s, u"--layout"_s, layout, u"--output"_s, out, m_package}));
+        QVERIFY2(converted.status == 0, converted.out + converted.err);
+        // A first start with an empty profile takes long, the more so on a
+        // loaded machine: the limit only keeps a hung reader from stalling the suite.
+        const Finished office = program.run(
+            {soffice,
+             u"-env:UserInstallation="_s + QUrl::fromLocalFile(m_work.filePath(layout + u"/profile"_s)).toString(),
+             u"--headless"_s, u"--convert-to"_s, u"pdf"_s, u"--outdir"_s, pdfs, out + u"/Talk.key"_s},
+            Program::Me, 540000);
+        QVERIFY2(office.ended, "soffice did not finish");
+        QFile pdf(pdfs + u"/Talk.pdf"_s);
+        if (layout == u"reference"_s) {
+            QVERIFY2(office.err.contains("source file could not be loaded"), office.out + office.err);
             QVERIFY(!pdf.exists());
             return;
         }
-        QVERIFY2(pdf.open(QIODevice::ReadOnly), qPrintable(office.out + office.err));
+        QVERIFY2(pdf.open(QIODevice::ReadOnly), office.out + office.err);
         const QByteArray bytes = pdf.readAll();
         QVERIFY(bytes.startsWith("%PDF-"));
         // One page object per slide; LibreOffice writes them uncompressed.
         // "/Type /Pages" is the page tree, not a page.
-        static const QRegularExpression pageObject(QStringLiteral("/Type\\s*/Page(?![A-Za-z])"));
+        static const QRegularExpression pageObject(u"/Type\\s*/Page(?![A-Za-z])"_s);
         int pages = 0;
         for (auto it = pageObject.globalMatch(QString::fromLatin1(bytes)); it.hasNext(); it.next())
             ++pages;

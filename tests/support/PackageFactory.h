@@ -27,18 +27,15 @@ public:
     // A package whose document is stored as given, not compressed.
     QString makeWithRawIndex(const QString &name, const QByteArray &gzBytes) const;
 
+    // A package with Data/media.bin of incompressible bytes, written in chunks.
+    QString makeLarge(const QString &name, qint64 mediaBytes, quint32 seed,
+                      const QByteArray &document = keynoteFourDocument()) const;
+
     static QMap<QString, QByteArray> defaultMedia();
     static QByteArray gzip(const QByteArray &data);
-    static QByteArray pseudoRandom(qint64 size, quint32 seed);
-
-    // Every file under a folder, relative path -> content.
-    static QMap<QString, QByteArray> snapshot(const QString &folder);
-    // Every item under a folder, the folder too, links not followed, path ->
-    // what changes when anything is written: kind and mode, size, modification
-    // and change times, a file's content hash.
-    static QMap<QString, QByteArray> fingerprint(const QString &folder);
-    // The sizes of the files in a package, added up; a single file's size.
-    static qint64 filesSize(const QString &path);
+    // Bytes that deflate cannot shrink, like photos and movies; the same for the same seed.
+    static QByteArray noise(qint64 size, quint32 seed);
+    static bool writeNoise(const QString &path, qint64 size, quint32 seed);
 
 private:
     QString m_folder;

@@ -17,6 +17,9 @@
 class BatchFixture
 {
 public:
+    // How long a test waits for a batch to show its effects: only a hang reaches it.
+    static constexpr int patience = 120000;
+
     // The input folder holds "My Talk.key", "Plain.key" and "Three.v2.key"
     // (Keynote '08), "Newer.key" (Keynote '09), "Not Keynote.key" (no
     // document inside) and "notes.txt".

@@ -1,0 +1,159 @@
+#include "support/Program.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QStandardPaths>
+#include <QThread>
+
+#include <csignal>
+
+#include <grp.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+QStringList Finished::lines() const
+{
+    return QString::fromUtf8(out).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+}
+
+QString Finished::firstErrorLine() const
+{
+    return QString::fromUtf8(err).section(QLatin1Char('\n'), 0, 0);
+}
+
+Program::Program(const QString &folder)
+    : env(QProcessEnvironment::systemEnvironment())
+    , m_folder(folder)
+{
+    QDir().mkpath(runtime());
+    ::chmod(QFile::encodeName(runtime()).constData(), 0700);
+    env.insert(QStringLiteral("XDG_RUNTIME_DIR"), runtime());
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), config());
+    // As on a server: a mistake must be a usage error, never an attempt at a window.
+    for (const char *name : {"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM"})
+        env.remove(QString::fromLatin1(name));
+}
+
+QStringList Program::deckwright(const QStringList &arguments)
+{
+    return QStringList{QStringLiteral(DECKWRIGHT_BINARY)} + arguments;
+}
+
+bool Program::canRunAsNobody()
+{
+    return ::geteuid() != 0
+           || (!QStandardPaths::findExecutable(QStringLiteral("setpriv")).isEmpty() && ::getpwnam("nobody")
+               && ::getgrnam("nogroup"));
+}
+
+const char *Program::whyNotAsNobody()
+{
+    return "root reads everything: running as someone else needs setpriv, the user nobody and the group nogroup";
+}
+
+bool Program::giveToNobody(const QString &path)
+{
+    const passwd *user = ::getpwnam("nobody");
+    const group *nogroup = ::getgrnam("nogroup");
+    return ::geteuid() != 0
+           || (user && nogroup && ::lchown(QFile::encodeName(path).constData(), user->pw_uid, nogroup->gr_gid) == 0);
+}
+
+std::unique_ptr<QProcess> Program::start(const QStringList &command, As as) const
+{
+    QStringList line = command;
+    if (as == Nobody && ::geteuid() == 0)
+        line = QStringList{QStringLiteral("setpriv"), QStringLiteral("--reuid=nobody"), QStringLiteral("--regid=nogroup"),
+                           QStringLiteral("--clear-groups")}
+               + command;
+    auto process = std::make_unique<QProcess>();
+    process->setProcessEnvironment(env);
+    process->setWorkingDirectory(workingFolder);
+    // A group of its own, as a shell starts a job: a hang goes away whole.
+    process->setChildProcessModifier([] { ::setpgid(0, 0); });
+    process->start(line.first(), line.mid(1));
+    process->waitForStarted();
+    return process;
+}
+
+Finished Program::run(const QStringList &command, As as, int limitMs) const
+{
+    return finish(*start(command, as), limitMs);
+}
+
+Finished Program::finish(QProcess &process, int limitMs)
+{
+    Finished result;
+    result.ended = process.waitForFinished(limitMs);
+    if (!result.ended && process.processId() > 0) {
+        ::kill(-pid_t(process.processId()), SIGKILL);
+        process.waitForFinished(10000);
+    }
+    if (result.ended && process.exitStatus() == QProcess::NormalExit)
+        result.status = process.exitCode();
+    else if (result.ended)
+        result.signal = process.exitCode();
+    result.out = process.readAllStandardOutput();
+    result.err = process.readAllStandardError();
+    return result;
+}
+
+bool Program::sh(const QString &script, const QString &folder, const QMap<QString, QString> &variables)
+{
+    QProcess shell;
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    for (auto it = variables.begin(); it != variables.end(); ++it)
+        env.insert(it.key(), it.value());
+    shell.setProcessEnvironment(env);
+    shell.setWorkingDirectory(folder);
+    shell.start(QStringLiteral("sh"), {QStringLiteral("-ec"), script});
+    if (shell.waitForFinished(-1) && shell.exitStatus() == QProcess::NormalExit && shell.exitCode() == 0)
+        return true;
+    qWarning("%s: %s", qPrintable(script), shell.readAllStandardError().constData());
+    return false;
+}
+
+bool Program::waitUntil(QProcess &process, const std::function<bool()> &condition)
+{
+    QElapsedTimer waited;
+    waited.start();
+    while (!condition()) {
+        if (waited.elapsed() > 240000 || process.waitForFinished(20))
+            return condition();
+    }
+    return true;
+}
+
+QList<RunningProcess> Program::mentioning(const QByteArray &text)
+{
+    QList<RunningProcess> found;
+    for (const QString &pid : QDir(QStringLiteral("/proc")).entryList({QStringLiteral("[0-9]*")}, QDir::Dirs)) {
+        QFile cmdline(QStringLiteral("/proc/%1/cmdline").arg(pid)), stat(QStringLiteral("/proc/%1/stat").arg(pid));
+        if (pid.toLongLong() == ::getpid() || !cmdline.open(QIODevice::ReadOnly) || !stat.open(QIODevice::ReadOnly))
+            continue;
+        RunningProcess process;
+        process.commandLine = cmdline.readAll();
+        const QByteArray fields = stat.readAll();
+        if (!process.commandLine.contains(text))
+            continue;
+        // The state and the parent follow the name in parentheses.
+        const QList<QByteArray> after = fields.mid(fields.lastIndexOf(')') + 2).split(' ');
+        process.pid = pid.toLongLong();
+        process.parent = after.value(1).toLongLong();
+        process.program = QFileInfo(QFile::symLinkTarget(QStringLiteral("/proc/%1/exe").arg(pid))).fileName();
+        found.append(process);
+    }
+    return found;
+}
+
+QList<RunningProcess> Program::leftovers() const
+{
+    const QByteArray folder = QFile::encodeName(m_folder);
+    QElapsedTimer waited;
+    for (waited.start(); !mentioning(folder).isEmpty() && waited.elapsed() < 60000;)
+        QThread::msleep(50);
+    return mentioning(folder);
+}
