@@ -1,10 +1,8 @@
 #include "core/FileTree.h"
 #include "core/PackageSearch.h"
+#include "support/Program.h"
 
 #include <QDir>
-#include <QFile>
-#include <QProcess>
-#include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -14,6 +12,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 // What a dropped folder or a command line turns into: the packages in it, in
 // name order, never from inside a package, never through a link.
 class TestPackageSearch : public QObject
@@ -21,43 +21,21 @@ class TestPackageSearch : public QObject
     Q_OBJECT
 
     QTemporaryDir m_work;
-    QString m_root; // a fresh folder for each test
+    QString m_root; // a fresh folder for each test and row
 
-    QString at(const QString &relative) const { return m_root + QLatin1Char('/') + relative; }
-    QStringList each(const QStringList &relatives) const
+    QStringList at(const QStringList &relatives) const
     {
         QStringList paths;
         for (const QString &relative : relatives)
-            paths.append(at(relative));
+            paths.append(relative.isEmpty() ? m_root : m_root + u'/' + relative);
         return paths;
-    }
-    // Folders, created with their parents; a name ending in ".key" is a package.
-    void folders(const QStringList &relatives) const
-    {
-        for (const QString &path : each(relatives))
-            QVERIFY(QDir().mkpath(path));
-    }
-
-    // The search as someone who may not read what they are refused: root reads
-    // everything, so then it runs as nobody, in a copy of this program.
-    QStringList expandAsStranger(const QStringList &paths)
-    {
-        if (::geteuid() != 0)
-            return PackageSearch::expand(paths);
-        QProcess child;
-        child.start("setpriv", QStringList{"--reuid=nobody", "--regid=nogroup", "--clear-groups",
-                                           QCoreApplication::applicationFilePath(), "--expand"}
-                                   + paths);
-        if (!child.waitForFinished(30000) || child.exitCode() != 0)
-            return {QStringLiteral("the search as nobody failed: ")
-                    + QString::fromLocal8Bit(child.readAllStandardError())};
-        return QString::fromUtf8(child.readAllStandardOutput()).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
     }
 
 private Q_SLOTS:
     void init()
     {
-        m_root = m_work.filePath(QString::fromLatin1(QTest::currentTestFunction()));
+        m_root = m_work.filePath(QString::fromLatin1(QTest::currentTestFunction()) + u'-'
+                                 + QString::fromLatin1(QTest::currentDataTag()));
         QVERIFY(QDir().mkpath(m_root));
     }
 
@@ -67,14 +45,40 @@ private Q_SLOTS:
         QVERIFY(FileTree::remove(m_work.path()));
     }
 
-    void findsPackagesInNameOrderWithoutEnteringThem()
+    void findsThePackagesInWhatIsGiven_data()
     {
-        folders({"b.key/inside.key", "a/z.key", "a/m/c.key", "C.key", "empty"});
-        QFile file(at("file.key"));
-        QVERIFY(file.open(QIODevice::WriteOnly)); // a Keynote '09 file is no package to look for
-        file.close();
+        QTest::addColumn<QString>("script");    // makes the tree, in the row's folder
+        QTest::addColumn<QStringList>("given"); // relative to it; empty: the folder itself
+        QTest::addColumn<QStringList>("found");
         // A subfolder's packages stand where its name falls; capitals sort first, as bytes do.
-        QCOMPARE(PackageSearch::expand({m_root}), each({"C.key", "a/m/c.key", "a/z.key", "b.key"}));
+        // A Keynote '09 file is no package to look for.
+        QTest::newRow("name order, never inside a package")
+            << "mkdir -p b.key/inside.key a/z.key a/m/c.key C.key empty; : > file.key" << QStringList{QString()}
+            << QStringList{u"C.key"_s, u"a/m/c.key"_s, u"a/z.key"_s, u"b.key"_s};
+        // The converter refuses what is not a package, with its reason: it is passed on.
+        QTest::newRow("what is not a folder kept, each item once")
+            << "mkdir -p Talk.key Decks/One.key Decks/Two.key; : > notes.txt"
+            << QStringList{u"notes.txt"_s, u"Decks/Two.key"_s, u"Decks/"_s,   u"missing.key"_s,
+                           u"Talk.key"_s,  u"Decks"_s,         u"notes.txt"_s}
+            << QStringList{u"notes.txt"_s, u"Decks/Two.key"_s, u"Decks/One.key"_s, u"missing.key"_s, u"Talk.key"_s};
+        QTest::newRow("nothing given") << "" << QStringList() << QStringList();
+        QTest::newRow("no link inside followed")
+            << "mkdir -p ../elsewhere/Far.key Decks/Near.key; cd Decks; ln -s ../../elsewhere 'linked folder'; "
+               "ln -s ../../elsewhere/Far.key Alias.key; ln -s .. loop; ln -s . self"
+            << QStringList{u"Decks"_s} << QStringList{u"Decks/Near.key"_s};
+        // What the person names through a link is taken as what it names.
+        QTest::newRow("a link given is what it names")
+            << "mkdir -p Decks/Near.key; ln -s Decks Shortcut; ln -s Decks/Near.key Talk"
+            << QStringList{u"Shortcut"_s, u"Talk"_s} << QStringList{u"Shortcut/Near.key"_s, u"Talk"_s};
+    }
+
+    void findsThePackagesInWhatIsGiven()
+    {
+        QFETCH(QString, script);
+        QFETCH(QStringList, given);
+        QFETCH(QStringList, found);
+        QVERIFY(Program::sh(script, m_root));
+        QCOMPARE(PackageSearch::expand(at(given)), at(found));
     }
 
     void namesWhatItFoundFromThePathGiven_data()
@@ -97,54 +101,27 @@ private Q_SLOTS:
     {
         QFETCH(QString, given);
         QFETCH(QString, found);
-        const QString path = found.isEmpty() ? given : QDir::currentPath() + QLatin1Char('/') + found;
+        const QString path = found.isEmpty() ? given : QDir::currentPath() + u'/' + found;
         QTEST(PackageSearch::shownPath(given, path), "shown");
     }
 
-    void keepsWhatIsNotAFolderAndListsEachOnce()
-    {
-        folders({"Talk.key", "Decks/One.key", "Decks/Two.key"});
-        const QString missing = at("missing.key");
-        const QString text = at("notes.txt");
-        QFile(text).open(QIODevice::WriteOnly);
-        // The converter refuses what is not a package, with its reason: it is passed on.
-        QCOMPARE(PackageSearch::expand(
-                     {text, at("Decks/Two.key"), at("Decks/"), missing, at("Talk.key"), at("Decks"), text}),
-                 QStringList({text, at("Decks/Two.key"), at("Decks/One.key"), missing, at("Talk.key")}));
-        QCOMPARE(PackageSearch::expand({}), QStringList());
-    }
-
-    void followsNoLinkInside()
-    {
-        const QString elsewhere = m_work.filePath("elsewhere");
-        QVERIFY(QDir().mkpath(elsewhere + "/Far.key"));
-        folders({"Decks/Near.key"});
-        QVERIFY(QFile::link(elsewhere, at("Decks/linked folder")));
-        QVERIFY(QFile::link(elsewhere + "/Far.key", at("Decks/Alias.key")));
-        QVERIFY(QFile::link("..", at("Decks/loop")));
-        QVERIFY(QFile::link(".", at("Decks/self")));
-        QCOMPARE(PackageSearch::expand({at("Decks")}), each({"Decks/Near.key"}));
-
-        // What the person names through a link is taken as what it names.
-        QVERIFY(QFile::link(at("Decks"), at("Shortcut")));
-        QCOMPARE(PackageSearch::expand({at("Shortcut")}), each({"Shortcut/Near.key"}));
-        QVERIFY(QFile::link(at("Decks/Near.key"), at("Talk")));
-        QCOMPARE(PackageSearch::expand({at("Talk")}), each({"Talk"}));
-    }
-
+    // As someone who may not read what they are refused, in a copy of this program.
     void passesOverWhatItCannotRead()
     {
-        if (::geteuid() == 0 && QStandardPaths::findExecutable("setpriv").isEmpty())
-            QSKIP("as root every folder can be read; running as nobody needs setpriv");
-        folders({"a.key", "closed/hidden.key", "unlisted/hidden.key", "locked.key", "z.key"});
-        QVERIFY(QFile::setPermissions(at("closed"), {}));
-        QVERIFY(QFile::setPermissions(at("unlisted"), QFile::ExeOwner | QFile::ExeOther));
-        QVERIFY(QFile::setPermissions(at("locked.key"), {}));
-        // The way in is open to the stranger.
-        QVERIFY(::chmod(QFile::encodeName(m_work.path()).constData(), 0755) == 0);
+        if (!Program::canRunAsNobody())
+            QSKIP(Program::whyNotAsNobody());
+        QVERIFY(
+            Program::sh(u"mkdir -p a.key closed/hidden.key unlisted/hidden.key locked.key z.key; chmod 000 closed "
+                        "locked.key; chmod 111 unlisted; chmod 755 .."_s,
+                        m_root));
+        const Program stranger(m_work.filePath(u"stranger"_s));
+        const auto expand = [&](const QString &path) {
+            return stranger.run({QCoreApplication::applicationFilePath(), u"--expand"_s, path}, Program::Nobody)
+                .lines();
+        };
         // A package that cannot be read is still one: the converter says why it cannot take it.
-        QCOMPARE(expandAsStranger({m_root}), each({"a.key", "locked.key", "z.key"}));
-        QCOMPARE(expandAsStranger({at("closed")}), QStringList());
+        QCOMPARE(expand(m_root), at({u"a.key"_s, u"locked.key"_s, u"z.key"_s}));
+        QCOMPARE(expand(m_root + u"/closed"_s), QStringList());
     }
 
     void searchesATreeDeeperThanAPathCanName()
@@ -168,9 +145,9 @@ private Q_SLOTS:
         ::close(fd);
         const QStringList found = PackageSearch::expand({m_root});
         QCOMPARE(found.size(), 2);
-        QCOMPARE(found.first(), at(QString::fromLatin1(relative + "Shallow.key")));
-        QVERIFY(found.last().endsWith(QLatin1String("/d/d/Deep.key")));
-        QCOMPARE(found.last().count("/d"), depth - 1);
+        QCOMPARE(found.first(), m_root + u'/' + QString::fromLatin1(relative + "Shallow.key"));
+        QVERIFY(found.last().endsWith(u"/d/d/Deep.key"_s));
+        QCOMPARE(found.last().count(u"/d"_s), depth - 1);
     }
 };
 

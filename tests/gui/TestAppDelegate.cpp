@@ -7,10 +7,10 @@
 #include "gui/SingleInstance.h"
 #include "gui/SoftwareUpdater.h"
 #include "gui/TrayIcon.h"
-#include "support/FatalTrap.h"
 #include "support/PackageFactory.h"
+#include "support/Program.h"
 #include "support/gui/BatchFixture.h"
-#include "ui_MainWindow.h"
+#include "widgets/PanelButton.h"
 #include "widgets/PreferencesWindow.h"
 #include "widgets/PreferencesWindowController.h"
 
@@ -18,9 +18,15 @@
 #include <QDir>
 #include <QDragEnterEvent>
 #include <QEnterEvent>
+#include <QLabel>
 #include <QMimeData>
-#include <QProcess>
 #include <QTest>
+
+#include <functional>
+
+using namespace Qt::StringLiterals;
+using Item = MainWindow::MenuItem;
+using Panel = MainWindow::Panel;
 
 // The application as a whole: start-up, the main window's panels, closing and
 // reopening, the menus, drops, and a second start handing over its packages.
@@ -30,6 +36,8 @@ class TestAppDelegate : public QObject
 
     BatchFixture f;
     std::unique_ptr<AppDelegate> m_app;
+    QStringList m_finished; // the names of the files converted, in order
+    std::function<void()> m_afterFinished;
 
     // A fresh application, launched with the store as it stands.
     AppDelegate &launch(bool showWindow = false)
@@ -68,6 +76,18 @@ private Q_SLOTS:
         // Automatic update checks go nowhere: nothing listens on the discard port.
         qputenv("DECKWRIGHT_APPCAST_URL", "http://127.0.0.1:9/appcast.xml");
         f.reset({{SettingKey::playSound, "false"}});
+        m_finished.clear();
+        m_afterFinished = [] {};
+        NotificationCenter::defaultCenter().addObserver(this, ConversionEvents::finished,
+                                                        [this](const Notification &n) {
+                                                            m_finished.append(n.object->outputPrezName());
+                                                            m_afterFinished();
+                                                        });
+    }
+    void cleanup()
+    {
+        NotificationCenter::defaultCenter().removeObserver(this);
+        m_app.reset();
     }
 
     void theApplicationIconDraws()
@@ -75,7 +95,6 @@ private Q_SLOTS:
         // Without the SVG image plugin it is empty, and every secondary window shows a generic icon.
         QVERIFY(!AppDelegate::applicationIcon().pixmap(48).isNull());
     }
-    void cleanup() { m_app.reset(); }
 
     void launchPushesTheUpdateSettings_data()
     {
@@ -98,48 +117,39 @@ private Q_SLOTS:
         QTEST(m_app->updater()->automaticallyChecksForUpdates(), "automatic");
     }
 
-    void settingsOfTheWrongKindAreFatalAtLaunch()
-    {
-        SettingsStore::standard().useMemory({{SettingKey::updateInterval, "86400"}});
-        QVERIFY_FATAL(launch(), "updateInterval");
-        SettingsStore::standard().useMemory({{SettingKey::checkUpdates, QVariant::fromValue<qint64>(1)}});
-        QVERIFY_FATAL(launch(), "checkUpdates");
-    }
-
     void launchBuildsTheMainWindow()
     {
-        AppDelegate &delegate = launch();
-        const Ui::MainWindow &ui = delegate.window()->ui();
-        QVERIFY(!ui.backgroundImage->pixmap().isNull());
+        MainWindow *window = launch().window();
+        QVERIFY(!window->findChild<QLabel *>(u"backgroundImage"_s)->pixmap().isNull());
         // Each panel: a header, a text and a picture, the Open panel's from the application's own.
-        for (PanelButton *panel : {ui.preferencesButton, ui.openFileButton, ui.moreInfoButton})
-            QVERIFY(!child(panel, 0)->text().isEmpty() && !child(panel, 1)->text().isEmpty()
-                    && !child(panel, 2)->pixmap().isNull());
+        for (Panel panel : {Panel::Preferences, Panel::Open, Panel::MoreInfo})
+            QVERIFY(!child(window->panel(panel), 0)->text().isEmpty()
+                    && !child(window->panel(panel), 1)->text().isEmpty()
+                    && !child(window->panel(panel), 2)->pixmap().isNull());
         // Any other name shows the information image.
-        std::unique_ptr<QLabel> other(MainWindow::makeImageFromPath("Elsewhere"));
-        QCOMPARE(other->pixmap().toImage(), child(ui.moreInfoButton, 2)->pixmap().toImage());
-        QVERIFY(other->pixmap().toImage() != child(ui.openFileButton, 2)->pixmap().toImage());
-        // The preferences window holds the General pane without a toolbar.
-        QCOMPARE(delegate.prefs()->viewControllers().size(), 1);
-        QVERIFY(!delegate.prefs()->showToolbarWithSingleViewController());
+        std::unique_ptr<QLabel> other(MainWindow::makeImageFromPath(u"Elsewhere"_s));
+        QCOMPARE(other->pixmap().toImage(), child(window->panel(Panel::MoreInfo), 2)->pixmap().toImage());
+        QVERIFY(other->pixmap().toImage() != child(window->panel(Panel::Open), 2)->pixmap().toImage());
     }
 
     void hoverBordersThePanelUnderThePointer()
     {
-        const Ui::MainWindow &ui = launch(true).window()->ui();
-        const auto borders = [&ui] {
-            return QList<bool>{ui.preferencesButton->isBordered(), ui.openFileButton->isBordered(),
-                               ui.moreInfoButton->isBordered()};
+        MainWindow *window = launch(true).window();
+        const auto borders = [window] {
+            QList<bool> bordered;
+            for (Panel panel : {Panel::Preferences, Panel::Open, Panel::MoreInfo})
+                bordered.append(window->panel(panel)->isBordered());
+            return bordered;
         };
+        PanelButton *open = window->panel(Panel::Open);
         const QPointF inside(20, 20);
-        QEnterEvent enter(inside, ui.openFileButton->mapTo(ui.openFileButton->window(), inside),
-                          ui.openFileButton->mapToGlobal(inside));
-        QApplication::sendEvent(ui.openFileButton, &enter);
+        QEnterEvent enter(inside, open->mapTo(window, inside), open->mapToGlobal(inside));
+        QApplication::sendEvent(open, &enter);
         QCOMPARE(borders(), QList<bool>({false, true, false}));
         // An exit from any panel clears every border.
-        ui.preferencesButton->setBordered(true);
+        window->panel(Panel::Preferences)->setBordered(true);
         QEvent leave(QEvent::Leave);
-        QApplication::sendEvent(ui.moreInfoButton, &leave);
+        QApplication::sendEvent(window->panel(Panel::MoreInfo), &leave);
         QCOMPARE(borders(), QList<bool>({false, false, false}));
     }
 
@@ -147,26 +157,24 @@ private Q_SLOTS:
     {
         SettingsStore::standard().useMemory({});
         AppDelegate &delegate = launch(true);
-        const Ui::MainWindow &ui = delegate.window()->ui();
-
-        QTest::mouseClick(ui.moreInfoButton, Qt::LeftButton, {}, QPoint(200, 26));
-        ui.supportMenuItem->trigger();
-        ui.websiteMenuItem->trigger();
-        const QString support = QStringLiteral("openUrl(\"%1\")").arg(QString::fromUtf8(BuildConfig::supportUrl));
+        MainWindow *window = delegate.window();
+        QTest::mouseClick(window->panel(Panel::MoreInfo), Qt::LeftButton, {}, QPoint(200, 26));
+        window->menuItem(Item::Support)->trigger();
+        window->menuItem(Item::Website)->trigger();
+        const QString support = u"openUrl(\"%1\")"_s.arg(QString::fromUtf8(BuildConfig::supportUrl));
         QCOMPARE(f.desktop.calls,
-                 QStringList({support, support,
-                              QStringLiteral("openUrl(\"%1\")").arg(QString::fromUtf8(BuildConfig::websiteUrl))}));
+                 QStringList({support, support, u"openUrl(\"%1\")"_s.arg(QString::fromUtf8(BuildConfig::websiteUrl))}));
 
         // The preferences panel, even clicked on its header text, opens the preferences.
-        QTest::mouseClick(child(ui.preferencesButton, 0), Qt::LeftButton, {}, QPoint(10, 8));
+        QTest::mouseClick(child(window->panel(Panel::Preferences), 0), Qt::LeftButton, {}, QPoint(10, 8));
         QTRY_VERIFY(delegate.prefs()->window()->isVisible());
         delegate.prefs()->dismissPreferencesWindow();
 
         // Open reaches the open dialog, by a click, the menu, or Return on the focused panel;
         // a cancel there asks for no folder and writes nothing.
-        QTest::mouseClick(ui.openFileButton, Qt::LeftButton, {}, QPoint(200, 26));
-        ui.openMenuItem->trigger();
-        QTest::keyClick(ui.openFileButton, Qt::Key_Return);
+        QTest::mouseClick(window->panel(Panel::Open), Qt::LeftButton, {}, QPoint(200, 26));
+        window->menuItem(Item::Open)->trigger();
+        QTest::keyClick(window->panel(Panel::Open), Qt::Key_Return);
         QTRY_COMPARE(f.panels.size(), 3);
         for (const OpenPanel &panel : f.panels)
             QVERIFY(panel.canChooseFiles());
@@ -185,9 +193,8 @@ private Q_SLOTS:
         QTest::keyClick(preferences, Qt::Key_O, Qt::ControlModifier);
         QTRY_COMPARE(f.panels.size(), 1);
         // Under a window manager only an application-wide shortcut reaches the menus from another window.
-        const Ui::MainWindow &ui = delegate.window()->ui();
-        for (const QAction *action : {ui.openMenuItem, ui.preferencesMenuItem, ui.quitMenuItem})
-            QCOMPARE(action->shortcutContext(), Qt::ApplicationShortcut);
+        for (Item item : {Item::Open, Item::Preferences, Item::Quit})
+            QCOMPARE(delegate.window()->menuItem(item)->shortcutContext(), Qt::ApplicationShortcut);
         delegate.prefs()->dismissPreferencesWindow();
     }
 
@@ -195,7 +202,7 @@ private Q_SLOTS:
     {
         AppDelegate &delegate = launch(true);
         MainWindow *window = delegate.window();
-        QAction *close = window->ui().closeMenuItem;
+        QAction *close = window->menuItem(Item::Close);
         QVERIFY(window->isVisible() && close->isEnabled());
         window->close();
         QVERIFY(!window->isVisible() && !close->isEnabled());
@@ -205,7 +212,7 @@ private Q_SLOTS:
         // The Close item hides the window without touching its own state.
         close->trigger();
         QVERIFY(!window->isVisible() && close->isEnabled());
-        window->ui().showMainWindowMenuItem->trigger();
+        window->menuItem(Item::ShowMainWindow)->trigger();
         QVERIFY(window->isVisible());
 
         // The tray icon, where the desktop has a tray, leads back the same way.
@@ -224,7 +231,7 @@ private Q_SLOTS:
     void aSecondStartHandsItsPackagesToTheFirst()
     {
         AppDelegate &delegate = launch();
-        const QString name = f.work("instance.sock");
+        const QString name = f.work(u"instance.sock"_s);
         SingleInstance first(name);
         QVERIFY(!first.forwardToRunningInstance({}));
         QVERIFY(first.isListening());
@@ -232,21 +239,19 @@ private Q_SLOTS:
             delegate.applicationShouldHandleReopen(delegate.window()->isVisible());
             delegate.openPackages(paths);
         });
-
-        QProcess second;
-        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-        env.insert("DECKWRIGHT_INSTANCE_NAME", name);
-        env.insert("QT_QPA_PLATFORM", "offscreen");
-        second.setProcessEnvironment(env);
         // One path relative to the second start's folder, one absolute, and a folder to search.
-        const QString folder = f.work("Handed Over");
-        PackageFactory(folder + QStringLiteral("/Inner")).make("Found.key");
-        second.setWorkingDirectory(f.in(QString()));
-        second.start(QStringLiteral(DECKWRIGHT_BINARY), {"My Talk.key", f.in("Plain.key"), folder});
-        QVERIFY(second.waitForFinished(30000));
-        QCOMPARE(second.exitCode(), 0);
-
-        QTRY_COMPARE(f.outputs(), QStringList({"Found.key", "My Talk.key", "Plain.key"}));
+        const QString folder = f.work(u"Handed Over"_s);
+        PackageFactory(folder + u"/Inner"_s).make(u"Found.key"_s);
+        Program second(f.work(u"second"_s));
+        second.env.insert(u"DECKWRIGHT_INSTANCE_NAME"_s, name);
+        second.env.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
+        second.workingFolder = f.in(QString());
+        const auto process = second.start(Program::deckwright({u"My Talk.key"_s, f.in(u"Plain.key"_s), folder}));
+        // The first one answers only while its event loop turns.
+        QTRY_VERIFY_WITH_TIMEOUT(process->state() == QProcess::NotRunning, BatchFixture::patience);
+        QCOMPARE(process->exitCode(), 0);
+        QTRY_COMPARE_WITH_TIMEOUT(f.outputs(), QStringList({"Found.key", "My Talk.key", "Plain.key"}),
+                                  BatchFixture::patience);
         QVERIFY(delegate.window()->isVisible());
         QVERIFY(f.alerts.isEmpty());
     }
@@ -254,20 +259,17 @@ private Q_SLOTS:
     void aDropConvertsThePackagesAndWhatItsFoldersHold()
     {
         MainWindow *window = launch(true).window();
-        const QString folder = f.work("Dropped Decks");
-        PackageFactory(folder).make("Zeta.key");
-        PackageFactory(folder).make("Alpha.key");
-        PackageFactory(folder + QStringLiteral("/More")).make("Beta.key");
-        QStringList finished;
-        NotificationCenter::defaultCenter().addObserver(this, ConversionEvents::finished, [&](const Notification &n) {
-            finished.append(n.object->outputPrezName());
-        });
-        const QList<QUrl> urls{QUrl::fromLocalFile(f.in("Plain.key")), QUrl("https://example.com/Web.key"),
-                               QUrl::fromLocalFile(f.in("My Talk.key")), QUrl::fromLocalFile(folder)};
+        const QString folder = f.work(u"Dropped Decks"_s);
+        PackageFactory(folder).make(u"Zeta.key"_s);
+        PackageFactory(folder).make(u"Alpha.key"_s);
+        PackageFactory(folder + u"/More"_s).make(u"Beta.key"_s);
+        const QList<QUrl> urls{QUrl::fromLocalFile(f.in(u"Plain.key"_s)), QUrl(u"https://example.com/Web.key"_s),
+                               QUrl::fromLocalFile(f.in(u"My Talk.key"_s)), QUrl::fromLocalFile(folder)};
         QVERIFY(drag(window, QEvent::DragEnter, urls));
         QVERIFY(drag(window, QEvent::Drop, urls));
-        QTRY_COMPARE(finished, QStringList({"Plain.key", "My Talk.key", "Alpha.key", "Beta.key", "Zeta.key"}));
-        NotificationCenter::defaultCenter().removeObserver(this);
+        QTRY_COMPARE_WITH_TIMEOUT(m_finished,
+                                  QStringList({"Plain.key", "My Talk.key", "Alpha.key", "Beta.key", "Zeta.key"}),
+                                  BatchFixture::patience);
         QVERIFY(f.alerts.isEmpty());
     }
 
@@ -279,7 +281,7 @@ private Q_SLOTS:
         const auto edge = [contents] { return contents->grab().toImage().pixelColor(1, contents->height() / 2); };
         QVERIFY(edge() != highlight);
 
-        QVERIFY(drag(window, QEvent::DragEnter, {QUrl::fromLocalFile(f.in("Plain.key"))}));
+        QVERIFY(drag(window, QEvent::DragEnter, {QUrl::fromLocalFile(f.in(u"Plain.key"_s))}));
         QVERIFY(window->isShowingDropHighlight());
         QCOMPARE(edge(), highlight);
         QDragLeaveEvent leave;
@@ -288,39 +290,36 @@ private Q_SLOTS:
         QVERIFY(edge() != highlight);
 
         // Nothing on this disk: no highlight, and the drag is refused.
-        QVERIFY(!drag(window, QEvent::DragEnter, {QUrl("https://example.com/Web.key")}));
+        QVERIFY(!drag(window, QEvent::DragEnter, {QUrl(u"https://example.com/Web.key"_s)}));
         QVERIFY(!window->isShowingDropHighlight());
     }
 
     void foldersWithoutPackagesStartNoBatch()
     {
         AppDelegate &delegate = launch();
-        const QString empty = f.work("No Decks");
-        QVERIFY(QDir().mkpath(empty + QStringLiteral("/Inside")));
+        const QString empty = f.work(u"No Decks"_s);
+        QVERIFY(QDir().mkpath(empty + u"/Inside"_s));
         delegate.openPackages({empty});
         QTRY_COMPARE(f.alerts.size(), 1);
-        QCOMPARE(f.alerts.first().messageText(), QStringLiteral("No Keynote packages were found."));
+        QCOMPARE(f.alerts.first().messageText(), u"No Keynote packages were found."_s);
         QVERIFY(!SettingsStore::standard().contains(SettingKey::errorPrezzes));
         // The next request is not held up by it.
-        delegate.openPackages({f.in("Plain.key")});
-        QTRY_COMPARE(f.outputs(), QStringList{"Plain.key"});
+        delegate.openPackages({f.in(u"Plain.key"_s)});
+        QTRY_COMPARE_WITH_TIMEOUT(f.outputs(), QStringList{"Plain.key"}, BatchFixture::patience);
     }
 
     void requestsDuringABatchWaitForIt()
     {
         AppDelegate &delegate = launch();
         // A request that arrives while the first file converts starts no nested batch.
-        QStringList finishedOrder;
-        NotificationCenter::defaultCenter().addObserver(this, ConversionEvents::finished, [&](const Notification &n) {
-            finishedOrder.append(n.object->outputPrezName());
-            if (finishedOrder.size() == 1) {
+        m_afterFinished = [&] {
+            if (m_finished.size() == 1) {
                 QVERIFY(delegate.isConverting());
-                delegate.openPackages({f.in("Three.v2.key")});
+                delegate.openPackages({f.in(u"Three.v2.key"_s)});
             }
-        });
-        delegate.openPackages({f.in("Plain.key")});
-        QTRY_COMPARE(finishedOrder, QStringList({"Plain.key", "Three.v2.key"}));
-        NotificationCenter::defaultCenter().removeObserver(this);
+        };
+        delegate.openPackages({f.in(u"Plain.key"_s)});
+        QTRY_COMPARE_WITH_TIMEOUT(m_finished, QStringList({"Plain.key", "Three.v2.key"}), BatchFixture::patience);
     }
 };
 

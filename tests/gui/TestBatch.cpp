@@ -1,28 +1,134 @@
+#include "core/ConversionEvents.h"
+#include "core/Converter.h"
 #include "core/FileUrl.h"
+#include "core/FileUtils.h"
 #include "core/FolderBookmark.h"
+#include "core/NotificationCenter.h"
 #include "core/SettingsStore.h"
+#include "core/StopRequest.h"
+#include "core/Waiting.h"
 #include "gui/AppDelegate.h"
 #include "gui/BatchReport.h"
 #include "gui/OutputFolderChooser.h"
+#include "gui/ProgressBarWindowController.h"
 #include "support/FatalTrap.h"
+#include "support/Program.h"
 #include "support/gui/BatchFixture.h"
-#include "ui_MainWindow.h"
+#include "widgets/ProgressIndicator.h"
 
 #include <QDir>
-#include <QFile>
-#include <QFileInfo>
+#include <QElapsedTimer>
+#include <QLabel>
+#include <QPushButton>
 #include <QRegularExpression>
 #include <QTest>
+#include <QTimer>
 
-// The batch from the open dialog to the summary, driven through the dialog and alert seams.
+#include <algorithm>
+#include <utility>
+
+using namespace Qt::StringLiterals;
+
+// The batch from the open dialog to the summary, driven through the dialog
+// and alert seams, and the progress window that follows each file.
+namespace {
+// The tool that takes its time, and the shell run before it, with $P the folder
+// zip packs (less its leading "/"); no tool: every tool runs as it is.
+QString slowTool, slowScript;
+
+class SlowFileUtils : public FileUtils
+{
+public:
+    using FileUtils::FileUtils;
+    QString runCommand(const QString &launchPath, const QStringList &arguments) override
+    {
+        if (launchPath != slowTool)
+            return FileUtils::runCommand(launchPath, arguments);
+        const QString script = u"P='%1'; %2; exec %3 \"$@\""_s.arg(arguments.last().mid(1), slowScript, launchPath);
+        return FileUtils::runCommand(u"/bin/sh"_s, QStringList{u"-c"_s, script, u"sh"_s} + arguments);
+    }
+};
+
+class SlowConverter : public Converter
+{
+public:
+    using Converter::Converter;
+
+protected:
+    std::unique_ptr<FileUtils> createFileUtils(const QString &path) override
+    {
+        return std::make_unique<SlowFileUtils>(path);
+    }
+};
+
+// Keeps the values the bar takes at each event (and whether the window showed
+// then), and all of them, those within a stage too.
+class Controller : public ProgressBarWindowController
+{
+public:
+    Controller()
+        : ProgressBarWindowController(u"ProgressBarView"_s)
+    {
+    }
+    QList<double> values, all;
+    QList<bool> visible;
+    void moveProgressBar() override
+    {
+        visible.append(window()->isVisible());
+        ProgressBarWindowController::moveProgressBar();
+        values.append(progressIndy()->doubleValue());
+        all.append(values.last());
+    }
+    void moveWithinStage() override
+    {
+        ProgressBarWindowController::moveWithinStage();
+        all.append(progressIndy()->doubleValue());
+    }
+
+protected:
+    std::unique_ptr<Converter> makeConverter(const QString &path) override
+    {
+        return std::make_unique<SlowConverter>(path);
+    }
+};
+
+// Runs the action every 20 ms while the test waits in a conversion, until it says it is done.
+class Ticker
+{
+public:
+    explicit Ticker(std::function<bool()> action)
+    {
+        QObject::connect(&m_timer, &QTimer::timeout, [this, action] {
+            if (action())
+                m_timer.stop();
+        });
+        m_timer.start(20);
+    }
+
+private:
+    QTimer m_timer;
+};
+} // namespace
+
 class TestBatch : public QObject
 {
     Q_OBJECT
 
     BatchFixture f;
 
+    void useFile(const QString &name)
+    {
+        SettingsStore::standard().setObject(SettingKey::prezPath, FileUrl::absoluteString(f.in(name)));
+    }
+
 private Q_SLOTS:
-    void init() { f.reset({{SettingKey::playSound, "false"}}); }
+    // As in the application: the windows answer while a tool runs.
+    void initTestCase() { Waiting::setKeepsEventsTurning(true); }
+    void init()
+    {
+        f.reset({{SettingKey::playSound, "false"}});
+        slowTool.clear();
+    }
 
     void convertsEveryChosenPackage()
     {
@@ -31,16 +137,151 @@ private Q_SLOTS:
         QVERIFY(f.panels.first().allowsMultipleSelection());
         QCOMPARE(f.outputs(), QStringList({"My Talk.key", "Plain.key", "Three.v2.key"}));
         QVERIFY(f.alerts.isEmpty());
-        QVERIFY(SettingsStore::standard().contains(SettingKey::errorPrezzes));
         QCOMPARE(f.rejected(), QStringList());
         // The last file's URL text stays behind.
         QCOMPARE(SettingsStore::standard().string(SettingKey::prezPath, {}),
                  FileUrl::absoluteString(f.in("Three.v2.key")));
         // Keynote presentations are offered first, and the next dialog opens where this batch came from.
-        QCOMPARE(f.panels.first().nameFilters().value(0), QStringLiteral("Keynote Presentations (*.key)"));
+        QCOMPARE(f.panels.first().nameFilters().value(0), u"Keynote Presentations (*.key)"_s);
         QVERIFY(f.panels.first().directory() != f.in(""));
         f.runBatch({"Plain.key"});
         QCOMPARE(QDir::cleanPath(f.panels.last().directory()), QDir::cleanPath(f.in("")));
+    }
+
+    void theBarMovesOnlyDuringTheConversion()
+    {
+        useFile(u"My Talk.key"_s);
+        Controller controller;
+        // A second run must not find the first one's observers still there.
+        controller.showWindow(nullptr);
+        controller.showWindow(nullptr);
+        QCOMPARE(controller.exTextField()->text(), u"My Talk.key"_s);
+        QVERIFY(f.outputs().contains("My Talk.key"));
+        const QList<double> eight = {12.5, 25, 37.5, 50, 62.5, 75, 87.5, 100};
+        QCOMPARE(controller.values, eight + eight);
+        QCOMPARE(controller.visible, QList<bool>(16, true));
+        QVERIFY(!controller.window()->isVisible()); // closed by the completion
+
+        // Outside a conversion the events reach nobody.
+        f.desktop.calls.clear();
+        controller.progressIndy()->setDoubleValue(50);
+        for (const QString &event :
+             {ConversionEvents::progress, ConversionEvents::finished, ConversionEvents::finishedWithErrorNotKeynote,
+              ConversionEvents::finishedWithErrorNotKeynoteFour})
+            NotificationCenter::defaultCenter().post(event, nullptr);
+        QCOMPARE(controller.progressIndy()->doubleValue(), 50.0);
+        QVERIFY(f.desktop.calls.isEmpty());
+        QVERIFY(f.alerts.isEmpty());
+        QCOMPARE(f.rejected(), QStringList());
+    }
+
+    // zip names the first large file, then waits until the window has shown
+    // it (a minute at most); the windows must go on answering meanwhile.
+    void aLongToolKeepsTheWindowAliveAndTheBarMoving()
+    {
+        useFile(u"Plain.key"_s);
+        const QString go = f.work(u"go"_s);
+        slowTool = u"/usr/bin/zip"_s;
+        slowScript
+            = u"printf '  adding: %s/Data/photo one.jpg (stored 0%%)\\n' \"$P\"; i=0; "
+              "while [ ! -e '%1' ] && [ $i -lt 600 ]; do sleep 0.1; i=$((i+1)); done; "
+              "printf '  adding: %s/Data/movie.v2.mov (stored 0%%)\\n' \"$P\""_s.arg(go);
+        Controller controller;
+        // Between the zip's own events (75 and 87.5) the bar goes on.
+        const Ticker seen([&] {
+            const bool within = std::any_of(controller.all.begin(), controller.all.end(),
+                                            [](double value) { return value > 75 && value < 87.5; });
+            return within && QFile(go).open(QIODevice::WriteOnly);
+        });
+        controller.showWindow(nullptr);
+        QVERIFY2(QFile::exists(go), "the bar never moved while zip worked");
+        QVERIFY(f.outputs().contains("Plain.key"));
+        // Never back, and never past the zip's own events.
+        QList<double> sorted = controller.all;
+        std::sort(sorted.begin(), sorted.end());
+        QCOMPARE(controller.all, sorted);
+        QCOMPARE(controller.all.last(), 100.0);
+    }
+
+    void stopUndoesTheFileAtOnce_data()
+    {
+        QTest::addColumn<QString>("how");
+        QTest::newRow("Stop button") << "button";
+        QTest::newRow("Escape") << "escape";
+        QTest::newRow("close button") << "close";
+    }
+
+    void stopUndoesTheFileAtOnce()
+    {
+        QFETCH(QString, how);
+        useFile(u"Plain.key"_s);
+        // The copy takes half a minute, once it has said it started.
+        const QString started = f.work(u"copying-"_s + how);
+        slowTool = u"/bin/cp"_s;
+        slowScript = u": > '%1'; sleep 30"_s.arg(started);
+        Controller controller;
+        controller.beginBatch(3);
+        QElapsedTimer sinceStop;
+        QString title;
+        const Ticker stop([&] {
+            if (!QFile::exists(started))
+                return false;
+            QWidget *window = controller.window();
+            title = window->windowTitle();
+            sinceStop.start();
+            if (how == u"button"_s)
+                window->findChild<QPushButton *>(u"stopButton"_s)->click();
+            else if (how == u"escape"_s)
+                QTest::keyClick(window, Qt::Key_Escape);
+            else
+                window->close();
+            return true;
+        });
+        controller.showWindow(nullptr);
+        QCOMPARE(title, u"Converting 1 of 3"_s);
+        // The tool is gone at once, not waited for.
+        QVERIFY2(sinceStop.elapsed() < 20000, qPrintable(QString::number(sinceStop.elapsed())));
+        QCOMPARE(Program::mentioning(QFile::encodeName(started)).size(), 0);
+        QCOMPARE(controller.converter().errorOccurred(), qint64(Converter::Stopped));
+        QVERIFY(f.alerts.isEmpty());
+        QCOMPARE(f.rejected(), QStringList());
+        QCOMPARE(f.outputs(), QStringList());
+        QCOMPARE(QDir(f.work(u"runtime/deckwright"_s)).entryList({u"run-*"_s}, QDir::Dirs | QDir::Hidden),
+                 QStringList());
+        controller.endBatch();
+        QVERIFY(!controller.window()->isVisible());
+    }
+
+    void aStopEndsTheBatchWithNothingToReport()
+    {
+        bool stopped = false;
+        NotificationCenter::defaultCenter().addObserver(this, ConversionEvents::progress, [&](const Notification &) {
+            if (!std::exchange(stopped, true))
+                StopRequest::request();
+        });
+        f.runBatch({"My Talk.key", "Plain.key"});
+        NotificationCenter::defaultCenter().removeObserver(this);
+        QVERIFY(f.alerts.isEmpty());
+        QCOMPARE(f.rejected(), QStringList());
+        QCOMPARE(QDir(f.out).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden), QStringList());
+        QVERIFY(f.desktop.calls.isEmpty());
+    }
+
+    void namesAndSettingsTheWindowCannotDoWithoutAreFatal()
+    {
+        QCOMPARE(ProgressBarWindowController::displayName(u"Caf%C3%A9.key"_s), u"Café.key"_s);
+        QVERIFY_FATAL(ProgressBarWindowController::displayName(u"file:///a/Bad%ZZ.key"_s), "percent escapes");
+        QVERIFY_FATAL(ProgressBarWindowController::convertFileUrlToPath(u"file:///a b/"_s), "not a URL");
+        SettingsStore &settings = SettingsStore::standard();
+        ProgressBarWindowController controller(u"ProgressBarView"_s);
+        settings.useMemory({});
+        QVERIFY_FATAL(controller.showWindow(nullptr), "the setting prezPath is missing");
+        settings.useMemory({{SettingKey::prezPath, "file:///a/T.key/"}});
+        QVERIFY_FATAL(controller.showWindow(nullptr), "no output folder was chosen");
+        settings.setObject(SettingKey::outputPath, "file:///nowhere/");
+        QVERIFY_FATAL(controller.finishedConversion(), "bookmarkData is missing");
+        settings.useMemory({{SettingKey::prezPath, "///"}});
+        QVERIFY_FATAL(controller.finishedConversion(), "has no file name");
     }
 
     void gathersRejectedFilesIntoOneSummary_data()
@@ -62,7 +303,6 @@ private Q_SLOTS:
         // A document chosen inside a package is rejected under its own name.
         f.runBatch(
             {"Newer.key", "Plain.key", "notes.txt", "Not Keynote.key", "My Talk.key/index.apxl.gz", "Newer.key"});
-
         QCOMPARE(f.outputs(), QStringList{"Plain.key"});
         // Names as in the URL text, escapes kept.
         const QStringList rejected = {"Newer.key", "notes.txt", "Not%20Keynote.key", "index.apxl.gz", "Newer.key"};
@@ -71,7 +311,7 @@ private Q_SLOTS:
         QCOMPARE(f.alerts.last().informativeText(), AppDelegate::summaryText(rejected));
         if (perFileAlerts) {
             const Alert &hollow = f.alerts.at(2);
-            QVERIFY2(hollow.informativeText().contains(QLatin1String("\"Not%20Keynote.key\" is not a Keynote 4 file")),
+            QVERIFY2(hollow.informativeText().contains(u"\"Not%20Keynote.key\" is not a Keynote 4 file"_s),
                      qPrintable(hollow.informativeText()));
             // The converter's reason, as a sentence.
             QCOMPARE(hollow.detailedText(), "Index.apxl.gz is missing.");
@@ -85,8 +325,8 @@ private Q_SLOTS:
         const QString five = "• f1.key\n• f2.key\n• f3.key\n• f4.key\n• f5.key";
         QTest::newRow("one") << 1 << "• f1.key";
         QTest::newRow("five") << 5 << five;
-        QTest::newRow("six") << 6 << five + QStringLiteral("\n• and 1 other.");
-        QTest::newRow("twelve") << 12 << five + QStringLiteral("\n• and 7 others.");
+        QTest::newRow("six") << 6 << five + u"\n• and 1 other."_s;
+        QTest::newRow("twelve") << 12 << five + u"\n• and 7 others."_s;
     }
 
     void summaryListsAtMostFiveNames()
@@ -95,71 +335,117 @@ private Q_SLOTS:
         QFETCH(QString, list);
         QStringList names;
         for (int i = 1; i <= count; ++i)
-            names.append(QStringLiteral("f%1.key").arg(i));
+            names.append(u"f%1.key"_s.arg(i));
         // The list stands between the two paragraphs.
-        QCOMPARE(AppDelegate::summaryText(names).section("\n\n", 1, 1), list);
+        QCOMPARE(AppDelegate::summaryText(names).section(u"\n\n"_s, 1, 1), list);
     }
 
-    void theFirstBatchAsksForTheOutputFolderFirst()
+    void theOutputFolderIsAskedForWhenItIsNotThere_data()
     {
-        SettingsStore::standard().useMemory({{SettingKey::playSound, "false"}});
-        const QString folder = f.work("First Output");
-        QDir().mkpath(folder);
-        f.choose({folder});
-        f.runBatch({"Plain.key"});
-        QCOMPARE(f.panels.size(), 2);
-        QVERIFY(f.panels.at(1).canChooseDirectories());
-        QCOMPARE(QDir(folder).entryList(QDir::Files), QStringList{"Plain.key"});
-
-        // Without a folder the batch is called off, and the program goes on.
-        SettingsStore::standard().useMemory({});
-        f.panels.clear();
-        f.cancel();
-        f.runBatch({"Plain.key"});
-        QCOMPARE(f.panels.size(), 2);
-        QVERIFY(f.alerts.isEmpty());
-        QVERIFY(!SettingsStore::standard().contains(SettingKey::prezPath));
-        QVERIFY(!SettingsStore::standard().contains(SettingKey::errorPrezzes));
-    }
-
-    void aGoneOutputFolderIsAskedForAgainFirst_data()
-    {
-        QTest::addColumn<bool>("fileInItsPlace");
+        QTest::addColumn<QString>("folder"); // what became of the folder chosen once
         QTest::addColumn<bool>("chooseAnother");
-        QTest::newRow("deleted, another chosen") << false << true;
-        QTest::newRow("deleted, cancelled") << false << false;
-        QTest::newRow("a file in its place, cancelled") << true << false;
+        QTest::addColumn<QStringList>("alerts");    // message|start of the informative text|part of the detail
+        QTest::addColumn<QStringList>("converted"); // into the folder chosen then
+        QTest::addColumn<QStringList>("rejected");
+        const QString gone = u"The output folder \"NAME\" is no longer there.|It was at OUT. "_s;
+        const QStringList none, talk{u"My Talk.key"_s};
+        QTest::newRow("never chosen, one chosen") << "never chosen" << true << none << talk << none;
+        QTest::newRow("never chosen, cancelled") << "never chosen" << false << none << none << none;
+        QTest::newRow("deleted, another chosen") << "deleted" << true << QStringList{gone} << talk << none;
+        QTest::newRow("deleted, cancelled") << "deleted" << false << QStringList{gone} << none << none;
+        QTest::newRow("a file in its place, cancelled") << "a file" << false << QStringList{gone} << none << none;
+        // Gone while the file converts: the file is told, not the folder asked for.
+        QTest::newRow("deleted while converting")
+            << "deleted while converting" << false
+            << QStringList{u"A problem occurred.|The file \"My%20Talk.key\" was converted but could not be saved|OUT"_s,
+                           u"Some problems occurred.|"_s}
+            << none << QStringList{u"My%20Talk.key"_s};
     }
 
-    void aGoneOutputFolderIsAskedForAgainFirst()
+    void theOutputFolderIsAskedForWhenItIsNotThere()
     {
-        QFETCH(bool, fileInItsPlace);
+        QFETCH(QString, folder);
         QFETCH(bool, chooseAnother);
-        QVERIFY(QDir(f.out).removeRecursively());
-        if (fileInItsPlace)
-            QVERIFY(QFile(f.out).open(QIODevice::WriteOnly));
-        const QString another = f.work("Another Output");
-        QDir(another).removeRecursively();
-        QDir().mkpath(another);
-        if (chooseAnother)
-            f.choose({another});
-        else
-            f.cancel();
-        f.runBatch({"Plain.key"});
-
-        QCOMPARE(f.alerts.size(), 1);
-        QVERIFY(f.alerts.first().messageText().contains(QFileInfo(f.out).fileName()));
-        QVERIFY2(f.alerts.first().informativeText().contains(f.out), qPrintable(f.alerts.first().informativeText()));
-        QCOMPARE(f.panels.size(), 2);
-        QVERIFY(f.panels.at(1).canChooseDirectories());
+        QFETCH(QStringList, alerts);
+        QFETCH(QStringList, converted);
+        QFETCH(QStringList, rejected);
         SettingsStore &settings = SettingsStore::standard();
-        if (chooseAnother) {
-            QCOMPARE(QDir(another).entryList(QDir::Files), QStringList{"Plain.key"});
+        if (folder == u"never chosen"_s)
+            settings.useMemory({{SettingKey::playSound, "false"}});
+        if (folder == u"deleted"_s || folder == u"a file"_s)
+            QVERIFY(QDir(f.out).removeRecursively());
+        QVERIFY(folder != u"a file"_s || QFile(f.out).open(QIODevice::WriteOnly));
+        if (folder == u"deleted while converting"_s)
+            NotificationCenter::defaultCenter().addObserver(
+                this, ConversionEvents::progress, [this](const Notification &) { QDir(f.out).removeRecursively(); });
+        const QString another = f.work(u"Another Output %1"_s.arg(QTest::currentDataTag()));
+        QDir().mkpath(another);
+        chooseAnother ? f.choose({another}) : f.cancel();
+        f.runBatch({"My Talk.key"});
+        NotificationCenter::defaultCenter().removeObserver(this);
+
+        QCOMPARE(f.alerts.size(), alerts.size());
+        for (qsizetype i = 0; i < alerts.size(); ++i) {
+            const QStringList want = QString(alerts[i])
+                                         .replace(u"NAME"_s, QFileInfo(f.out).fileName())
+                                         .replace(u"OUT"_s, f.out)
+                                         .split(u'|');
+            const Alert &alert = f.alerts[i];
+            QCOMPARE(alert.messageText(), want[0]);
+            QVERIFY2(alert.informativeText().startsWith(want[1]) && alert.detailedText().contains(want.value(2)),
+                     qPrintable(alert.informativeText() + u'|' + alert.detailedText()));
+        }
+        const bool asked = rejected.isEmpty();
+        QCOMPARE(f.panels.size(), asked ? 2 : 1);
+        QVERIFY(!asked || f.panels.at(1).canChooseDirectories());
+        QCOMPARE(QDir(another).entryList(QDir::Files), converted);
+        if (chooseAnother)
             QCOMPARE(settings.string(SettingKey::outputPath, {}), FileUrl::absoluteString(another));
-        } else {
-            QVERIFY(!settings.contains(SettingKey::prezPath));
-            QVERIFY(!settings.contains(SettingKey::errorPrezzes));
-            QCOMPARE(QFileInfo(f.out).exists(), fileInItsPlace);
+        // Called off: nothing recorded, nothing made where the folder was.
+        QCOMPARE(settings.contains(SettingKey::prezPath), chooseAnother || !asked);
+        QCOMPARE(f.rejected(), rejected);
+        QCOMPARE(QFileInfo(f.out).isFile(), folder == u"a file"_s);
+        QVERIFY(asked || f.desktop.calls.isEmpty());
+    }
+
+    void theChooserKeepsTheFolderInTwoForms_data()
+    {
+        QTest::addColumn<int>("origin");
+        QTest::addColumn<int>("response");
+        QTest::addColumn<bool>("withFolder");
+        QTest::addColumn<bool>("kept");
+        const int batch = OutputFolderChooser::Batch, pane = OutputFolderChooser::PreferencesPane;
+        const int ok = OpenPanel::OKResponse, cancel = OpenPanel::CancelResponse;
+        QTest::newRow("batch, OK") << batch << ok << true << true;
+        QTest::newRow("pane, OK") << pane << ok << true << true;
+        // The batch goes by the folder in hand, the preferences pane by the answer.
+        QTest::newRow("batch, cancel with a folder") << batch << cancel << true << true;
+        QTest::newRow("pane, cancel with a folder") << pane << cancel << true << false;
+        QTest::newRow("batch, cancel") << batch << cancel << false << false;
+    }
+
+    void theChooserKeepsTheFolderInTwoForms()
+    {
+        QFETCH(int, origin);
+        QFETCH(int, response);
+        QFETCH(bool, withFolder);
+        QFETCH(bool, kept);
+        SettingsStore &settings = SettingsStore::standard();
+        settings.useMemory({});
+        const QString folder = f.work(u"Out Files"_s);
+        QDir().mkpath(folder);
+        f.answers.push_back([&](OpenPanel &panel) {
+            if (withFolder)
+                panel.setUrls({OpenPanel::urlForPath(folder, true)});
+            return OpenPanel::Response(response);
+        });
+        QCOMPARE(OutputFolderChooser::run(OutputFolderChooser::Origin(origin)), kept);
+        QCOMPARE(settings.contains(SettingKey::bookmarkData), kept);
+        QCOMPARE(settings.contains(SettingKey::outputPath), kept);
+        if (kept) {
+            QCOMPARE(settings.string(SettingKey::outputPath, {}), FileUrl::absoluteString(folder));
+            QCOMPARE(FolderBookmark::platform().resolve(settings.requiredData(SettingKey::bookmarkData))->toLocalFile(),
+                     folder + u'/');
         }
     }
 
@@ -173,42 +459,38 @@ private Q_SLOTS:
         };
         const auto followLink = [&] {
             f.desktop.calls.clear();
-            Q_EMIT window->ui().statusLine->linkActivated(QString());
+            Q_EMIT window->findChild<QLabel *>(u"statusLine"_s)->linkActivated(QString());
             return f.desktop.calls;
         };
-        const auto revealed = [&](const QString &name) {
-            return QStringList{QStringLiteral("revealFile(\"%1/%2\", \"%1\")").arg(f.out, name)};
-        };
-
+        const auto revealed
+            = [&](const QString &name) { return QStringList{u"revealFile(\"%1/%2\", \"%1\")"_s.arg(f.out, name)}; };
         batch({"Plain.key", "Newer.key", "My Talk.key", "Three.v2.key"});
-        QCOMPARE(window->statusText(), QStringLiteral("3 presentations converted, 1 skipped · Show in Files"));
-        QCOMPARE(followLink(), revealed(QStringLiteral("Three.v2.key")));
-
+        QCOMPARE(window->statusText(), u"3 presentations converted, 1 skipped · Show in Files"_s);
+        QCOMPARE(followLink(), revealed(u"Three.v2.key"_s));
         // The name really written, not the package's.
         batch({"Plain.key"});
-        QCOMPARE(window->statusText(), QStringLiteral("1 presentation converted · Show in Files"));
-        QCOMPARE(followLink(), revealed(QStringLiteral("Plain.1.key")));
-
+        QCOMPARE(window->statusText(), u"1 presentation converted · Show in Files"_s);
+        QCOMPARE(followLink(), revealed(u"Plain.1.key"_s));
         // Until a batch that converts nothing.
         batch({"Newer.key"});
         QCOMPARE(window->statusText(), QString());
-        QVERIFY(window->ui().statusLine->isHidden());
+        QVERIFY(window->findChild<QLabel *>(u"statusLine"_s)->isHidden());
     }
 
     void aNotificationTellsOnlyWhoIsAwayFromTheWindow()
     {
         AppDelegate app;
-        const auto notifications
-            = [&] { return f.desktop.calls.filter(QRegularExpression(QStringLiteral("^notify"))); };
+        const auto notifications = [&] { return f.desktop.calls.filter(QRegularExpression(u"^notify"_s)); };
         // The main window was never shown.
         f.choose({"Plain.key", "notes.txt"});
         app.openFileMenuItem();
-        QTRY_COMPARE(notifications(),
-                     QStringList{QStringLiteral(
-                         "notify(\"Deckwright\", \"1 presentation converted, 1 skipped\", \"Show in Files\")")});
+        QTRY_COMPARE_WITH_TIMEOUT(
+            notifications(),
+            QStringList{u"notify(\"Deckwright\", \"1 presentation converted, 1 skipped\", \"Show in Files\")"_s},
+            BatchFixture::patience);
         f.desktop.calls.clear();
         f.desktop.notificationAction();
-        QCOMPARE(f.desktop.calls, QStringList{QStringLiteral("revealFile(\"%1/Plain.key\", \"%1\")").arg(f.out)});
+        QCOMPARE(f.desktop.calls, QStringList{u"revealFile(\"%1/Plain.key\", \"%1\")"_s.arg(f.out)});
 
         app.showMainWindow();
         f.desktop.calls.clear();
@@ -216,54 +498,44 @@ private Q_SLOTS:
         app.openFileMenuItem();
         // The desktop hands the focus back once the progress window is gone.
         app.window()->activateWindow();
-        QTest::qWait(BatchReport::notificationDelay * 3 / 2);
+        // Timers of one interval fire in the order they were started: when
+        // this one fires, the report has decided.
+        bool decided = false;
+        QTimer::singleShot(BatchReport::notificationDelay, [&] { decided = true; });
+        QTRY_VERIFY_WITH_TIMEOUT(decided, BatchFixture::patience);
         QVERIFY(app.window()->isActiveWindow());
         QCOMPARE(notifications(), QStringList());
         QCOMPARE(f.outputs().size(), 2);
     }
 
-    void theChooserKeepsTheFolderInTwoForms_data()
+    void completionActions_data()
     {
-        QTest::addColumn<int>("origin");
-        QTest::addColumn<int>("response");
-        QTest::addColumn<bool>("withFolder");
-        QTest::addColumn<bool>("kept");
-        QTest::newRow("batch, OK") << int(OutputFolderChooser::Batch) << int(OpenPanel::OKResponse) << true << true;
-        QTest::newRow("pane, OK") << int(OutputFolderChooser::PreferencesPane) << int(OpenPanel::OKResponse) << true
-                                  << true;
-        // The batch goes by the folder in hand, the preferences pane by the answer.
-        QTest::newRow("batch, cancel with a folder")
-            << int(OutputFolderChooser::Batch) << int(OpenPanel::CancelResponse) << true << true;
-        QTest::newRow("pane, cancel with a folder")
-            << int(OutputFolderChooser::PreferencesPane) << int(OpenPanel::CancelResponse) << true << false;
-        QTest::newRow("batch, cancel") << int(OutputFolderChooser::Batch) << int(OpenPanel::CancelResponse) << false
-                                       << false;
+        QTest::addColumn<QVariantMap>("settings");
+        QTest::addColumn<QStringList>("calls");
+        const QString sound = "playSound(\"Glass\")";
+        const QString quiet = "false";
+        QTest::newRow("nothing stored") << QVariantMap() << QStringList{sound};
+        QTest::newRow("quiet unless exactly true") << QVariantMap{{SettingKey::playSound, "True"}} << QStringList();
+        QTest::newRow("unknown action") << QVariantMap{{SettingKey::completedAction, "Print It"},
+                                                       {SettingKey::playSound, quiet}}
+                                        << QStringList();
+        QTest::newRow("show") << QVariantMap{{SettingKey::completedAction, "Show in Finder"}}
+                              << QStringList{sound, "revealFile(\"OUT/My Talk.key\", \"ROOT/My Talk.key\")"};
+        QTest::newRow("open") << QVariantMap{{SettingKey::completedAction, "Open in Keynote"},
+                                             {SettingKey::playSound, quiet}}
+                              << QStringList{"openFile(\"OUT/My Talk.key\", \"Keynote\")"};
     }
 
-    void theChooserKeepsTheFolderInTwoForms()
+    void completionActions()
     {
-        QFETCH(int, origin);
-        QFETCH(int, response);
-        QFETCH(bool, withFolder);
-        QFETCH(bool, kept);
-        SettingsStore &settings = SettingsStore::standard();
-        settings.useMemory({});
-        const QString folder = f.work("Out Files");
-        QDir().mkpath(folder);
-        f.answers.push_back([&](OpenPanel &panel) {
-            if (withFolder)
-                panel.setUrls({OpenPanel::urlForPath(folder, true)});
-            return OpenPanel::Response(response);
-        });
-        QCOMPARE(OutputFolderChooser::run(OutputFolderChooser::Origin(origin)), kept);
-        QCOMPARE(settings.contains(SettingKey::bookmarkData), kept);
-        if (kept) {
-            QCOMPARE(settings.string(SettingKey::outputPath, {}), FileUrl::absoluteString(folder));
-            QCOMPARE(FolderBookmark::platform().resolve(settings.requiredData(SettingKey::bookmarkData))->toLocalFile(),
-                     folder + QLatin1Char('/'));
-        } else {
-            QVERIFY(!settings.contains(SettingKey::outputPath));
-        }
+        QFETCH(QVariantMap, settings);
+        QFETCH(QStringList, calls);
+        f.reset(settings);
+        f.runBatch({"My Talk.key"});
+        // The folder has blanks: the file's path decodes them, the reveal's root keeps them escaped.
+        QString escapedOut = f.out;
+        escapedOut.replace(u' ', u"%20"_s);
+        QCOMPARE(f.desktop.calls, calls.replaceInStrings("OUT", f.out).replaceInStrings("ROOT", escapedOut));
     }
 };
 
