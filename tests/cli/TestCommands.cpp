@@ -3,9 +3,7 @@
 #include "support/Program.h"
 #include "support/Tree.h"
 
-#include <QDir>
-#include <QTemporaryDir>
-#include <QTest>
+#include <QtTest>
 
 #include <sys/stat.h>
 
@@ -31,14 +29,15 @@ private Q_SLOTS:
         ::chmod(QFile::encodeName(m_work.path()).constData(), 0755); // the way in is open to nobody
         m_program.workingFolder = m_in;
         const PackageFactory factory(m_in);
-        factory.make(u"Talk.key"_s, PackageFactory::keynoteFourPresentation(12));
+        factory.make(u"Talk.key"_s, PackageFactory::keynoteFourDocument(u"Talk"_s, 12));
         factory.make(u"Newer.key"_s, PackageFactory::keynoteFiveDocument());
         factory.makeWithoutIndex(u"Empty.key"_s);
         PackageFactory(m_in + u"/Decks"_s).make(u"B.key"_s);
         PackageFactory(m_in + u"/Decks/Old"_s).make(u"A.key"_s);
-        QVERIFY(Program::sh(u"mkdir Nothing; printf 'PK\\003\\004 the rest' > Zipped.key; printf %%PDF > Talk.pdf; "
-                            "printf notes > Decks/notes.txt"_s,
-                            m_in));
+        QVERIFY(
+            Program::sh(u"mkdir Nothing; printf 'PK\\003\\004 the rest' > Zipped.key; printf %%PDF > Talk.pdf; "
+                        "printf notes > Decks/notes.txt"_s,
+                        m_in));
     }
 
     void cleanupTestCase()
@@ -73,12 +72,14 @@ private Q_SLOTS:
             u"deckwright convert: --jobs needs a whole number of at least 1, not '0'"_s);
         row("jobs not a number", {convert, u"--jobs=all"_s, o, out, x},
             u"deckwright convert: --jobs needs a whole number of at least 1, not 'all'"_s);
-        row("two output folders", {convert, o, out, o, out, x}, u"deckwright convert: only one output folder can be given"_s);
+        row("two output folders", {convert, o, out, o, out, x},
+            u"deckwright convert: only one output folder can be given"_s);
         // Root writes anywhere: a folder that cannot be written needs another user.
         row("folder not writable", {convert, o, locked, x},
             u"deckwright convert: the output folder %1 is not writable"_s.arg(locked), 2, true);
         row("check without a path", {u"check"_s}, u"deckwright check: no path given"_s);
-        row("check, unknown option", {u"check"_s, u"--fast"_s, u"Talk.key"_s}, u"deckwright check: Unknown option 'fast'."_s);
+        row("check, unknown option", {u"check"_s, u"--fast"_s, u"Talk.key"_s},
+            u"deckwright check: Unknown option 'fast'."_s);
         row("unknown program option", {u"--bogus"_s}, u"deckwright: unknown option --bogus"_s);
         row("misspelt command", {u"conver"_s},
             u"deckwright: 'conver' is neither a command nor a file (the commands are 'convert' and 'check')"_s);
@@ -112,21 +113,22 @@ private Q_SLOTS:
     void checkPrintsOneLinePerItemAndChangesNothing()
     {
         const Tree before = Tree::of(m_in, Tree::WithTimes);
-        const Finished run = m_program.run(Program::deckwright({u"check"_s, u"Talk.key"_s, u"Decks/"_s, u"Newer.key"_s,
-                                                                u"Zipped.key"_s, u"Empty.key"_s, u"missing.key"_s,
-                                                                u"Talk.pdf"_s, m_in + u"/Nothing"_s}));
-        QCOMPARE(run.lines(),
-                 QStringList({
-                     u"Talk.key: Keynote '08 package, convertible, %1, 12 slides"_s.arg(size(u"Talk.key"_s)),
-                     u"Decks/B.key: Keynote '08 package, convertible, %1, 1 slide"_s.arg(size(u"Decks/B.key"_s)),
-                     u"Decks/Old/A.key: Keynote '08 package, convertible, %1, 1 slide"_s.arg(size(u"Decks/Old/A.key"_s)),
-                     u"Newer.key: Keynote '09 package, %1, 1 slide"_s.arg(size(u"Newer.key"_s)),
-                     u"Zipped.key: Keynote '09 document (zip), 13 bytes"_s,
-                     u"Empty.key: not convertible (index.apxl.gz is missing), %1"_s.arg(size(u"Empty.key"_s)),
-                     u"missing.key: not convertible (it was not found)"_s,
-                     u"Talk.pdf: not convertible (its name does not end in .key)"_s,
-                     m_in + u"/Nothing: no .key packages in it"_s,
-                 }));
+        const Finished run = m_program.run(
+            Program::deckwright({u"check"_s, u"Talk.key"_s, u"Decks/"_s, u"Newer.key"_s, u"Zipped.key"_s,
+                                 u"Empty.key"_s, u"missing.key"_s, u"Talk.pdf"_s, m_in + u"/Nothing"_s}));
+        QCOMPARE(
+            run.lines(),
+            QStringList({
+                u"Talk.key: Keynote '08 package, convertible, %1, 12 slides"_s.arg(size(u"Talk.key"_s)),
+                u"Decks/B.key: Keynote '08 package, convertible, %1, 1 slide"_s.arg(size(u"Decks/B.key"_s)),
+                u"Decks/Old/A.key: Keynote '08 package, convertible, %1, 1 slide"_s.arg(size(u"Decks/Old/A.key"_s)),
+                u"Newer.key: Keynote '09 package, %1, 1 slide"_s.arg(size(u"Newer.key"_s)),
+                u"Zipped.key: Keynote '09 document (zip), 13 bytes"_s,
+                u"Empty.key: not convertible (index.apxl.gz is missing), %1"_s.arg(size(u"Empty.key"_s)),
+                u"missing.key: not convertible (it was not found)"_s,
+                u"Talk.pdf: not convertible (its name does not end in .key)"_s,
+                m_in + u"/Nothing: no .key packages in it"_s,
+            }));
         QCOMPARE(run.status, 1);
         QCOMPARE(run.err, QByteArray());
         QCOMPARE(Tree::of(m_in, Tree::WithTimes), before);
@@ -145,11 +147,12 @@ private Q_SLOTS:
         Program stranger(locked + u"/home"_s);
         QVERIFY(Program::giveToNobody(stranger.runtime()));
         // A link comes before the unreadable folder, but the converter's copy would stop at the folder first.
-        QVERIFY(Program::sh(u"for p in File Listed Hidden; do cp -r \"$SRC\" $p.key; done; "
-                            "chmod 000 'File.key/Data/photo one.jpg'; chmod 444 Listed.key/Data; "
-                            "ln -s Data/x Hidden.key/alias; mkdir -p Hidden.key/Z/In; chmod 000 Hidden.key/Z; "
-                            "chmod 755 . home"_s,
-                            locked, {{u"SRC"_s, m_in + u"/Talk.key"_s}}));
+        QVERIFY(
+            Program::sh(u"for p in File Listed Hidden; do cp -r \"$SRC\" $p.key; done; "
+                        "chmod 000 'File.key/Data/photo one.jpg'; chmod 444 Listed.key/Data; "
+                        "ln -s Data/x Hidden.key/alias; mkdir -p Hidden.key/Z/In; chmod 000 Hidden.key/Z; "
+                        "chmod 755 . home"_s,
+                        locked, {{u"SRC"_s, m_in + u"/Talk.key"_s}}));
         const Finished run = stranger.run(Program::deckwright({u"check"_s, locked}), Program::Nobody);
         const QString refused = locked + u"/%1.key: not convertible (it holds a %2 that could not be read: %3)"_s;
         QCOMPARE(run.lines(), QStringList({refused.arg(u"File"_s, u"file"_s, u"Data/photo one.jpg"_s),

@@ -4,11 +4,7 @@
 #include "support/Program.h"
 #include "support/Tree.h"
 
-#include <QDir>
-#include <QFile>
-#include <QTemporaryDir>
-#include <QTest>
-#include <QTextStream>
+#include <QtTest>
 
 #include <csignal>
 

@@ -2,7 +2,7 @@
 #include "cli/WorkerChannel.h"
 #include "core/StopRequest.h"
 
-#include <QTest>
+#include <QtTest>
 
 #include <csignal>
 #include <thread>

@@ -12,12 +12,7 @@
 #include "support/TestSettings.h"
 #include "support/Tree.h"
 
-#include <QDir>
-#include <QProcess>
-#include <QRegularExpression>
-#include <QScopeGuard>
-#include <QTemporaryDir>
-#include <QTest>
+#include <QtTest>
 
 #include <functional>
 

@@ -1,10 +1,7 @@
 #include "core/FileUtils.h"
 #include "support/FatalTrap.h"
 
-#include <QDir>
-#include <QFileInfo>
-#include <QTemporaryDir>
-#include <QTest>
+#include <QtTest>
 
 // The scratch folder, the tools' environment and their size caps are attacked
 // through the real program in the hostile suite, and the usual names (dots,

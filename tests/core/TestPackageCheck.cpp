@@ -5,9 +5,7 @@
 #include "support/TestSettings.h"
 #include "support/Tree.h"
 
-#include <QDir>
-#include <QTemporaryDir>
-#include <QTest>
+#include <QtTest>
 
 // What `deckwright check` says of one item, and that saying it changes
 // nothing; the lines and the folders are the command's test.

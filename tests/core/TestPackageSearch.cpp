@@ -2,9 +2,7 @@
 #include "core/PackageSearch.h"
 #include "support/Program.h"
 
-#include <QDir>
-#include <QTemporaryDir>
-#include <QTest>
+#include <QtTest>
 
 #include <cstdio>
 

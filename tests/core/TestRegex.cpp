@@ -1,7 +1,6 @@
 #include "core/Regex.h"
 
-#include <QTest>
-#include <QTextBoundaryFinder>
+#include <QtTest>
 
 // Telling tags apart in any case is checked through the converter, whose
 // documents carry them in capitals; here is what only the text's length decides.

@@ -2,11 +2,7 @@
 #include "core/SettingsStore.h"
 #include "support/FatalTrap.h"
 
-#include <QDir>
-#include <QFile>
-#include <QTemporaryDir>
-#include <QTemporaryFile>
-#include <QTest>
+#include <QtTest>
 
 #include <cstdio>
 #include <unistd.h>

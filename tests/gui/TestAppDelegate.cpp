@@ -14,13 +14,8 @@
 #include "widgets/PreferencesWindow.h"
 #include "widgets/PreferencesWindowController.h"
 
-#include <QApplication>
-#include <QDir>
-#include <QDragEnterEvent>
-#include <QEnterEvent>
-#include <QLabel>
-#include <QMimeData>
-#include <QTest>
+#include <QtTest>
+#include <QtWidgets>
 
 #include <functional>
 

@@ -2,29 +2,23 @@
 #include "core/Converter.h"
 #include "core/FileUrl.h"
 #include "core/FileUtils.h"
-#include "core/FolderBookmark.h"
 #include "core/NotificationCenter.h"
 #include "core/SettingsStore.h"
 #include "core/StopRequest.h"
 #include "core/Waiting.h"
 #include "gui/AppDelegate.h"
 #include "gui/BatchReport.h"
-#include "gui/OutputFolderChooser.h"
 #include "gui/ProgressBarWindowController.h"
 #include "support/FatalTrap.h"
 #include "support/Program.h"
 #include "support/gui/BatchFixture.h"
 #include "widgets/ProgressIndicator.h"
 
-#include <QDir>
-#include <QElapsedTimer>
-#include <QLabel>
-#include <QPushButton>
-#include <QRegularExpression>
-#include <QTest>
-#include <QTimer>
+#include <QtTest>
+#include <QtWidgets>
 
 #include <algorithm>
+#include <functional>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -92,22 +86,6 @@ protected:
     }
 };
 
-// Runs the action every 20 ms while the test waits in a conversion, until it says it is done.
-class Ticker
-{
-public:
-    explicit Ticker(std::function<bool()> action)
-    {
-        QObject::connect(&m_timer, &QTimer::timeout, [this, action] {
-            if (action())
-                m_timer.stop();
-        });
-        m_timer.start(20);
-    }
-
-private:
-    QTimer m_timer;
-};
 } // namespace
 
 class TestBatch : public QObject
@@ -148,22 +126,42 @@ private Q_SLOTS:
         QCOMPARE(QDir::cleanPath(f.panels.last().directory()), QDir::cleanPath(f.in("")));
     }
 
-    void theBarMovesOnlyDuringTheConversion()
+    // zip names the first large file, then waits until the window has shown
+    // it (a minute at most): the windows must go on answering meanwhile.
+    void theBarMovesWithTheWorkAndOnlyDuringIt()
     {
         useFile(u"My Talk.key"_s);
+        const QString go = f.work(u"go"_s);
+        slowTool = u"/usr/bin/zip"_s;
+        slowScript
+            = u"printf '  adding: %s/Data/photo one.jpg (stored 0%%)\\n' \"$P\"; i=0; "
+              "while [ ! -e '%1' ] && [ $i -lt 600 ]; do sleep 0.1; i=$((i+1)); done; "
+              "printf '  adding: %s/Data/movie.v2.mov (stored 0%%)\\n' \"$P\""_s.arg(go);
         Controller controller;
-        // A second run must not find the first one's observers still there.
+        // Between the zip's own events (75 and 87.5) the bar goes on.
+        QTimer ticks;
+        connect(&ticks, &QTimer::timeout, [&] {
+            if (std::any_of(controller.all.begin(), controller.all.end(), [](double v) { return v > 75 && v < 87.5; }))
+                QFile(go).open(QIODevice::WriteOnly);
+        });
+        ticks.start(20);
         controller.showWindow(nullptr);
+        QVERIFY2(QFile::exists(go), "the bar never moved while zip worked");
+        // Never back, and never past the events' own values.
+        QList<double> sorted = controller.all;
+        std::sort(sorted.begin(), sorted.end());
+        QCOMPARE(controller.all, sorted);
+        // A second run must not find the first one's observers still there.
+        slowTool.clear();
         controller.showWindow(nullptr);
         QCOMPARE(controller.exTextField()->text(), u"My Talk.key"_s);
-        QVERIFY(f.outputs().contains("My Talk.key"));
+        QCOMPARE(f.outputs(), QStringList({"My Talk.1.key", "My Talk.key"}));
         const QList<double> eight = {12.5, 25, 37.5, 50, 62.5, 75, 87.5, 100};
         QCOMPARE(controller.values, eight + eight);
         QCOMPARE(controller.visible, QList<bool>(16, true));
         QVERIFY(!controller.window()->isVisible()); // closed by the completion
 
         // Outside a conversion the events reach nobody.
-        f.desktop.calls.clear();
         controller.progressIndy()->setDoubleValue(50);
         for (const QString &event :
              {ConversionEvents::progress, ConversionEvents::finished, ConversionEvents::finishedWithErrorNotKeynote,
@@ -173,34 +171,6 @@ private Q_SLOTS:
         QVERIFY(f.desktop.calls.isEmpty());
         QVERIFY(f.alerts.isEmpty());
         QCOMPARE(f.rejected(), QStringList());
-    }
-
-    // zip names the first large file, then waits until the window has shown
-    // it (a minute at most); the windows must go on answering meanwhile.
-    void aLongToolKeepsTheWindowAliveAndTheBarMoving()
-    {
-        useFile(u"Plain.key"_s);
-        const QString go = f.work(u"go"_s);
-        slowTool = u"/usr/bin/zip"_s;
-        slowScript
-            = u"printf '  adding: %s/Data/photo one.jpg (stored 0%%)\\n' \"$P\"; i=0; "
-              "while [ ! -e '%1' ] && [ $i -lt 600 ]; do sleep 0.1; i=$((i+1)); done; "
-              "printf '  adding: %s/Data/movie.v2.mov (stored 0%%)\\n' \"$P\""_s.arg(go);
-        Controller controller;
-        // Between the zip's own events (75 and 87.5) the bar goes on.
-        const Ticker seen([&] {
-            const bool within = std::any_of(controller.all.begin(), controller.all.end(),
-                                            [](double value) { return value > 75 && value < 87.5; });
-            return within && QFile(go).open(QIODevice::WriteOnly);
-        });
-        controller.showWindow(nullptr);
-        QVERIFY2(QFile::exists(go), "the bar never moved while zip worked");
-        QVERIFY(f.outputs().contains("Plain.key"));
-        // Never back, and never past the zip's own events.
-        QList<double> sorted = controller.all;
-        std::sort(sorted.begin(), sorted.end());
-        QCOMPARE(controller.all, sorted);
-        QCOMPARE(controller.all.last(), 100.0);
     }
 
     void stopUndoesTheFileAtOnce_data()
@@ -223,10 +193,11 @@ private Q_SLOTS:
         controller.beginBatch(3);
         QElapsedTimer sinceStop;
         QString title;
-        const Ticker stop([&] {
-            if (!QFile::exists(started))
-                return false;
+        QTimer ticks;
+        connect(&ticks, &QTimer::timeout, [&] {
             QWidget *window = controller.window();
+            if (sinceStop.isValid() || !QFile::exists(started))
+                return;
             title = window->windowTitle();
             sinceStop.start();
             if (how == u"button"_s)
@@ -235,8 +206,8 @@ private Q_SLOTS:
                 QTest::keyClick(window, Qt::Key_Escape);
             else
                 window->close();
-            return true;
         });
+        ticks.start(20);
         controller.showWindow(nullptr);
         QCOMPARE(title, u"Converting 1 of 3"_s);
         // The tool is gone at once, not waited for.
@@ -342,21 +313,30 @@ private Q_SLOTS:
 
     void theOutputFolderIsAskedForWhenItIsNotThere_data()
     {
-        QTest::addColumn<QString>("folder"); // what became of the folder chosen once
-        QTest::addColumn<bool>("chooseAnother");
+        QTest::addColumn<QString>("folder");        // what became of the folder chosen once
+        QTest::addColumn<QString>("answer");        // to the folder chooser: choose, cancel, or cancel holding one
         QTest::addColumn<QStringList>("alerts");    // message|start of the informative text|part of the detail
         QTest::addColumn<QStringList>("converted"); // into the folder chosen then
         QTest::addColumn<QStringList>("rejected");
         const QString gone = u"The output folder \"NAME\" is no longer there.|It was at OUT. "_s;
         const QStringList none, talk{u"My Talk.key"_s};
-        QTest::newRow("never chosen, one chosen") << "never chosen" << true << none << talk << none;
-        QTest::newRow("never chosen, cancelled") << "never chosen" << false << none << none << none;
-        QTest::newRow("deleted, another chosen") << "deleted" << true << QStringList{gone} << talk << none;
-        QTest::newRow("deleted, cancelled") << "deleted" << false << QStringList{gone} << none << none;
-        QTest::newRow("a file in its place, cancelled") << "a file" << false << QStringList{gone} << none << none;
+        QTest::newRow("never chosen, one chosen") << "never chosen"
+                                                  << "choose" << none << talk << none;
+        QTest::newRow("never chosen, cancelled") << "never chosen"
+                                                 << "cancel" << none << none << none;
+        // A batch goes by the folder in hand, whatever the button.
+        QTest::newRow("never chosen, cancelled holding one") << "never chosen"
+                                                             << "holding" << none << talk << none;
+        QTest::newRow("deleted, another chosen") << "deleted"
+                                                 << "choose" << QStringList{gone} << talk << none;
+        QTest::newRow("deleted, cancelled") << "deleted"
+                                            << "cancel" << QStringList{gone} << none << none;
+        QTest::newRow("a file in its place, cancelled") << "a file"
+                                                        << "cancel" << QStringList{gone} << none << none;
         // Gone while the file converts: the file is told, not the folder asked for.
         QTest::newRow("deleted while converting")
-            << "deleted while converting" << false
+            << "deleted while converting"
+            << "none"
             << QStringList{u"A problem occurred.|The file \"My%20Talk.key\" was converted but could not be saved|OUT"_s,
                            u"Some problems occurred.|"_s}
             << none << QStringList{u"My%20Talk.key"_s};
@@ -365,13 +345,14 @@ private Q_SLOTS:
     void theOutputFolderIsAskedForWhenItIsNotThere()
     {
         QFETCH(QString, folder);
-        QFETCH(bool, chooseAnother);
+        QFETCH(QString, answer);
         QFETCH(QStringList, alerts);
         QFETCH(QStringList, converted);
         QFETCH(QStringList, rejected);
         SettingsStore &settings = SettingsStore::standard();
         if (folder == u"never chosen"_s)
             settings.useMemory({{SettingKey::playSound, "false"}});
+        const QString stored = settings.string(SettingKey::outputPath, {});
         if (folder == u"deleted"_s || folder == u"a file"_s)
             QVERIFY(QDir(f.out).removeRecursively());
         QVERIFY(folder != u"a file"_s || QFile(f.out).open(QIODevice::WriteOnly));
@@ -380,7 +361,7 @@ private Q_SLOTS:
                 this, ConversionEvents::progress, [this](const Notification &) { QDir(f.out).removeRecursively(); });
         const QString another = f.work(u"Another Output %1"_s.arg(QTest::currentDataTag()));
         QDir().mkpath(another);
-        chooseAnother ? f.choose({another}) : f.cancel();
+        answer == u"choose"_s ? f.choose({another}) : f.cancel(answer == u"holding"_s ? another : QString());
         f.runBatch({"My Talk.key"});
         NotificationCenter::defaultCenter().removeObserver(this);
 
@@ -399,113 +380,65 @@ private Q_SLOTS:
         QCOMPARE(f.panels.size(), asked ? 2 : 1);
         QVERIFY(!asked || f.panels.at(1).canChooseDirectories());
         QCOMPARE(QDir(another).entryList(QDir::Files), converted);
-        if (chooseAnother)
-            QCOMPARE(settings.string(SettingKey::outputPath, {}), FileUrl::absoluteString(another));
-        // Called off: nothing recorded, nothing made where the folder was.
-        QCOMPARE(settings.contains(SettingKey::prezPath), chooseAnother || !asked);
+        // Kept as the folder chosen; called off: nothing recorded, nothing made where the folder was.
+        QCOMPARE(settings.string(SettingKey::outputPath, {}),
+                 converted.isEmpty() ? stored : FileUrl::absoluteString(another));
+        QCOMPARE(settings.contains(SettingKey::prezPath), !converted.isEmpty() || !asked);
         QCOMPARE(f.rejected(), rejected);
         QCOMPARE(QFileInfo(f.out).isFile(), folder == u"a file"_s);
         QVERIFY(asked || f.desktop.calls.isEmpty());
     }
 
-    void theChooserKeepsTheFolderInTwoForms_data()
-    {
-        QTest::addColumn<int>("origin");
-        QTest::addColumn<int>("response");
-        QTest::addColumn<bool>("withFolder");
-        QTest::addColumn<bool>("kept");
-        const int batch = OutputFolderChooser::Batch, pane = OutputFolderChooser::PreferencesPane;
-        const int ok = OpenPanel::OKResponse, cancel = OpenPanel::CancelResponse;
-        QTest::newRow("batch, OK") << batch << ok << true << true;
-        QTest::newRow("pane, OK") << pane << ok << true << true;
-        // The batch goes by the folder in hand, the preferences pane by the answer.
-        QTest::newRow("batch, cancel with a folder") << batch << cancel << true << true;
-        QTest::newRow("pane, cancel with a folder") << pane << cancel << true << false;
-        QTest::newRow("batch, cancel") << batch << cancel << false << false;
-    }
-
-    void theChooserKeepsTheFolderInTwoForms()
-    {
-        QFETCH(int, origin);
-        QFETCH(int, response);
-        QFETCH(bool, withFolder);
-        QFETCH(bool, kept);
-        SettingsStore &settings = SettingsStore::standard();
-        settings.useMemory({});
-        const QString folder = f.work(u"Out Files"_s);
-        QDir().mkpath(folder);
-        f.answers.push_back([&](OpenPanel &panel) {
-            if (withFolder)
-                panel.setUrls({OpenPanel::urlForPath(folder, true)});
-            return OpenPanel::Response(response);
-        });
-        QCOMPARE(OutputFolderChooser::run(OutputFolderChooser::Origin(origin)), kept);
-        QCOMPARE(settings.contains(SettingKey::bookmarkData), kept);
-        QCOMPARE(settings.contains(SettingKey::outputPath), kept);
-        if (kept) {
-            QCOMPARE(settings.string(SettingKey::outputPath, {}), FileUrl::absoluteString(folder));
-            QCOMPARE(FolderBookmark::platform().resolve(settings.requiredData(SettingKey::bookmarkData))->toLocalFile(),
-                     folder + u'/');
-        }
-    }
-
-    void aBatchEndsWithALineOfWhatItDid()
+    // A line under the panels, and a notification for whoever is away from the window.
+    void aBatchTellsWhatItDid()
     {
         AppDelegate app;
         MainWindow *window = app.window();
         const auto batch = [&](const QStringList &names) {
+            f.desktop.calls.clear();
             f.choose(names);
             app.openFileMenuItem();
         };
-        const auto followLink = [&] {
+        const auto notifications = [&] { return f.desktop.calls.filter(QRegularExpression(u"^notify"_s)); };
+        const auto followed = [&](const std::function<void()> &follow) {
             f.desktop.calls.clear();
-            Q_EMIT window->findChild<QLabel *>(u"statusLine"_s)->linkActivated(QString());
+            follow();
             return f.desktop.calls;
         };
         const auto revealed
             = [&](const QString &name) { return QStringList{u"revealFile(\"%1/%2\", \"%1\")"_s.arg(f.out, name)}; };
+        QLabel *statusLine = window->findChild<QLabel *>(u"statusLine"_s);
+        const auto followLink = [&] { Q_EMIT statusLine->linkActivated(QString()); };
+
+        // The main window was never shown.
         batch({"Plain.key", "Newer.key", "My Talk.key", "Three.v2.key"});
         QCOMPARE(window->statusText(), u"3 presentations converted, 1 skipped · Show in Files"_s);
-        QCOMPARE(followLink(), revealed(u"Three.v2.key"_s));
-        // The name really written, not the package's.
-        batch({"Plain.key"});
-        QCOMPARE(window->statusText(), u"1 presentation converted · Show in Files"_s);
-        QCOMPARE(followLink(), revealed(u"Plain.1.key"_s));
-        // Until a batch that converts nothing.
-        batch({"Newer.key"});
-        QCOMPARE(window->statusText(), QString());
-        QVERIFY(window->findChild<QLabel *>(u"statusLine"_s)->isHidden());
-    }
-
-    void aNotificationTellsOnlyWhoIsAwayFromTheWindow()
-    {
-        AppDelegate app;
-        const auto notifications = [&] { return f.desktop.calls.filter(QRegularExpression(u"^notify"_s)); };
-        // The main window was never shown.
-        f.choose({"Plain.key", "notes.txt"});
-        app.openFileMenuItem();
         QTRY_COMPARE_WITH_TIMEOUT(
             notifications(),
-            QStringList{u"notify(\"Deckwright\", \"1 presentation converted, 1 skipped\", \"Show in Files\")"_s},
+            QStringList{u"notify(\"Deckwright\", \"3 presentations converted, 1 skipped\", \"Show in Files\")"_s},
             BatchFixture::patience);
-        f.desktop.calls.clear();
-        f.desktop.notificationAction();
-        QCOMPARE(f.desktop.calls, QStringList{u"revealFile(\"%1/Plain.key\", \"%1\")"_s.arg(f.out)});
+        QCOMPARE(followed(f.desktop.notificationAction), revealed(u"Three.v2.key"_s));
+        QCOMPARE(followed(followLink), revealed(u"Three.v2.key"_s));
 
+        // The name really written, not the package's; nothing for whoever looks at the window.
         app.showMainWindow();
-        f.desktop.calls.clear();
-        f.choose({"Plain.key"});
-        app.openFileMenuItem();
+        batch({"Plain.key"});
         // The desktop hands the focus back once the progress window is gone.
-        app.window()->activateWindow();
+        window->activateWindow();
+        QCOMPARE(window->statusText(), u"1 presentation converted · Show in Files"_s);
         // Timers of one interval fire in the order they were started: when
         // this one fires, the report has decided.
         bool decided = false;
         QTimer::singleShot(BatchReport::notificationDelay, [&] { decided = true; });
         QTRY_VERIFY_WITH_TIMEOUT(decided, BatchFixture::patience);
-        QVERIFY(app.window()->isActiveWindow());
+        QVERIFY(window->isActiveWindow());
         QCOMPARE(notifications(), QStringList());
-        QCOMPARE(f.outputs().size(), 2);
+        QCOMPARE(followed(followLink), revealed(u"Plain.1.key"_s));
+
+        // The line stays until a batch that converts nothing.
+        batch({"Newer.key"});
+        QCOMPARE(window->statusText(), QString());
+        QVERIFY(statusLine->isHidden());
     }
 
     void completionActions_data()

@@ -1,10 +1,10 @@
 #include "platform/freedesktop/FreedesktopDesktopServices.h"
 
+#include <QDBusConnection>
+#include <QDBusMessage>
 #include <QtTest>
 
 #ifdef DECKWRIGHT_HAVE_DBUS
-#include <QDBusConnection>
-#include <QDBusMessage>
 #endif
 
 namespace {

@@ -1,7 +1,7 @@
 #include "support/gui/RecordingDesktopServices.h"
 #include "widgets/HyperlinkTextField.h"
 
-#include <QTextDocument>
+#include <QtGui>
 #include <QtTest>
 
 using LinkRecord = HyperlinkTextField::LinkRecord;

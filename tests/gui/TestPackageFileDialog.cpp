@@ -1,10 +1,8 @@
 #include "support/PackageFactory.h"
 #include "widgets/PackageFileDialog.h"
 
-#include <QDialogButtonBox>
-#include <QPushButton>
-#include <QTemporaryDir>
-#include <QTest>
+#include <QtTest>
+#include <QtWidgets>
 
 class TestPackageFileDialog : public QObject
 {

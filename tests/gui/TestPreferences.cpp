@@ -5,13 +5,13 @@
 #include "gui/Preferences.h"
 #include "support/FatalTrap.h"
 #include "support/gui/BatchFixture.h"
-#include "ui_Preferences.h"
 
-#include <QDir>
 #include <QtTest>
+#include <QtWidgets>
+
+using namespace Qt::StringLiterals;
 
 namespace {
-
 // Holds what the store last synchronised: exactly what the pane wrote.
 struct MapBackend : SettingsBackend
 {
@@ -25,36 +25,19 @@ struct MapBackend : SettingsBackend
         saved = values;
         return true;
     }
-    QString location() const override { return "(test)"; }
+    QString location() const override { return u"(test)"_s; }
     QVariantMap saved;
 };
-
-// What the loaded pane shows, control by control.
-QString shown(Preferences &pane)
-{
-    pane.preferenceView();
-    const Ui::Preferences &ui = *pane.ui();
-    const auto state = [](const char *name, QCheckBox *box) {
-        return QLatin1String(name) + (box->isChecked() ? QLatin1String(" on") : QLatin1String(" off"));
-    };
-    return QStringList{ui.finishedActionCombo->currentText(),
-                       state("sound", ui.sendSoundButton),
-                       state("updates", ui.checkForUpdates),
-                       state("stop", ui.stopForErrors),
-                       ui.intervalCombo->currentText() + (ui.intervalCombo->isEnabled() ? "" : " (disabled)"),
-                       ui.outputPathChooserButton->text(),
-                       ui.archiveLayoutCombo->currentText().section(QLatin1Char(' '), 1, 1) + " layout"}
-        .join(", ");
-}
-
 } // namespace
 
+// The General pane: what it shows of the store, and what each control writes.
 class TestPreferences : public QObject
 {
     Q_OBJECT
 
     BatchFixture f; // for its folders and the open dialog's answers
     MapBackend *m_store = nullptr;
+    std::unique_ptr<Preferences> m_pane;
 
     void useStore(const QVariantMap &values = {})
     {
@@ -62,10 +45,35 @@ class TestPreferences : public QObject
         m_store = backend.get();
         SettingsStore::standard().useBackend(std::move(backend));
     }
+    template <typename Control>
+    Control *control(const QString &name)
+    {
+        return m_pane->preferenceView()->findChild<Control *>(name);
+    }
+    // What the loaded pane shows, control by control.
+    QString shown()
+    {
+        const auto state = [this](const char *name, const QString &box) {
+            return QLatin1String(name) + (control<QCheckBox>(box)->isChecked() ? u" on"_s : u" off"_s);
+        };
+        QComboBox *interval = control<QComboBox>(u"intervalCombo"_s);
+        return QStringList{control<QComboBox>(u"finishedActionCombo"_s)->currentText(),
+                           state("sound", u"sendSoundButton"_s),
+                           state("updates", u"checkForUpdates"_s),
+                           state("stop", u"stopForErrors"_s),
+                           interval->currentText() + (interval->isEnabled() ? u""_s : u" (disabled)"_s),
+                           control<QPushButton>(u"outputPathChooserButton"_s)->text(),
+                           control<QComboBox>(u"archiveLayoutCombo"_s)->currentText().section(u' ', 1, 1)
+                               + u" layout"_s}
+            .join(u", "_s);
+    }
 
 private Q_SLOTS:
-
-    void init() { useStore(); }
+    void init()
+    {
+        useStore();
+        m_pane = std::make_unique<Preferences>(nullptr);
+    }
 
     void storedValuesAreShownNotWritten_data()
     {
@@ -95,8 +103,7 @@ private Q_SLOTS:
     {
         QFETCH(QVariantMap, values);
         useStore(values);
-        Preferences pane(nullptr);
-        QTEST(shown(pane), "controls");
+        QTEST(shown(), "controls");
         QCOMPARE(m_store->saved, values);
     }
 
@@ -105,31 +112,29 @@ private Q_SLOTS:
         QTest::addColumn<QString>("control");
         QTest::addColumn<QString>("item"); // for a check box: "off" is one click, "on" a second one
         QTest::addColumn<QVariantMap>("written");
-        QTest::newRow("completion") << QString("finishedActionCombo") << "Show in Finder"
+        const QString interval = u"intervalCombo"_s, layout = u"archiveLayoutCombo"_s;
+        QTest::newRow("completion") << u"finishedActionCombo"_s << "Show in Finder"
                                     << QVariantMap{{"completedAction", "Show in Finder"}};
-        QTest::newRow("Day") << QString("intervalCombo") << "Day" << QVariantMap{{"updateInterval", qint64(86400)}};
-        QTest::newRow("Week") << QString("intervalCombo") << "Week" << QVariantMap{{"updateInterval", qint64(604800)}};
+        QTest::newRow("Day") << interval << "Day" << QVariantMap{{"updateInterval", qint64(86400)}};
+        QTest::newRow("Week") << interval << "Week" << QVariantMap{{"updateInterval", qint64(604800)}};
         QTest::newRow("Year, which shows as Month")
-            << QString("intervalCombo") << "Year" << QVariantMap{{"updateInterval", qint64(2419200)}};
-        QTest::newRow("Month writes nothing") << QString("intervalCombo") << "Month" << QVariantMap();
+            << interval << "Year" << QVariantMap{{"updateInterval", qint64(2419200)}};
+        QTest::newRow("Month writes nothing") << interval << "Month" << QVariantMap();
         QTest::newRow("Keynote '09's layout")
-            << QString("archiveLayoutCombo") << "As Keynote '09 writes it (opens in LibreOffice)"
-            << QVariantMap{{"archiveLayout", "root"}};
-        QTest::newRow("Deckwright's layout") << QString("archiveLayoutCombo") << "As Deckwright has always written it"
-                                             << QVariantMap{{"archiveLayout", "reference"}};
-        QTest::newRow("sound off") << QString("sendSoundButton") << "off" << QVariantMap{{"playSound", "false"}};
-        QTest::newRow("sound on") << QString("sendSoundButton") << "on" << QVariantMap{{"playSound", "true"}};
-        QTest::newRow("updates off") << QString("checkForUpdates") << "off" << QVariantMap{{"checkUpdates", "false"}};
-        QTest::newRow("stop off") << QString("stopForErrors") << "off" << QVariantMap{{"stopForErrors", "false"}};
+            << layout << "As Keynote '09 writes it (opens in LibreOffice)" << QVariantMap{{"archiveLayout", "root"}};
+        QTest::newRow("Deckwright's layout")
+            << layout << "As Deckwright has always written it" << QVariantMap{{"archiveLayout", "reference"}};
+        QTest::newRow("sound off") << u"sendSoundButton"_s << "off" << QVariantMap{{"playSound", "false"}};
+        QTest::newRow("sound on") << u"sendSoundButton"_s << "on" << QVariantMap{{"playSound", "true"}};
+        QTest::newRow("updates off") << u"checkForUpdates"_s << "off" << QVariantMap{{"checkUpdates", "false"}};
+        QTest::newRow("stop off") << u"stopForErrors"_s << "off" << QVariantMap{{"stopForErrors", "false"}};
     }
 
     void controlsWriteExactValues()
     {
         QFETCH(QString, control);
         QFETCH(QString, item);
-        Preferences pane(nullptr);
-        QWidget *widget = pane.preferenceView()->findChild<QWidget *>(control);
-        QVERIFY(widget);
+        QWidget *widget = this->control<QWidget>(control);
         if (auto *combo = qobject_cast<QComboBox *>(widget)) {
             if (combo->findText(item) < 0)
                 combo->addItem(item); // a sender text the form does not offer
@@ -138,66 +143,68 @@ private Q_SLOTS:
             combo->setCurrentIndex(index > 0 ? index - 1 : index + 1);
             QTest::keyClick(combo, index > 0 ? Qt::Key_Down : Qt::Key_Up);
         } else {
-            if (item == QLatin1String("on"))
+            if (item == u"on"_s)
                 QTest::keyClick(widget, Qt::Key_Space);
             QTest::keyClick(widget, Qt::Key_Space);
         }
         QTEST(m_store->saved, "written");
         // The interval matters only while automatic checks are on.
-        QCOMPARE(pane.ui()->intervalCombo->isEnabled(), control != QLatin1String("checkForUpdates") || item == "on");
+        QComboBox *interval = this->control<QComboBox>(u"intervalCombo"_s);
+        QCOMPARE(interval->isEnabled(), control != u"checkForUpdates"_s || item == u"on"_s);
         // Year is shown as what it stores, 2419200, is read: Month.
-        if (item == QLatin1String("Year"))
-            QCOMPARE(pane.ui()->intervalCombo->currentText(), QStringLiteral("Month"));
+        QVERIFY(item != u"Year"_s || interval->currentText() == u"Month"_s);
     }
 
-    void unusableValuesAreFatalOnLoad()
+    void anOutputFolderThatIsNoURLIsFatal()
     {
-        useStore({{"updateInterval", "86400"}});
-        Preferences wrongKind(nullptr);
-        QVERIFY_FATAL(wrongKind.preferenceView(), "updateInterval");
         useStore({{"outputPath", "file:///Users/ann/Out%FF/"}});
-        Preferences badEscape(nullptr);
-        QVERIFY_FATAL(badEscape.preferenceView(), "Out%FF");
+        QVERIFY_FATAL(m_pane->preferenceView(), "Out%FF");
     }
 
+    // The pane goes by the answer: a folder held when the chooser is
+    // cancelled is not taken. A folder taken is written and shown at once.
     void outputFolderButtonWritesAndRetitlesAtOnce()
     {
-        const QString folder = f.work("Out Files");
+        const QString folder = f.work(u"Out Files"_s);
         QVERIFY(QDir().mkpath(folder));
+        f.cancel(folder);
         f.choose({folder});
-        Preferences pane(nullptr);
-        pane.preferenceView();
-        QTest::mouseClick(pane.ui()->outputPathChooserButton, Qt::LeftButton);
-        QCOMPARE(pane.ui()->outputPathChooserButton->text(), QStringLiteral("Out Files"));
-        QVERIFY(m_store->saved.value(SettingKey::outputPath).toString().endsWith(QLatin1String("/Out%20Files/")));
-        QVERIFY(m_store->saved.contains(SettingKey::bookmarkData));
+        QPushButton *button = control<QPushButton>(u"outputPathChooserButton"_s);
+        QTest::mouseClick(button, Qt::LeftButton);
+        QCOMPARE(m_store->saved, QVariantMap());
+        QCOMPARE(button->text(), u"Not Set"_s);
+        QTest::mouseClick(button, Qt::LeftButton);
+        QCOMPARE(button->text(), u"Out Files"_s);
+        QCOMPARE(m_store->saved.value(SettingKey::outputPath).toString(), FileUrl::absoluteString(folder));
+        QCOMPARE(FolderBookmark::platform()
+                     .resolve(m_store->saved.value(SettingKey::bookmarkData).toByteArray())
+                     ->toLocalFile(),
+                 folder + u'/');
         // Asked again, it opens in that very folder, so that "Use" keeps it.
-        QTest::mouseClick(pane.ui()->outputPathChooserButton, Qt::LeftButton);
+        QTest::mouseClick(button, Qt::LeftButton);
         QCOMPARE(QDir::cleanPath(f.panels.last().directory()), folder);
     }
 
     void aGoneOutputFolderShowsAsMissingWhenThePaneComesBack()
     {
-        const QString folder = f.work("Going Soon");
+        const QString folder = f.work(u"Going Soon"_s);
         QVERIFY(QDir().mkpath(folder));
         useStore({{SettingKey::outputPath, FileUrl::absoluteString(folder)},
                   {SettingKey::bookmarkData, *FolderBookmark::platform().create(QUrl::fromLocalFile(folder))}});
-        Preferences pane(nullptr);
-        QWidget *view = pane.preferenceView();
-        QPushButton *button = pane.ui()->outputPathChooserButton;
+        QWidget *view = m_pane->preferenceView();
+        QPushButton *button = control<QPushButton>(u"outputPathChooserButton"_s);
         const auto showsWarning = [button] {
             const QIcon warning = button->style()->standardIcon(QStyle::SP_MessageBoxWarning);
             return button->icon().pixmap(16).toImage() == warning.pixmap(16).toImage();
         };
         view->show();
-        QCOMPARE(button->text(), QStringLiteral("Going Soon"));
+        QCOMPARE(button->text(), u"Going Soon"_s);
         QCOMPARE(button->toolTip(), folder);
         QVERIFY(!showsWarning());
-
         view->hide();
         QVERIFY(QDir(folder).removeRecursively());
         view->show();
-        QCOMPARE(button->text(), QStringLiteral("Going Soon (missing)"));
+        QCOMPARE(button->text(), u"Going Soon (missing)"_s);
         QVERIFY(button->toolTip().startsWith(folder));
         QVERIFY(showsWarning());
     }

@@ -4,10 +4,7 @@
 #include "support/gui/AlertRecorder.h"
 #include "support/gui/RecordingDesktopServices.h"
 
-#include <QDateTime>
-#include <QSignalSpy>
-#include <QTcpServer>
-#include <QTcpSocket>
+#include <QtNetwork>
 #include <QtTest>
 
 namespace {

@@ -1,13 +1,7 @@
 #include "support/PackageFactory.h"
 #include "support/Program.h"
 
-#include <QDir>
-#include <QFile>
-#include <QRegularExpression>
-#include <QStandardPaths>
-#include <QTemporaryDir>
-#include <QTest>
-#include <QUrl>
+#include <QtTest>
 
 using namespace Qt::StringLiterals;
 
@@ -27,7 +21,7 @@ private Q_SLOTS:
     {
         QVERIFY(m_work.isValid());
         m_package = PackageFactory(m_work.filePath(u"in"_s))
-                        .make(u"Talk.key"_s, PackageFactory::keynoteFourPresentation(kSlides));
+                        .make(u"Talk.key"_s, PackageFactory::keynoteFourDocument(u"Talk"_s, kSlides));
     }
 
     // What each layout holds is the converter's test; here the reader has its

@@ -11,7 +11,7 @@ QByteArray Archive::unzip(const QStringList &arguments) const
     process.start(QStringLiteral("unzip"), arguments);
     process.waitForFinished(-1);
     return process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0 ? process.readAllStandardOutput()
-                                                                                     : QByteArray();
+                                                                                   : QByteArray();
 }
 
 QStringList Archive::names() const
@@ -46,7 +46,8 @@ QMap<QByteArray, QByteArray> Archive::packageFiles(QByteArray *packageFolder) co
     QProcess::execute(QStringLiteral("rm"), {QStringLiteral("-rf"), into.path()});
     QByteArray top;
     for (auto it = all.begin(); it != all.end(); ++it) {
-        if ((it.key() == "index.apxl" || it.key().endsWith("/index.apxl")) && (top.isEmpty() || it.key().size() < top.size()))
+        if ((it.key() == "index.apxl" || it.key().endsWith("/index.apxl"))
+            && (top.isEmpty() || it.key().size() < top.size()))
             top = it.key();
     }
     top.chop(qstrlen("index.apxl"));

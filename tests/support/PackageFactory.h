@@ -4,29 +4,25 @@
 #include <QMap>
 #include <QString>
 
-// Builds Keynote '08 packages in a folder for tests and benchmarks: a folder
-// NAME.key with a gzip-compressed index.apxl carrying the version tag, and
-// media files beside it.
+// Builds Keynote '08 packages in a folder for tests: a folder NAME.key with a
+// gzip-compressed index.apxl carrying the version tag, and media beside it.
 class PackageFactory
 {
 public:
     explicit PackageFactory(QString folder);
 
-    static QByteArray keynoteFourDocument(const QString &title = QStringLiteral("Talk"));
-    static QByteArray keynoteFiveDocument();
     // A Keynote '08 document that a real reader (LibreOffice Impress, through
-    // libetonyek) loads once converted: one page per slide, each slide showing
-    // the title "Slide N".
-    static QByteArray keynoteFourPresentation(int slides);
+    // libetonyek) loads once converted: one page per slide, each showing
+    // "Slide N", and the title kept in its attributes.
+    static QByteArray keynoteFourDocument(const QString &title = QStringLiteral("Talk"), int slides = 1);
+    static QByteArray keynoteFiveDocument();
 
     // Returns the package's path. files: relative path -> content, besides index.apxl.gz.
     QString make(const QString &name, const QByteArray &document = keynoteFourDocument(),
                  const QMap<QString, QByteArray> &files = defaultMedia()) const;
-    // A package without its document.
     QString makeWithoutIndex(const QString &name) const;
     // A package whose document is stored as given, not compressed.
     QString makeWithRawIndex(const QString &name, const QByteArray &gzBytes) const;
-
     // A package with Data/media.bin of incompressible bytes, written in chunks.
     QString makeLarge(const QString &name, qint64 mediaBytes, quint32 seed,
                       const QByteArray &document = keynoteFourDocument()) const;
@@ -35,7 +31,6 @@ public:
     static QByteArray gzip(const QByteArray &data);
     // Bytes that deflate cannot shrink, like photos and movies; the same for the same seed.
     static QByteArray noise(qint64 size, quint32 seed);
-    static bool writeNoise(const QString &path, qint64 size, quint32 seed);
 
 private:
     QString m_folder;

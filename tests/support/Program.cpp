@@ -14,16 +14,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-QStringList Finished::lines() const
-{
-    return QString::fromUtf8(out).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
-}
-
-QString Finished::firstErrorLine() const
-{
-    return QString::fromUtf8(err).section(QLatin1Char('\n'), 0, 0);
-}
-
 Program::Program(const QString &folder)
     : env(QProcessEnvironment::systemEnvironment())
     , m_folder(folder)
@@ -66,8 +56,8 @@ std::unique_ptr<QProcess> Program::start(const QStringList &command, As as) cons
 {
     QStringList line = command;
     if (as == Nobody && ::geteuid() == 0)
-        line = QStringList{QStringLiteral("setpriv"), QStringLiteral("--reuid=nobody"), QStringLiteral("--regid=nogroup"),
-                           QStringLiteral("--clear-groups")}
+        line = QStringList{QStringLiteral("setpriv"), QStringLiteral("--reuid=nobody"),
+                           QStringLiteral("--regid=nogroup"), QStringLiteral("--clear-groups")}
                + command;
     auto process = std::make_unique<QProcess>();
     process->setProcessEnvironment(env);
@@ -151,9 +141,8 @@ QList<RunningProcess> Program::mentioning(const QByteArray &text)
 
 QList<RunningProcess> Program::leftovers() const
 {
-    const QByteArray folder = QFile::encodeName(m_folder);
     QElapsedTimer waited;
-    for (waited.start(); !mentioning(folder).isEmpty() && waited.elapsed() < 60000;)
+    for (waited.start(); !mentioning(QFile::encodeName(m_folder)).isEmpty() && waited.elapsed() < 60000;)
         QThread::msleep(50);
-    return mentioning(folder);
+    return mentioning(QFile::encodeName(m_folder));
 }

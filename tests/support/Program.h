@@ -11,13 +11,13 @@
 // What a program run left to look at.
 struct Finished
 {
-    bool ended = false; // false: still running at the deadline, and killed
+    bool ended = false; // false: still running at the limit, and killed
     int status = -1;    // the exit status; -1 when a signal ended it
     int signal = 0;     // the signal that ended it
     QByteArray out, err;
 
-    QStringList lines() const; // standard output's lines, as UTF-8
-    QString firstErrorLine() const;
+    QStringList lines() const { return QString::fromUtf8(out).split(QLatin1Char('\n'), Qt::SkipEmptyParts); }
+    QString firstErrorLine() const { return QString::fromUtf8(err).section(QLatin1Char('\n'), 0, 0); }
 };
 
 // A process seen in /proc.
@@ -51,19 +51,17 @@ public:
     // The limit only keeps a hang from stalling the suite; it kills the whole group.
     Finished run(const QStringList &command, As as = Me, int limitMs = 240000) const;
     static Finished finish(QProcess &process, int limitMs = 240000);
+    // Waits until the condition holds while the process runs (four minutes
+    // at most, the limit of a hang); whether it holds.
+    static bool waitUntil(QProcess &process, const std::function<bool()> &condition);
 
     // Runs a setup script with sh -e in the folder, the variables in its
     // environment; says what went wrong when it fails.
     static bool sh(const QString &script, const QString &folder, const QMap<QString, QString> &variables = {});
 
-    // Waits until the condition holds while the process runs (or for four
-    // minutes, the limit of a hang); whether it holds.
-    static bool waitUntil(QProcess &process, const std::function<bool()> &condition);
-
     // The processes whose command line mentions the text, this one excepted.
     static QList<RunningProcess> mentioning(const QByteArray &text);
-    // What still runs that mentions this folder, once the processes that are
-    // ending have ended (or after a minute).
+    // What still runs that mentions this folder, once what is ending has ended (a minute at most).
     QList<RunningProcess> leftovers() const;
 
     QString runtime() const { return m_folder + QStringLiteral("/runtime"); }

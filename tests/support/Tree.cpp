@@ -22,7 +22,8 @@ QByteArray hashOf(const QByteArray &path)
 Tree Tree::of(const QString &root, Detail detail)
 {
     QProcess find;
-    find.start(QStringLiteral("find"), {QStringLiteral("-H"), root, QStringLiteral("-printf"), QStringLiteral("%P\\0%M\\0%l\\0%s %T@ %C@\\0")});
+    find.start(QStringLiteral("find"),
+               {QStringLiteral("-H"), root, QStringLiteral("-printf"), QStringLiteral("%P\\0%M\\0%l\\0%s %T@ %C@\\0")});
     find.waitForFinished(-1);
     const QList<QByteArray> fields = find.readAllStandardOutput().split('\0');
     const QByteArray base = QFile::encodeName(root) + '/';

@@ -53,6 +53,16 @@ void BatchFixture::choose(const QStringList &names)
     });
 }
 
+void BatchFixture::cancel(const QString &holding)
+{
+    const QString folder = holding.isEmpty() ? QString() : in(holding);
+    answers.push_back([folder](OpenPanel &panel) {
+        if (!folder.isEmpty())
+            panel.setUrls({OpenPanel::urlForPath(folder, true)});
+        return OpenPanel::CancelResponse;
+    });
+}
+
 void BatchFixture::runBatch(const QStringList &names)
 {
     // The open dialog comes first, before any dialog whose answer is queued already.

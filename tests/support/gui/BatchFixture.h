@@ -38,10 +38,8 @@ public:
     QString work(const QString &name) const { return m_work.filePath(name); }
     // The next open dialog answers OK with these paths (see in()).
     void choose(const QStringList &names);
-    void cancel()
-    {
-        answers.push_back([](OpenPanel &) { return OpenPanel::CancelResponse; });
-    }
+    // The next open dialog is cancelled, with the folder (see in()) selected if one is given.
+    void cancel(const QString &holding = {});
     // One batch of these packages through a fresh application, as if chosen
     // in its open dialog; later dialogs take the answers queued before.
     void runBatch(const QStringList &names);
