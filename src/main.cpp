@@ -1,5 +1,6 @@
 #include "cli/CheckCommand.h"
 #include "cli/ConvertCommand.h"
+#include "cli/Usage.h"
 #include "core/Fatal.h"
 #include "core/ScratchRun.h"
 #include "core/SettingsStore.h"
@@ -76,17 +77,12 @@ const QSet<QString> &qtFlags()
     return names;
 }
 
-int usageError(const QString &reason)
-{
-    QTextStream(stderr) << "deckwright: " << reason << "\nTry 'deckwright --help'.\n";
-    return 2;
-}
-
 // Checks the desktop application's command line before Qt sees it, so that
 // a mistake gets a usage error instead of a window, or of an abort inside Qt
 // where there is no display.
 int checkDesktopArguments(int argc, char *argv[])
 {
+    QTextStream err(stderr);
     bool optionsEnded = false;
     bool platformGiven = false;
     for (int i = 1; i < argc; ++i) {
@@ -96,6 +92,7 @@ int checkDesktopArguments(int argc, char *argv[])
             if (!optionsEnded && i == 1 && !argument.contains(QLatin1Char('/')) && !argument.contains(QLatin1Char('.'))
                 && !QFileInfo::exists(argument))
                 return usageError(
+                    err, {},
                     QStringLiteral("'%1' is neither a command nor a file (the commands are 'convert' and 'check')")
                         .arg(argument));
             continue;
@@ -115,7 +112,7 @@ int checkDesktopArguments(int argc, char *argv[])
             continue;
         }
         if (!qtFlags().contains(name))
-            return usageError(QStringLiteral("unknown option %1").arg(argument));
+            return usageError(err, {}, QStringLiteral("unknown option %1").arg(argument));
     }
     // Without a display Qt would abort; say what to do instead.
     if (!platformGiven && QSysInfo::kernelType() == QLatin1String("linux")
@@ -171,6 +168,7 @@ int runDesktop(int argc, char *argv[])
     }
 
     // Qt has taken its own options; what is left are packages.
+    QTextStream err(stderr);
     QStringList packages;
     const QStringList arguments = QCoreApplication::arguments().mid(1);
     bool optionsEnded = false;
@@ -178,7 +176,7 @@ int runDesktop(int argc, char *argv[])
         if (!optionsEnded && argument == QLatin1String("--")) {
             optionsEnded = true;
         } else if (!optionsEnded && argument.startsWith(QLatin1Char('-'))) {
-            return usageError(QStringLiteral("unknown option %1").arg(argument));
+            return usageError(err, {}, QStringLiteral("unknown option %1").arg(argument));
         } else {
             packages.append(QFileInfo(argument).absoluteFilePath());
         }
