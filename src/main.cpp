@@ -187,12 +187,8 @@ int runDesktop(int argc, char *argv[])
         return 0;
 
     Fatal::setAlertHandler([](const QString &reason) {
-        Alert alert;
-        alert.setStyle(Alert::Critical);
-        alert.addButton(QStringLiteral("Quit"));
-        alert.setMessageText(QStringLiteral("Deckwright has to quit."));
-        alert.setInformativeText(reason.left(1).toUpper() + reason.mid(1) + QLatin1Char('.'));
-        alert.runModal();
+        Alert::show(Alert::Critical, QStringLiteral("Deckwright has to quit."),
+                    reason.left(1).toUpper() + reason.mid(1) + QLatin1Char('.'), nullptr, {}, QStringLiteral("Quit"));
     });
 
     AppDelegate delegate;
