@@ -1,5 +1,6 @@
 #include "cli/CheckCommand.h"
 #include "cli/ConvertCommand.h"
+#include "cli/Usage.h"
 #include "core/Fatal.h"
 #include "core/ScratchRun.h"
 #include "core/SettingsStore.h"
@@ -13,7 +14,6 @@
 #include <QCoreApplication>
 #include <QFileInfo>
 #include <QIcon>
-#include <QSet>
 #include <QSocketNotifier>
 #include <QSysInfo>
 #include <QTextStream>
@@ -44,86 +44,38 @@ QString mainUsage()
         "  -v, --version  show the version\n");
 }
 
-// Qt's own options, which the desktop application takes before anything
-// else sees the command line: those that take a value, and those that do not.
-const QSet<QString> &qtOptionsWithValue()
+// Whether Qt knows where to show a window. On Linux that is a display named
+// in the environment, or a platform named on the command line (Qt reads
+// -platform wherever it stands). Without either Qt would abort.
+bool hasDisplay(int argc, char *argv[])
 {
-    static const QSet<QString> names{QStringLiteral("platform"),
-                                     QStringLiteral("platformpluginpath"),
-                                     QStringLiteral("platformtheme"),
-                                     QStringLiteral("plugin"),
-                                     QStringLiteral("qwindowgeometry"),
-                                     QStringLiteral("qwindowicon"),
-                                     QStringLiteral("qwindowtitle"),
-                                     QStringLiteral("session"),
-                                     QStringLiteral("style"),
-                                     QStringLiteral("stylesheet"),
-                                     QStringLiteral("display"),
-                                     QStringLiteral("geometry"),
-                                     QStringLiteral("title"),
-                                     QStringLiteral("name"),
-                                     QStringLiteral("visual"),
-                                     QStringLiteral("ncols"),
-                                     QStringLiteral("cmap")};
-    return names;
+    if (QSysInfo::kernelType() != QLatin1String("linux"))
+        return true;
+    if (!qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") || !qEnvironmentVariableIsEmpty("DISPLAY")
+        || !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY"))
+        return true;
+    for (int i = 1; i + 1 < argc; ++i) {
+        if (qstrcmp(argv[i], "-platform") == 0 || qstrcmp(argv[i], "--platform") == 0)
+            return true;
+    }
+    return false;
 }
 
-const QSet<QString> &qtFlags()
-{
-    static const QSet<QString> names{QStringLiteral("reverse"),     QStringLiteral("widgetcount"),
-                                     QStringLiteral("nograb"),      QStringLiteral("dograb"),
-                                     QStringLiteral("testability"), QStringLiteral("qmljsdebugger")};
-    return names;
-}
-
-int usageError(const QString &reason)
-{
-    QTextStream(stderr) << "deckwright: " << reason << "\nTry 'deckwright --help'.\n";
-    return 2;
-}
-
-// Checks the desktop application's command line before Qt sees it, so that
-// a mistake gets a usage error instead of a window, or of an abort inside Qt
-// where there is no display.
-int checkDesktopArguments(int argc, char *argv[])
+// Reads what Qt has left of the desktop application's command line: the
+// packages, which it adds to packages, or an unknown option, a usage error
+// whose status it returns.
+int takePackages(QStringList &packages)
 {
     bool optionsEnded = false;
-    bool platformGiven = false;
-    for (int i = 1; i < argc; ++i) {
-        const QString argument = QString::fromLocal8Bit(argv[i]);
-        if (optionsEnded || argument == QLatin1String("-") || !argument.startsWith(QLatin1Char('-'))) {
-            // The first word is a command when it is not a file: a misspelt one is no package.
-            if (!optionsEnded && i == 1 && !argument.contains(QLatin1Char('/')) && !argument.contains(QLatin1Char('.'))
-                && !QFileInfo::exists(argument))
-                return usageError(
-                    QStringLiteral("'%1' is neither a command nor a file (the commands are 'convert' and 'check')")
-                        .arg(argument));
-            continue;
-        }
-        if (argument == QLatin1String("--")) {
+    for (const QString &argument : QCoreApplication::arguments().mid(1)) {
+        if (!optionsEnded && argument == QLatin1String("--")) {
             optionsEnded = true;
-            continue;
+        } else if (!optionsEnded && argument.startsWith(QLatin1Char('-'))) {
+            QTextStream err(stderr);
+            return usageError(err, {}, QStringLiteral("unknown option %1").arg(argument));
+        } else {
+            packages.append(QFileInfo(argument).absoluteFilePath());
         }
-        QString name = argument.mid(argument.startsWith(QLatin1String("--")) ? 2 : 1);
-        const bool hasValue = name.contains(QLatin1Char('='));
-        name = name.section(QLatin1Char('='), 0, 0);
-        if (name == QLatin1String("platform"))
-            platformGiven = true;
-        if (qtOptionsWithValue().contains(name)) {
-            if (!hasValue)
-                ++i;
-            continue;
-        }
-        if (!qtFlags().contains(name))
-            return usageError(QStringLiteral("unknown option %1").arg(argument));
-    }
-    // Without a display Qt would abort; say what to do instead.
-    if (!platformGiven && QSysInfo::kernelType() == QLatin1String("linux")
-        && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM") && qEnvironmentVariableIsEmpty("DISPLAY")
-        && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
-        QTextStream(stderr) << "deckwright: there is no display to show the window on; "
-                               "'deckwright convert --output DIR PACKAGE...' converts without one.\n";
-        return 1;
     }
     return 0;
 }
@@ -142,10 +94,29 @@ int runCommand(int argc, char *argv[], int (*command)(const QStringList &, QText
 
 int runDesktop(int argc, char *argv[])
 {
-    if (const int status = checkDesktopArguments(argc, argv))
-        return status;
+    // Qt takes its own options (-style, -reverse, -platform, ...) off the
+    // command line as the application is made, and what it leaves is ours:
+    // no list of Qt's options is kept here to fall behind Qt's own. Where
+    // there is no display, the application is made on the offscreen platform
+    // all the same, only to read the command line: a mistake in it is still a
+    // usage error, and anything else is told there is no display.
+    const bool display = hasDisplay(argc, argv);
+    if (!display) {
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+        // What that platform says of itself (no runtime folder, say) is no
+        // concern of the person's, who is only told what went wrong.
+        qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+    }
     StopRequest::installSignalHandlers();
     QApplication app(argc, argv);
+    QStringList packages;
+    if (const int status = takePackages(packages))
+        return status;
+    if (!display) {
+        QTextStream(stderr) << "deckwright: there is no display to show the window on; "
+                               "'deckwright convert --output DIR PACKAGE...' converts without one.\n";
+        return 1;
+    }
     // No display name of its own: Qt would append it to every window's title,
     // and "General" or "Choose Folder To Save To" are whole titles. The main
     // window is titled "Deckwright", and the task bar knows the program by its
@@ -170,31 +141,13 @@ int runDesktop(int argc, char *argv[])
         });
     }
 
-    // Qt has taken its own options; what is left are packages.
-    QStringList packages;
-    const QStringList arguments = QCoreApplication::arguments().mid(1);
-    bool optionsEnded = false;
-    for (const QString &argument : arguments) {
-        if (!optionsEnded && argument == QLatin1String("--")) {
-            optionsEnded = true;
-        } else if (!optionsEnded && argument.startsWith(QLatin1Char('-'))) {
-            return usageError(QStringLiteral("unknown option %1").arg(argument));
-        } else {
-            packages.append(QFileInfo(argument).absoluteFilePath());
-        }
-    }
-
     SingleInstance instance;
     if (instance.forwardToRunningInstance(packages))
         return 0;
 
     Fatal::setAlertHandler([](const QString &reason) {
-        Alert alert;
-        alert.setStyle(Alert::Critical);
-        alert.addButton(QStringLiteral("Quit"));
-        alert.setMessageText(QStringLiteral("Deckwright has to quit."));
-        alert.setInformativeText(reason.left(1).toUpper() + reason.mid(1) + QLatin1Char('.'));
-        alert.runModal();
+        Alert::show(Alert::Critical, QStringLiteral("Deckwright has to quit."),
+                    reason.left(1).toUpper() + reason.mid(1) + QLatin1Char('.'), nullptr, {}, QStringLiteral("Quit"));
     });
 
     AppDelegate delegate;
@@ -229,6 +182,14 @@ int main(int argc, char *argv[])
     if (first == QLatin1String("-v") || first == QLatin1String("--version")) {
         QTextStream(stdout) << "Deckwright " << BuildConfig::version << "\n";
         return 0;
+    }
+    // The first word is a command when it is not a file: a misspelt one is no package.
+    if (argc > 1 && (first == QLatin1String("-") || !first.startsWith(QLatin1Char('-')))
+        && !first.contains(QLatin1Char('/')) && !first.contains(QLatin1Char('.')) && !QFileInfo::exists(first)) {
+        QTextStream err(stderr);
+        return usageError(
+            err, {},
+            QStringLiteral("'%1' is neither a command nor a file (the commands are 'convert' and 'check')").arg(first));
     }
     return runDesktop(argc, argv);
 }

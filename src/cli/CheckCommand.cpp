@@ -1,5 +1,6 @@
 #include "cli/CheckCommand.h"
 
+#include "cli/Usage.h"
 #include "core/DiskSpace.h"
 #include "core/PackageCheck.h"
 #include "core/PackageSearch.h"
@@ -37,14 +38,6 @@ QString CheckCommand::usage()
 }
 
 namespace {
-int usageError(QTextStream &err, const QString &reason)
-{
-    err << "deckwright check: " << reason << "\n"
-        << "Try 'deckwright check --help'.\n";
-    err.flush();
-    return CheckCommand::UsageError;
-}
-
 QString line(const QString &shown, const PackageCheck::Verdict &verdict)
 {
     QString text;
@@ -72,6 +65,7 @@ QString line(const QString &shown, const PackageCheck::Verdict &verdict)
 
 int CheckCommand::run(const QStringList &arguments, QTextStream &out, QTextStream &err)
 {
+    const auto refuse = [&err](const QString &reason) { return usageError(err, QStringLiteral("check"), reason); };
     QCommandLineParser parser;
     parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsCompactedShortOptions);
     const QCommandLineOption helpOption({QStringLiteral("h"), QStringLiteral("help")},
@@ -81,7 +75,7 @@ int CheckCommand::run(const QStringList &arguments, QTextStream &out, QTextStrea
                                  QStringLiteral("PATH..."));
     // The parser expects the program name first.
     if (!parser.parse(QStringList{QStringLiteral("deckwright check")} + arguments))
-        return usageError(err, parser.errorText());
+        return refuse(parser.errorText());
     if (parser.isSet(helpOption)) {
         out << usage();
         out.flush();
@@ -89,7 +83,7 @@ int CheckCommand::run(const QStringList &arguments, QTextStream &out, QTextStrea
     }
     const QStringList paths = parser.positionalArguments();
     if (paths.isEmpty())
-        return usageError(err, QStringLiteral("no path given"));
+        return refuse(QStringLiteral("no path given"));
 
     int status = AllConvertible;
     for (const QString &path : paths) {

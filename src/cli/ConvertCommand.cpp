@@ -3,6 +3,7 @@
 #include "cli/ConvertJobs.h"
 #include "cli/ConvertOutcome.h"
 #include "cli/ConvertWorker.h"
+#include "cli/Usage.h"
 #include "core/Converter.h"
 #include "core/FileUrl.h"
 #include "core/FolderBookmark.h"
@@ -84,18 +85,9 @@ QString ConvertCommand::usage()
         "conversions under way are undone and the command ends by that signal.\n");
 }
 
-namespace {
-int usageError(QTextStream &err, const QString &reason)
-{
-    err << "deckwright convert: " << reason << "\n"
-        << "Try 'deckwright convert --help'.\n";
-    err.flush();
-    return ConvertCommand::UsageError;
-}
-} // namespace
-
 int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStream &err)
 {
+    const auto refuse = [&err](const QString &reason) { return usageError(err, QStringLiteral("convert"), reason); };
     QCommandLineParser parser;
     parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsCompactedShortOptions);
     const QCommandLineOption outputOption({QStringLiteral("o"), QStringLiteral("output")},
@@ -124,7 +116,7 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
                                  QStringLiteral("PACKAGE_OR_FOLDER..."));
     // The parser expects the program name first.
     if (!parser.parse(QStringList{QStringLiteral("deckwright convert")} + arguments))
-        return usageError(err, parser.errorText());
+        return refuse(parser.errorText());
     if (parser.isSet(helpOption)) {
         out << usage();
         out.flush();
@@ -132,40 +124,40 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
     }
     const QStringList outputs = parser.values(outputOption);
     if (outputs.size() > 1)
-        return usageError(err, QStringLiteral("only one output folder can be given"));
+        return refuse(QStringLiteral("only one output folder can be given"));
     const QString outputDir = outputs.isEmpty() ? QString() : outputs.first();
     const QStringList packages = parser.positionalArguments();
     const bool worker = parser.isSet(workerOption);
     bool jobsIsNumber = false;
     const int jobs = parser.value(jobsOption).toInt(&jobsIsNumber);
     if (!jobsIsNumber || jobs < 1)
-        return usageError(
-            err, QStringLiteral("--jobs needs a whole number of at least 1, not '%1'").arg(parser.value(jobsOption)));
+        return refuse(
+            QStringLiteral("--jobs needs a whole number of at least 1, not '%1'").arg(parser.value(jobsOption)));
     if (outputDir.isEmpty())
-        return usageError(err, QStringLiteral("no output folder given (--output DIR)"));
+        return refuse(QStringLiteral("no output folder given (--output DIR)"));
     if (packages.isEmpty() && !worker)
-        return usageError(err, QStringLiteral("no package given"));
+        return refuse(QStringLiteral("no package given"));
     if (!packages.isEmpty() && worker)
-        return usageError(err, QStringLiteral("a worker takes its packages on standard input"));
+        return refuse(QStringLiteral("a worker takes its packages on standard input"));
     const QStringList layouts = parser.values(layoutOption);
     const QString layout
         = layouts.isEmpty() ? Converter::layoutName(Converter::ArchiveLayout::Reference) : layouts.last();
     if (layout != Converter::layoutName(Converter::ArchiveLayout::Reference)
         && layout != Converter::layoutName(Converter::ArchiveLayout::PackageAtRoot))
-        return usageError(err, QStringLiteral("unknown layout '%1' (reference or root)").arg(layout));
+        return refuse(QStringLiteral("unknown layout '%1' (reference or root)").arg(layout));
     const QFileInfo dirInfo(outputDir);
     if (!dirInfo.exists())
-        return usageError(err, QStringLiteral("the output folder %1 does not exist").arg(outputDir));
+        return refuse(QStringLiteral("the output folder %1 does not exist").arg(outputDir));
     if (!dirInfo.isDir())
-        return usageError(err, QStringLiteral("%1 is not a folder").arg(outputDir));
+        return refuse(QStringLiteral("%1 is not a folder").arg(outputDir));
     if (!dirInfo.isWritable())
-        return usageError(err, QStringLiteral("the output folder %1 is not writable").arg(outputDir));
+        return refuse(QStringLiteral("the output folder %1 is not writable").arg(outputDir));
 
     // The person's saved settings stay as they are: this run keeps its own.
     const QString outputFolder = QDir::cleanPath(dirInfo.absoluteFilePath());
     const std::optional<QByteArray> bookmark = FolderBookmark::platform().create(QUrl::fromLocalFile(outputFolder));
     if (!bookmark)
-        return usageError(err, QStringLiteral("the output folder %1 cannot be used").arg(outputDir));
+        return refuse(QStringLiteral("the output folder %1 cannot be used").arg(outputDir));
     SettingsStore::standard().useMemory({
         {SettingKey::outputPath, FileUrl::absoluteString(outputFolder)},
         {SettingKey::bookmarkData, *bookmark},

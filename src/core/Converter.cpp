@@ -412,6 +412,7 @@ bool Converter::rewriteVersionTag(Job &job, QString &document)
 {
     const QString reason = KeynoteDocument::versionProblem(KeynoteDocument::version(document));
     if (!reason.isEmpty()) {
+        // Kept as it has always been written: this log line says Numbers.
         rejectPackage(job, QStringLiteral("not a Numbers 4 file"), reason);
         return false;
     }

@@ -2,7 +2,7 @@
 
 #include "core/StopRequest.h"
 #include "core/Waiting.h"
-#include "platform/system/SystemCalls.h"
+#include "system/SystemCalls.h"
 
 #include <QtGlobal>
 

@@ -9,6 +9,8 @@ Q_DECLARE_LOGGING_CATEGORY(lcDeckwright)
 // through Logging::log; nothing reaches the user, the console or a file unless
 // a developer turns the category "deckwright" on, e.g.
 //   QT_LOGGING_RULES="deckwright.debug=true" deckwright
+// The lines' texts are kept as they have always been written, odd ones and
+// all, so that old and new logs can be read side by side.
 class Logging
 {
 public:

@@ -2,7 +2,7 @@
 
 #include "core/FileTree.h"
 #include "core/KernelFileCopy.h"
-#include "platform/system/SystemCalls.h"
+#include "system/SystemCalls.h"
 
 #include <QFile>
 

@@ -1,6 +1,6 @@
 #include "core/StopRequest.h"
 
-#include "platform/system/SystemCalls.h"
+#include "system/SystemCalls.h"
 
 #include <csignal>
 

@@ -25,6 +25,19 @@ bool Alert::hasScreen()
     return platform != QLatin1String("offscreen") && platform != QLatin1String("minimal");
 }
 
+void Alert::show(Style style, const QString &message, const QString &informative, QWidget *parent,
+                 const QString &detail, const QString &button)
+{
+    Alert alert;
+    alert.setStyle(style);
+    alert.setParent(parent);
+    alert.addButton(button);
+    alert.setMessageText(message);
+    alert.setInformativeText(informative);
+    alert.setDetailedText(detail);
+    alert.runModal();
+}
+
 int Alert::runModal()
 {
     if (responder())

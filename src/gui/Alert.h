@@ -34,6 +34,9 @@ public:
 
     // Shows the alert and waits for a button; returns firstButtonReturn + its index.
     int runModal();
+    // The common case: one button, shown and waited for.
+    static void show(Style style, const QString &message, const QString &informative, QWidget *parent = nullptr,
+                     const QString &detail = {}, const QString &button = QStringLiteral("OK"));
 
     // Test seam: when set, runModal hands the alert to the responder and returns its answer.
     using Responder = std::function<int(const Alert &)>;

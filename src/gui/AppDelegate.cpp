@@ -276,14 +276,8 @@ void AppDelegate::convertBatch(const QList<QUrl> &chosenFiles)
     const QStringList errorPrezzes = settings.stringList(SettingKey::errorPrezzes, {});
     DW_LOG(QLatin1String("errorPrezzes ") + QString::number(errorPrezzes.size()));
     m_report->end(errorPrezzes.size());
-    if (!errorPrezzes.isEmpty()) {
-        Alert alert;
-        alert.setParent(m_window);
-        alert.addButton(QStringLiteral("OK"));
-        alert.setMessageText(QStringLiteral("Some problems occurred."));
-        alert.setInformativeText(summaryText(errorPrezzes));
-        alert.runModal();
-    }
+    if (!errorPrezzes.isEmpty())
+        Alert::show(Alert::Warning, QStringLiteral("Some problems occurred."), summaryText(errorPrezzes), m_window);
     endBatch();
 }
 
@@ -346,14 +340,11 @@ void AppDelegate::runPendingBatches()
 
 void AppDelegate::showNoPackagesFound()
 {
-    Alert alert;
-    alert.setParent(m_window);
-    alert.addButton(QStringLiteral("OK"));
-    alert.setMessageText(QStringLiteral("No Keynote packages were found."));
-    alert.setInformativeText(
-        QStringLiteral("Neither the folders given nor the folders in them hold a package whose name ends in .key."));
     // Requests that come while the alert is up wait for it, as they wait for a batch.
     m_converting = true;
-    alert.runModal();
+    Alert::show(
+        Alert::Warning, QStringLiteral("No Keynote packages were found."),
+        QStringLiteral("Neither the folders given nor the folders in them hold a package whose name ends in .key."),
+        m_window);
     m_converting = false;
 }

@@ -85,18 +85,13 @@ bool OutputFolderChooser::readyForBatch(QWidget *parent)
 
 void OutputFolderChooser::alertGone(const QString &path, QWidget *parent)
 {
-    Alert alert;
-    alert.setParent(parent);
-    alert.addButton(QStringLiteral("OK"));
     const QString choose = QStringLiteral("Choose the folder to save converted presentations to.");
     if (path.isEmpty()) {
-        alert.setMessageText(QStringLiteral("The output folder is no longer there."));
-        alert.setInformativeText(choose);
-    } else {
-        const QString name = QFileInfo(path).fileName();
-        alert.setMessageText(
-            QStringLiteral("The output folder \"%1\" is no longer there.").arg(name.isEmpty() ? path : name));
-        alert.setInformativeText(QStringLiteral("It was at %1. ").arg(path) + choose);
+        Alert::show(Alert::Warning, QStringLiteral("The output folder is no longer there."), choose, parent);
+        return;
     }
-    alert.runModal();
+    const QString name = QFileInfo(path).fileName();
+    Alert::show(Alert::Warning,
+                QStringLiteral("The output folder \"%1\" is no longer there.").arg(name.isEmpty() ? path : name),
+                QStringLiteral("It was at %1. ").arg(path) + choose, parent);
 }

@@ -87,6 +87,7 @@ QString Preferences::preferenceTitle() const
     return QStringLiteral("General");
 }
 
+// Kept as it has always been: the General pane shows the Bluetooth icon.
 QIcon Preferences::preferenceIcon() const
 {
     static const char *const names[]

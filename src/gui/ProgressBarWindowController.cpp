@@ -295,24 +295,19 @@ void ProgressBarWindowController::moveWithinStage()
 
 void ProgressBarWindowController::reportRejectedFile(const QString &name, qint64 code, const QString &reason)
 {
-    Alert alert;
-    alert.addButton(QStringLiteral("OK"));
-    alert.setMessageText(QStringLiteral("A problem occurred."));
+    QString informative = QStringLiteral("The file \"") + name;
     if (code == Converter::OutputNotWritten)
-        alert.setInformativeText(
-            QStringLiteral("The file \"") + name
-            + QStringLiteral("\" was converted but could not be saved in the output folder.\n\n"
-                             "Check that the folder still exists, that you may write in it and that "
-                             "its disk has room. This file will be skipped."));
+        informative += QStringLiteral(
+            "\" was converted but could not be saved in the output folder.\n\n"
+            "Check that the folder still exists, that you may write in it and that "
+            "its disk has room. This file will be skipped.");
     else
-        alert.setInformativeText(
-            QStringLiteral("The file \"") + name
-            + QStringLiteral("\" is not a Keynote 4 file.\n\nThis converter will only convert Keynote 4 "
-                             "(iWork '08) files to Keynote 5 (iWork '09) files. This file will be skipped."));
+        informative += QStringLiteral(
+            "\" is not a Keynote 4 file.\n\nThis converter will only convert Keynote 4 "
+            "(iWork '08) files to Keynote 5 (iWork '09) files. This file will be skipped.");
     // The converter's own words on this file, for whoever wants them.
-    if (!reason.isEmpty())
-        alert.setDetailedText(reason.left(1).toUpper() + reason.mid(1) + QLatin1Char('.'));
-    alert.runModal();
+    const QString detail = reason.isEmpty() ? QString() : reason.left(1).toUpper() + reason.mid(1) + QLatin1Char('.');
+    Alert::show(Alert::Warning, QStringLiteral("A problem occurred."), informative, nullptr, detail);
 }
 
 void ProgressBarWindowController::finishedWithErrorNotKeynoteFour()

@@ -63,23 +63,13 @@ void SoftwareUpdateDialog::showUpdateAvailable(const SoftwareUpdater::FeedItem &
 
 void SoftwareUpdateDialog::showUpToDate(QWidget *parent)
 {
-    Alert alert;
-    alert.setStyle(Alert::Informational);
-    alert.setParent(parent);
-    alert.setMessageText(QStringLiteral("You're up to date."));
-    alert.setInformativeText(QStringLiteral("%1 %2 is currently the newest version available.")
-                                 .arg(productName, m_updater->currentVersion()));
-    alert.addButton(QStringLiteral("OK"));
-    alert.runModal();
+    Alert::show(Alert::Informational, QStringLiteral("You're up to date."),
+                QStringLiteral("%1 %2 is currently the newest version available.")
+                    .arg(productName, m_updater->currentVersion()),
+                parent);
 }
 
 void SoftwareUpdateDialog::showError(const QString &problem, QWidget *parent)
 {
-    Alert alert;
-    alert.setStyle(Alert::Warning);
-    alert.setParent(parent);
-    alert.setMessageText(QStringLiteral("%1 couldn't check for updates.").arg(productName));
-    alert.setInformativeText(problem);
-    alert.addButton(QStringLiteral("OK"));
-    alert.runModal();
+    Alert::show(Alert::Warning, QStringLiteral("%1 couldn't check for updates.").arg(productName), problem, parent);
 }

@@ -23,6 +23,8 @@ class QWidget;
 // segmented control) per pane, the window's content swapped when the user
 // picks an entry, and the window resized to the pane with a short animation
 // that keeps its top edge in place.
+// Its names (the panes as view controllers, the toolbar item identifiers) are
+// kept as they have always been written.
 class PreferencesWindowController : public QObject
 {
     Q_OBJECT

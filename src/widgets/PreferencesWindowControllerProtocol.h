@@ -14,6 +14,8 @@ class QWidget;
 // The pane owns its view; the window only borrows it while it is shown. The
 // view's content size is the size the pane gave it (resize()), or else its
 // size hint, taken the first time the pane is shown.
+//
+// Kept by the name it has always had, though it is an interface, not a controller.
 class PreferencesWindowControllerProtocol
 {
 public:

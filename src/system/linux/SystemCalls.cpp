@@ -1,4 +1,4 @@
-#include "platform/system/SystemCalls.h"
+#include "system/SystemCalls.h"
 
 #include <cerrno>
 #include <csignal>
