@@ -10,9 +10,7 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 using namespace Qt::StringLiterals;
@@ -21,31 +19,8 @@ using namespace Qt::StringLiterals;
 // environment, full disks and signals, and checks each promise by its effects
 // on the disk and in the process table.
 namespace {
-QByteArray bytes(const QString &path)
-{
-    return QFile::encodeName(path);
-}
-
-// A socket's name stays on disk once the socket is closed.
-bool bindSocket(const QByteArray &path)
-{
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    qstrncpy(address.sun_path, path.constData(), sizeof address.sun_path);
-    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const bool bound = ::bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0;
-    ::close(fd);
-    return bound;
-}
-
-qint64 highWaterKiB(qint64 pid)
-{
-    QFile status(u"/proc/%1/status"_s.arg(pid));
-    const QRegularExpressionMatch match
-        = QRegularExpression(u"VmHWM:\\s+(\\d+) kB"_s)
-              .match(status.open(QIODevice::ReadOnly) ? QString::fromLatin1(status.readAll()) : QString());
-    return match.hasMatch() ? match.captured(1).toLongLong() : -1;
-}
+// Binds a socket there; its name stays on disk once the socket is closed.
+const QString bindSocket = u"perl -MIO::Socket::UNIX -e 'IO::Socket::UNIX->new(Local => shift, Listen => 1)' "_s;
 
 // One case's folders: packages in in/, results in out/, and the program's
 // own scratch and settings folders.
@@ -73,41 +48,36 @@ struct Site
     QString dir, in, out;
     Program program;
 };
-
 } // namespace
 
 class TestHostile : public QObject
 {
     Q_OBJECT
 
-private:
     QTemporaryDir m_work;
-    QString m_victim;
-    Tree m_victimBefore;
-    Tree m_passwdBefore;
-    int m_count = 0;
-    QString m_big;
+    QString m_victim = m_work.filePath(u"victim"_s), m_big;
+    QList<Tree> m_outside;
     Tree m_bigBefore;
+    int m_count = 0;
 
     Site site() { return Site(m_work.filePath(QString::number(++m_count))); }
+    QList<Tree> outside() { return {Tree::of(m_victim, Tree::WithTimes), Tree::of(u"/etc/passwd"_s, Tree::WithTimes)}; }
 
     // The archive must test whole and hold exactly the package's files, its document rewritten and deflated.
     void checkArchive(const QString &path, const QString &package)
     {
         const Archive archive(path);
-        QVERIFY2(archive.isWhole(), qPrintable(path));
-        auto want = Tree::of(package).fileHashes();
-        want.remove("index.apxl.gz");
+        QVERIFY2(archive.isWhole() && archive.isDeflated(), qPrintable(path + u" is damaged or stores all"_s));
         QProcess gunzip;
         gunzip.start(u"gunzip"_s, {u"-c"_s, package + u"/index.apxl.gz"_s});
         gunzip.waitForFinished(-1);
-        want.insert("index.apxl", Tree::sha1(gunzip.readAllStandardOutput().replace("key:version=\"72007061400\"",
-                                                                                    "key:version=\"92008102400\"")));
+        auto want = Tree::of(package).fileHashes();
+        want.remove("index.apxl.gz");
+        want.insert("index.apxl", Tree::sha1(gunzip.readAllStandardOutput().replace("72007061400", "92008102400")));
         const auto got = archive.packageFiles();
         QVERIFY2(got == want,
                  qPrintable(u"%1 holds [%2], the package [%3]"_s.arg(path, QString::fromUtf8(got.keys().join(", ")),
                                                                      QString::fromUtf8(want.keys().join(", ")))));
-        QVERIFY2(archive.isDeflated(), qPrintable(path + u" stores all"_s));
     }
 
     // What a finished command may leave: these archives, each whole, and the
@@ -124,12 +94,10 @@ private:
         others.remove(".");
         QVERIFY2(left == others, qPrintable(u"the output folder holds: "_s + Tree::of(s.out).paths()));
         // A command that never needed one may not have made the scratch folder at all.
-        const QByteArrayList scratch = Tree::of(s.program.runtime()).keys();
-        QVERIFY2(scratch == QByteArrayList{"."} || scratch == QByteArrayList({".", "deckwright"}),
-                 qPrintable(u"the scratch folder holds: "_s + QString::fromUtf8(scratch.join(", "))));
-        QVERIFY2(Tree::of(m_victim, Tree::WithTimes) == m_victimBefore
-                     && Tree::of(u"/etc/passwd"_s, Tree::WithTimes) == m_passwdBefore,
-                 "a file outside the package changed");
+        const Tree scratch = Tree::of(s.program.runtime());
+        QVERIFY2(scratch.size() == 1 || (scratch.size() == 2 && scratch.contains("deckwright")),
+                 qPrintable(u"the scratch folder holds: "_s + scratch.paths()));
+        QVERIFY2(outside() == m_outside, "a file outside the package changed");
     }
 
     // Converts the packages into the output folder (named as given) and checks
@@ -161,22 +129,16 @@ private:
 private Q_SLOTS:
     void initTestCase()
     {
-        QVERIFY(m_work.isValid());
         // Files outside every package that no conversion may touch.
-        m_victim = m_work.filePath(u"victim"_s);
         QVERIFY(
             Program::sh(u"mkdir -p victim/sub; cd victim; printf secret > secret.txt; printf mine > sub/precious;"
                         "printf '<a key:version=\"72007061400\"/>' | gzip > doc.apxl.gz"_s,
                         m_work.path()));
-        m_victimBefore = Tree::of(m_victim, Tree::WithTimes);
-        m_passwdBefore = Tree::of(u"/etc/passwd"_s, Tree::WithTimes);
+        m_outside = outside();
     }
 
-    void cleanupTestCase()
-    {
-        // Read-only folders, names that are not UTF-8 and deep trees defeat QTemporaryDir.
-        QVERIFY(Program::sh(u"chmod -R u+rwX . && find . -mindepth 1 -delete"_s, m_work.path()));
-    }
+    // Read-only folders, names that are not UTF-8 and deep trees defeat QTemporaryDir.
+    void cleanupTestCase() { QVERIFY(Program::sh(u"chmod -R u+rwX . && find . -mindepth 1 -delete"_s, m_work.path())); }
 
     void convertsOrRefusesEachPackageWhole_data()
     {
@@ -206,7 +168,8 @@ private Q_SLOTS:
         row("gz a link to a document outside", "rm index.apxl.gz; ln -s \"$VICTIM/doc.apxl.gz\" index.apxl.gz",
             skip(out + "index.apxl.gz"));
         row("gz a FIFO", "rm index.apxl.gz; mkfifo index.apxl.gz", skip("it holds a FIFO: index.apxl.gz"));
-        row("socket", "true", skip("it holds a socket: Data/sock")); // bound by the test
+        row("socket", "perl -MIO::Socket::UNIX -e 'IO::Socket::UNIX->new(Local => \"Data/sock\", Listen => 1)'",
+            skip("it holds a socket: Data/sock"));
         row("device", "mknod Data/null c 1 3", skip("it holds a device: Data/null"));
         row("deeper than PATH_MAX", "d=.; for i in $(seq 2100); do d=$d/d; done; mkdir -p $d",
             skip("a path in it is too long to copy: d/d/*"));
@@ -258,21 +221,16 @@ private Q_SLOTS:
         if (asNobody && !Program::canRunAsNobody())
             QSKIP(Program::whyNotAsNobody());
         const Site s = site();
-        if (asNobody) {
-            // Everything on the way is open to nobody; the scratch and output folders are nobody's.
-            for (const QString &folder : {m_work.path(), s.dir, s.in})
-                ::chmod(bytes(folder).constData(), 0755);
-            for (const QString &folder : {s.program.runtime(), s.out})
-                QVERIFY(Program::giveToNobody(folder));
-        }
+        // Everything on the way is open to nobody; the scratch and output folders are nobody's.
+        for (const QString &folder : {m_work.path(), s.dir, s.in})
+            QVERIFY(!asNobody
+                    || QFile::setPermissions(folder, QFile::permissions(folder) | QFile::ReadOther | QFile::ExeOther));
+        QVERIFY(!asNobody || (Program::giveToNobody(s.program.runtime()) && Program::giveToNobody(s.out)));
         const QString after = PackageFactory(s.in).make(u"After.key"_s);
         QVERIFY(Program::sh(script, PackageFactory(s.in).make(u"Talk.key"_s),
                             {{u"VICTIM"_s, m_victim}, {u"ARG"_s, argument}, {u"OUT"_s, s.out}}));
-        const QString package = s.in + u'/' + argument;
-        QVERIFY(QByteArray(QTest::currentDataTag()) != "socket"
-                || bindSocket(bytes(QFileInfo(package).canonicalFilePath()) + "/Data/sock"));
         // An output folder given in a roundabout way is named by its clean absolute path.
-        convert(s, {package, after}, {line, u"converted: %1 -> %2/After.key"_s},
+        convert(s, {s.in + u'/' + argument, after}, {line, u"converted: %1 -> %2/After.key"_s},
                 asNobody ? Program::Nobody : Program::Me, s.out + u"/../out/./"_s);
     }
 
@@ -312,32 +270,29 @@ private Q_SLOTS:
     void sweepsStaleLeftoversButNotLiveRuns()
     {
         const Site s = site();
-        const QString root = s.program.scratch(), live = root + u"/run-live01"_s;
-        const QString package = PackageFactory(s.in).make(u"Talk.key"_s);
-        QDir().mkpath(root);
-        ::chmod(bytes(root).constData(), 0700);
+        const QString root = s.program.scratch(), package = PackageFactory(s.in).make(u"Talk.key"_s);
         // An old archive holding other entries, a killed run's folder, the folders
-        // of the older layout straight in the root, and a run still alive.
+        // of the older layout straight in the root, a run still alive, and the
+        // running application's socket, which is no scratch.
         QVERIFY(
-            Program::sh(u"mkdir -p intruder run-dead01 run-live01/Talk Talk.key/junk Talk/junk; printf evil > "
-                        "intruder/evil.txt; zip -qr Talk.zip intruder; cp Talk.zip run-dead01/; rm -r intruder; "
-                        "printf live > run-live01/Talk/keep"_s,
-                        root));
-        // The running application's socket lives here too, and is no scratch.
-        const QByteArray socket = bytes(root) + "/instance.sock";
-        QVERIFY(bindSocket(socket));
+            Program::sh(u"mkdir -m 0700 deckwright; cd deckwright; mkdir -p intruder run-dead01 run-live01/Talk "
+                        "Talk.key/junk Talk/junk; printf evil > intruder/evil.txt; zip -qr Talk.zip intruder; "
+                        "cp Talk.zip run-dead01/; rm -r intruder; printf live > run-live01/Talk/keep; "_s
+                            + bindSocket + u"instance.sock"_s,
+                        s.program.runtime()));
         Tree kept = Tree::of(root);
         kept.removeIf([](Tree::iterator entry) {
             return !entry.key().startsWith("run-live01") && entry.key() != "instance.sock" && entry.key() != ".";
         });
-        const int liveFd = ::open(bytes(live).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-        QVERIFY(liveFd >= 0 && ::flock(liveFd, LOCK_EX) == 0);
+        const int live
+            = ::open(QFile::encodeName(root + u"/run-live01"_s).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        QVERIFY(live >= 0 && ::flock(live, LOCK_EX) == 0);
         const QStringList lines = s.program.run(s.convert({package})).lines();
-        ::close(liveFd);
+        ::close(live);
         QCOMPARE(lines, QStringList{u"converted: %1 -> %2/Talk.key"_s.arg(package, s.out)});
         QCOMPARE(Tree::of(root), kept);
-        ::unlink(socket.constData());
         // Once its process is gone, the next run takes it away.
+        QVERIFY(QFile::remove(root + u"/instance.sock"_s));
         convert(s, {package}, {u"converted: %1 -> %2/Talk.1.key"_s});
         checkArchive(s.out + u"/Talk.key"_s, package);
     }
@@ -345,26 +300,22 @@ private Q_SLOTS:
     void concurrentRunsWriteWholeFilesUnderTheirOwnNames_data()
     {
         QTest::addColumn<QStringList>("packages"); // in in/, converted at the same time
-        QTest::addColumn<QString>("stem");
-        QTest::newRow("the same package") << QStringList{u"Talk.key"_s, u"Talk.key"_s} << "Talk";
-        QTest::newRow("two packages of one name") << QStringList{u"a/Mid.key"_s, u"b/Mid.key"_s} << "Mid";
+        QTest::newRow("the same package") << QStringList{u"Talk.key"_s, u"Talk.key"_s};
+        QTest::newRow("two packages of one name") << QStringList{u"a/Talk.key"_s, u"b/Talk.key"_s};
     }
 
     void concurrentRunsWriteWholeFilesUnderTheirOwnNames()
     {
         QFETCH(QStringList, packages);
-        QFETCH(QString, stem);
         const Site s = site();
         std::vector<std::unique_ptr<QProcess>> processes;
         for (const QString &package : packages) {
             const QFileInfo info(s.in + u'/' + package);
             if (!info.exists()) // a few megabytes, different for each, so that the runs overlap
                 PackageFactory(info.absolutePath())
-                    .makeLarge(info.fileName(), 6 << 20, quint32(qHash(package)),
-                               PackageFactory::keynoteFourDocument(package));
+                    .makeLarge(info.fileName(), 6 << 20, qHash(package), PackageFactory::keynoteFourDocument(package));
+            processes.push_back(s.program.start(s.convert({info.filePath()})));
         }
-        for (const QString &package : packages)
-            processes.push_back(s.program.start(s.convert({s.in + u'/' + package})));
         QMap<QString, QString> written;
         for (qsizetype i = 0; i < packages.size(); ++i) {
             const QString line = Program::finish(*processes[size_t(i)]).lines().value(0);
@@ -373,7 +324,7 @@ private Q_SLOTS:
             written.insert(line.mid(prefix.size()), s.in + u'/' + packages[i]);
         }
         // Different names, each holding the package of the run that named it.
-        QCOMPARE(written.keys(), QStringList({stem + u".1.key"_s, stem + u".key"_s}));
+        QCOMPARE(written.keys(), QStringList({u"Talk.1.key"_s, u"Talk.key"_s}));
         checkOutcome(s, written);
     }
 
@@ -394,19 +345,19 @@ private Q_SLOTS:
             m_bigBefore = Tree::of(m_big, Tree::WithTimes);
         }
         const Site s = site();
-        const QByteArray root = bytes(s.program.scratch());
-        const auto zipping = [&root] {
-            const QList<RunningProcess> found = Program::mentioning(root);
-            return std::any_of(found.begin(), found.end(),
-                               [](const RunningProcess &p) { return p.program == u"zip"_s; });
-        };
         const auto process = s.program.start(s.convert({m_big}));
-        QVERIFY2(Program::waitUntil(*process, zipping) && process->state() == QProcess::Running, "zip never ran");
+        QVERIFY2(Program::waitUntil(*process,
+                                    [&] {
+                                        const auto found = Program::mentioning(QFile::encodeName(s.program.scratch()));
+                                        return std::any_of(found.begin(), found.end(), [](const RunningProcess &p) {
+                                            return p.program == u"zip"_s;
+                                        });
+                                    })
+                     && process->state() == QProcess::Running,
+                 "zip never ran");
         ::kill(pid_t(process->processId()), signalNumber);
-        const Finished r = Program::finish(*process);
-        QCOMPARE(r.signal, signalNumber); // ended by that very signal
-        // No tool outlives the command.
-        QCOMPARE(s.program.leftovers().size(), 0);
+        QCOMPARE(Program::finish(*process).signal, signalNumber); // ended by that very signal
+        QCOMPARE(s.program.leftovers().size(), 0);                // and no tool outlives it
         QCOMPARE(Tree::of(m_big, Tree::WithTimes), m_bigBefore);
         // A killed run's folder is the next run's to remove.
         if (signalNumber == SIGKILL)
@@ -422,15 +373,19 @@ private Q_SLOTS:
         const QString package = PackageFactory(s.in).makeWithRawIndex(
             u"Bomb.key"_s, PackageFactory::gzip(QByteArray(64 << 20, '\0')).repeated(16));
         const auto process = s.program.start(s.convert({package}));
-        qint64 highWater = -1;
+        qint64 peakKiB = -1;
+        QFile status(u"/proc/%1/status"_s.arg(process->processId()));
         Program::waitUntil(*process, [&] {
-            highWater = qMax(highWater, highWaterKiB(process->processId()));
+            const QRegularExpressionMatch match
+                = QRegularExpression(u"VmHWM:\\s+(\\d+) kB"_s)
+                      .match(status.open(QIODevice::ReadOnly) ? status.readAll() : QString());
+            status.close();
+            peakKiB = qMax(peakKiB, match.captured(1).toLongLong());
             return false; // sampled until the command ends
         });
-        QCOMPARE(process->state(), QProcess::NotRunning);
         QCOMPARE(Program::finish(*process).lines(),
                  QStringList{u"skipped: %1: not a Keynote 4 file (the document is larger than 256 MB)"_s.arg(package)});
-        QVERIFY2(highWater > 0 && highWater < 150 * 1024, qPrintable(u"peak %1 KiB"_s.arg(highWater)));
+        QVERIFY2(peakKiB > 0 && peakKiB < 150 * 1024, qPrintable(u"peak %1 KiB"_s.arg(peakKiB)));
         checkOutcome(s, {});
     }
 
@@ -439,15 +394,14 @@ private Q_SLOTS:
         QTest::addColumn<QString>("scratchSize");
         QTest::addColumn<QString>("outputSize");
         QTest::addColumn<int>("mediaKiB");
-        QTest::addColumn<QString>("line"); // %1 the package, %2 the output folder; converted: exit status 0
+        QTest::addColumn<QString>("line"); // %1 the package, %2 the output folder
         // Far too small for the copy and its archive: the work moves to a
         // hidden run folder in the output folder, which goes with it.
         QTest::newRow("scratch too small") << u"1m"_s << QString() << 3072 << u"converted: %1 -> %2/Talk.key"_s;
         QTest::newRow("too large for both")
             << u"1m"_s << u"8m"_s << 3072
-            << u"failed: %1: there is not enough free space to convert it: it needs "
-               u"about 70.3 MB, and there are 1.0 MB free for the scratch folder and 8.0 MB "
-               u"for the output folder"_s;
+            << u"failed: %1: there is not enough free space to convert it: it needs about 70.3 MB, and there are "
+               u"1.0 MB free for the scratch folder and 8.0 MB for the output folder"_s;
         QTest::newRow("output folder full")
             << QString() << u"256k"_s << 1024 << u"failed: %1: could not write %2/Talk.key (No space left on device)"_s;
     }
@@ -465,16 +419,16 @@ private Q_SLOTS:
                 QProcess::execute(u"umount"_s, {u"-l"_s, point});
         });
         for (const auto &[point, size] : {std::pair{s.program.runtime(), scratchSize}, std::pair{s.out, outputSize}}) {
-            if (size.isEmpty())
-                continue;
-            const Finished mount = s.program.run(
-                {u"mount"_s, u"-t"_s, u"tmpfs"_s, u"-o"_s, u"size=%1,mode=0700"_s.arg(size), u"tmpfs"_s, point});
+            const Finished mount = size.isEmpty()
+                                       ? Finished{true, 0}
+                                       : s.program.run({u"mount"_s, u"-t"_s, u"tmpfs"_s, u"-o"_s,
+                                                        u"size=%1,mode=0700"_s.arg(size), u"tmpfs"_s, point});
             if (mount.status != 0)
                 QSKIP(qPrintable(u"a small tmpfs cannot be mounted here: "_s + QString::fromLocal8Bit(mount.err)));
-            mounted << point;
+            if (!size.isEmpty())
+                mounted << point;
         }
-        const QString package = PackageFactory(s.in).makeLarge(u"Talk.key"_s, mediaKiB * 1024, 7);
-        convert(s, {package}, {line});
+        convert(s, {PackageFactory(s.in).makeLarge(u"Talk.key"_s, mediaKiB * 1024, 7)}, {line});
     }
 
     void refusesAPackagePathThatIsNotUtf8_data()
@@ -488,9 +442,10 @@ private Q_SLOTS:
     {
         QFETCH(QByteArray, path);
         const Site s = site();
-        const QByteArray full = bytes(s.dir) + '/' + path;
+        const QByteArray full = QFile::encodeName(s.dir) + '/' + path;
         ::mkdir(full.left(full.lastIndexOf('/')).constData(), 0755);
-        QVERIFY(::rename(bytes(PackageFactory(s.in).make(u"Made.key"_s)).constData(), full.constData()) == 0);
+        QVERIFY(::rename(QFile::encodeName(PackageFactory(s.in).make(u"Made.key"_s)).constData(), full.constData())
+                == 0);
         const Tree before = Tree::of(s.in, Tree::WithTimes);
         // Only a shell hands the raw bytes on: the path travels as printf escapes.
         QByteArray escaped;
