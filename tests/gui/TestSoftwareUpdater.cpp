@@ -7,37 +7,9 @@
 #include <QtNetwork>
 #include <QtTest>
 
+using namespace Qt::StringLiterals;
+
 namespace {
-// A one-page web server on 127.0.0.1 that becomes the updater's feed. Given a
-// null body it takes every request and never answers.
-class FeedServer : public QObject
-{
-public:
-    explicit FeedServer(const QByteArray &body)
-    {
-        QVERIFY(m_server.listen(QHostAddress::LocalHost, 0));
-        qputenv("DECKWRIGHT_APPCAST_URL",
-                "http://127.0.0.1:" + QByteArray::number(m_server.serverPort()) + "/appcast.xml");
-        connect(&m_server, &QTcpServer::newConnection, this, [this, body] {
-            while (QTcpSocket *socket = m_server.nextPendingConnection()) {
-                socket->setParent(this);
-                connect(socket, &QTcpSocket::readyRead, socket, [socket, body] {
-                    while (socket->canReadLine()) {
-                        if (socket->readLine() != "\r\n" || body.isNull())
-                            continue;
-                        socket->write("HTTP/1.1 200 OK\r\nContent-Length: " + QByteArray::number(body.size())
-                                      + "\r\nConnection: close\r\n\r\n" + body);
-                        socket->disconnectFromHost();
-                    }
-                });
-            }
-        });
-    }
-
-private:
-    QTcpServer m_server;
-};
-
 QByteArray feed(const QByteArray &items)
 {
     return "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n"
@@ -55,7 +27,7 @@ const QByteArray newerFeed = feed(
     "<enclosure url=\"https://example.invalid/1.10.0.zip\" dw:version=\"1.10.0\"/></item>");
 const QByteArray sameFeed = feed("<item><title>Current</title><version>1.9.3.0</version></item>");
 const QByteArray brokenFeed = "<rss version=\"2.0\"><channel><item><title>1.10</title></item>";
-const QByteArray noAnswer; // null: the server stays silent
+const QByteArray noAnswer; // null: the server never answers
 
 const QString offer = "A new version of Deckwright is available!";
 const QString failure = "Deckwright couldn't check for updates.";
@@ -124,7 +96,14 @@ private Q_SLOTS:
         QFETCH(QByteArray, body);
         QFETCH(QString, message);
         QFETCH(QString, detail);
-        FeedServer server(body);
+        // A feed served from a file, or a server that takes every request and never answers.
+        QTemporaryDir dir;
+        QFile file(dir.filePath(u"appcast.xml"_s));
+        QVERIFY(body.isNull() || (file.open(QIODevice::WriteOnly) && file.write(body) == body.size() && file.flush()));
+        QTcpServer silent;
+        QVERIFY(!body.isNull() || silent.listen(QHostAddress::LocalHost));
+        qputenv("DECKWRIGHT_APPCAST_URL", body.isNull() ? "http://127.0.0.1:" + QByteArray::number(silent.serverPort())
+                                                        : QUrl::fromLocalFile(file.fileName()).toEncoded());
         AlertRecorder recorder; // answers "Download" to an offer
         RecordingDesktopServices desktop;
         SoftwareUpdater updater;
