@@ -50,19 +50,14 @@ class TestAppDelegate : public QObject
     }
 
     // A drag event as a file manager sends it: copy or move offered, never a move taken.
-    static bool drag(QWidget *window, QEvent::Type type, const QList<QUrl> &urls)
+    template <typename Event>
+    static bool send(QWidget *window, const QList<QUrl> &urls)
     {
         QMimeData data;
         data.setUrls(urls);
-        const QPoint where(200, 150);
-        const Qt::DropActions offered = Qt::CopyAction | Qt::MoveAction;
-        std::unique_ptr<QDropEvent> event;
-        if (type == QEvent::DragEnter)
-            event = std::make_unique<QDragEnterEvent>(where, offered, &data, Qt::LeftButton, Qt::NoModifier);
-        else
-            event = std::make_unique<QDropEvent>(where, offered, &data, Qt::LeftButton, Qt::NoModifier);
-        QApplication::sendEvent(window, event.get());
-        return event->isAccepted() && event->dropAction() == Qt::CopyAction;
+        Event event(QPoint(200, 150), Qt::CopyAction | Qt::MoveAction, &data, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(window, &event);
+        return event.isAccepted() && event.dropAction() == Qt::CopyAction;
     }
 
 private Q_SLOTS:
@@ -251,42 +246,32 @@ private Q_SLOTS:
         QVERIFY(f.alerts.isEmpty());
     }
 
-    void aDropConvertsThePackagesAndWhatItsFoldersHold()
+    void aDropShowsWhereItLandsAndConvertsWhatItsFoldersHold()
     {
         MainWindow *window = launch(true).window();
+        QWidget *contents = window->centralWidget();
+        const QColor highlight = window->palette().color(QPalette::Highlight);
+        const auto edge = [contents] { return contents->grab().toImage().pixelColor(1, contents->height() / 2); };
+        // Nothing on this disk: no highlight, and the drag is refused.
+        QVERIFY(!send<QDragEnterEvent>(window, {QUrl(u"https://example.com/Web.key"_s)}));
+        QVERIFY(!window->isShowingDropHighlight() && edge() != highlight);
         const QString folder = f.work(u"Dropped Decks"_s);
         PackageFactory(folder).make(u"Zeta.key"_s);
         PackageFactory(folder).make(u"Alpha.key"_s);
         PackageFactory(folder + u"/More"_s).make(u"Beta.key"_s);
         const QList<QUrl> urls{QUrl::fromLocalFile(f.in(u"Plain.key"_s)), QUrl(u"https://example.com/Web.key"_s),
                                QUrl::fromLocalFile(f.in(u"My Talk.key"_s)), QUrl::fromLocalFile(folder)};
-        QVERIFY(drag(window, QEvent::DragEnter, urls));
-        QVERIFY(drag(window, QEvent::Drop, urls));
+        QVERIFY(send<QDragEnterEvent>(window, urls));
+        QVERIFY(window->isShowingDropHighlight() && edge() == highlight);
+        QDragLeaveEvent leave;
+        QApplication::sendEvent(window, &leave);
+        QVERIFY(!window->isShowingDropHighlight() && edge() != highlight);
+        QVERIFY(send<QDragEnterEvent>(window, urls) && send<QDropEvent>(window, urls));
+        QVERIFY(!window->isShowingDropHighlight());
         QTRY_COMPARE_WITH_TIMEOUT(m_finished,
                                   QStringList({"Plain.key", "My Talk.key", "Alpha.key", "Beta.key", "Zeta.key"}),
                                   BatchFixture::patience);
         QVERIFY(f.alerts.isEmpty());
-    }
-
-    void aDragShowsWhereItWouldLand()
-    {
-        MainWindow *window = launch(true).window();
-        QWidget *contents = window->centralWidget();
-        const QColor highlight = window->palette().color(QPalette::Highlight);
-        const auto edge = [contents] { return contents->grab().toImage().pixelColor(1, contents->height() / 2); };
-        QVERIFY(edge() != highlight);
-
-        QVERIFY(drag(window, QEvent::DragEnter, {QUrl::fromLocalFile(f.in(u"Plain.key"_s))}));
-        QVERIFY(window->isShowingDropHighlight());
-        QCOMPARE(edge(), highlight);
-        QDragLeaveEvent leave;
-        QApplication::sendEvent(window, &leave);
-        QVERIFY(!window->isShowingDropHighlight());
-        QVERIFY(edge() != highlight);
-
-        // Nothing on this disk: no highlight, and the drag is refused.
-        QVERIFY(!drag(window, QEvent::DragEnter, {QUrl(u"https://example.com/Web.key"_s)}));
-        QVERIFY(!window->isShowingDropHighlight());
     }
 
     void foldersWithoutPackagesStartNoBatch()

@@ -5,8 +5,9 @@
 #include <QtTest>
 #include <QtWidgets>
 
-namespace {
+using namespace Qt::StringLiterals;
 
+namespace {
 // A pane whose view has a fixed content size; its identifier is its title in lower case.
 class DummyPane : public PreferencesWindowControllerProtocol
 {
@@ -41,7 +42,6 @@ QStringList toolbarItemNames(const QToolBar *toolbar)
 }
 
 const QString flex = PreferencesWindowController::flexibleSpaceIdentifier();
-
 } // namespace
 
 class TestPreferencesWindowController : public QObject
@@ -78,7 +78,7 @@ private Q_SLOTS:
             panes << pane(title);
         controller.setPreferencesViewControllers(panes);
         controller.showPreferencesWindow();
-        QCOMPARE(controller.window()->windowTitle(), QStringLiteral("General"));
+        QCOMPARE(controller.window()->windowTitle(), u"General"_s);
         QCOMPARE(bool(controller.toolbar()), !items.isEmpty());
         if (controller.toolbar())
             QCOMPARE(toolbarItemNames(controller.toolbar()), items);
@@ -88,7 +88,7 @@ private Q_SLOTS:
     {
         PreferencesWindowController controller;
         controller.setShowToolbarItemsAsSegmentedControl(true);
-        controller.setPreferencesViewControllers({pane("One"), pane("A longer title")});
+        controller.setPreferencesViewControllers({pane(u"One"_s), pane(u"A longer title"_s)});
         const QButtonGroup *segments = controller.segmentedControlButtons();
         QCOMPARE(segments->button(0)->width(), segments->button(1)->width());
         QVERIFY(segments->button(0)->width() > QFontMetrics(QApplication::font()).horizontalAdvance("A longer title"));
@@ -98,7 +98,7 @@ private Q_SLOTS:
     void settingThePanesAgainAddsOnlyNewOnes()
     {
         PreferencesWindowController controller;
-        const PreferencesPane a = pane("A"), b = pane("B"), c = pane("C");
+        const PreferencesPane a = pane(u"A"_s), b = pane(u"B"_s), c = pane(u"C"_s);
         controller.setPreferencesViewControllers({a, b});
         controller.setPreferencesViewControllers({a, c, b, a});
         QCOMPARE(controller.viewControllers(), (QVector<PreferencesPane>{a, b, c}));
@@ -109,8 +109,8 @@ private Q_SLOTS:
     void switchingToATallerPaneKeepsTheTopEdge()
     {
         PreferencesWindowController controller; // items centred: the window grows to both sides
-        const PreferencesPane tall = pane("Tall", QSize(500, 340));
-        controller.setPreferencesViewControllers({pane("Small", QSize(400, 180)), tall});
+        const PreferencesPane tall = pane(u"Tall"_s, QSize(500, 340));
+        controller.setPreferencesViewControllers({pane(u"Small"_s, QSize(400, 180)), tall});
         controller.showPreferencesWindow();
         const QRect before = controller.window()->geometry();
         controller.toolbarItem("tall")->trigger();
@@ -119,41 +119,39 @@ private Q_SLOTS:
         QCOMPARE(after.top(), before.top());
         QCOMPARE(after.left(), before.left() - 50);
         QCOMPARE(after.size(), before.size() + QSize(100, 160));
-        QCOMPARE(controller.window()->windowTitle(), QStringLiteral("Tall"));
+        QCOMPARE(controller.window()->windowTitle(), u"Tall"_s);
     }
 
     void escapeClosesAndTheFrameComesBackInANewController_data()
     {
-        QTest::addColumn<int>("wait");
-        QTest::newRow("closed at once") << 0;
+        QTest::addColumn<bool>("afterTheTimer");
+        QTest::newRow("closed at once") << false;
         // The timed save, not the one on closing, keeps it.
-        QTest::newRow("closed after a while") << PreferencesWindow::frameSaveDelayMs * 3;
+        QTest::newRow("closed after the timed save") << true;
     }
 
     void escapeClosesAndTheFrameComesBackInANewController()
     {
-        QFETCH(int, wait);
+        QFETCH(bool, afterTheTimer);
         QTemporaryDir dir;
-        const QString file = dir.filePath("settings.json");
-        SettingsStore::standard().useFile(file);
+        SettingsStore::standard().useFile(dir.filePath(u"settings.json"_s));
         QRect moved;
         {
             PreferencesWindowController controller;
-            controller.setPreferencesViewControllers({pane("A", QSize(380, 210))});
+            controller.setPreferencesViewControllers({pane(u"A"_s, QSize(380, 210))});
             controller.showPreferencesWindow();
             controller.window()->move(37, 51);
             moved = controller.window()->geometry();
-            QTest::qWait(wait);
-            if (wait)
-                QVERIFY(SettingsStore::standard().contains(PreferencesWindow::frameAutosaveKey()));
+            if (afterTheTimer)
+                QTRY_VERIFY(SettingsStore::standard().contains(PreferencesWindow::frameAutosaveKey()));
             QTest::keyClick(controller.window(), Qt::Key_Return);
             QVERIFY(controller.window()->isVisible());
             QTest::keyClick(controller.window(), Qt::Key_Escape);
             QVERIFY(!controller.window()->isVisible());
         }
-        SettingsStore::standard().useFile(file); // read back from disk, as the next run would
+        SettingsStore::standard().useFile(dir.filePath(u"settings.json"_s)); // read back, as the next run would
         PreferencesWindowController next;
-        next.setPreferencesViewControllers({pane("A", QSize(380, 210))});
+        next.setPreferencesViewControllers({pane(u"A"_s, QSize(380, 210))});
         next.showPreferencesWindow();
         QCOMPARE(next.window()->geometry(), moved);
     }
