@@ -53,34 +53,6 @@ private:
 
     QStringList runFolders() const { return QDir(m_program.scratch()).entryList({u"run-*"_s}, QDir::AllEntries); }
 
-    std::unique_ptr<QProcess> convertBig(int jobs, const QString &out)
-    {
-        if (m_big.isEmpty()) {
-            m_big = m_work.filePath(u"big"_s);
-            const PackageFactory factory(m_big);
-            factory.makeLarge(u"A.key"_s, 64 << 20, 1);
-            factory.make(u"B.key"_s);
-            factory.makeLarge(u"C.key"_s, 64 << 20, 3);
-        }
-        return m_program.start(
-            Program::deckwright({u"convert"_s, u"--jobs"_s, QString::number(jobs), u"--output"_s, out, m_big}));
-    }
-
-    // Waits until a worker zips; its pid, or 0 when the command ended first.
-    // Only what is asked: two zipping at the same moment is not certain on a loaded machine.
-    qint64 zippingWorker(QProcess &process, const QByteArray &archive = "/")
-    {
-        qint64 worker = 0;
-        Program::waitUntil(process, [&] {
-            for (const RunningProcess &found : Program::mentioning(QFile::encodeName(m_program.scratch()))) {
-                if (found.program == u"zip"_s && found.commandLine.contains(archive))
-                    worker = found.parent;
-            }
-            return worker != 0;
-        });
-        return worker;
-    }
-
 private Q_SLOTS:
     void initTestCase()
     {
@@ -163,51 +135,56 @@ private Q_SLOTS:
         QCOMPARE(runFolders(), QStringList());
     }
 
-    void aSignalStopsEveryWorker_data()
+    void aSignalStopsTheBatchAndALostWorkerOnlyItsPackage_data()
     {
         QTest::addColumn<int>("signalNumber");
-        QTest::addColumn<bool>("toGroup"); // as Ctrl+C sends it, or to the command alone
-        QTest::newRow("Ctrl+C") << SIGINT << true;
-        QTest::newRow("SIGTERM to the command") << SIGTERM << false;
-        QTest::newRow("SIGHUP to the command") << SIGHUP << false;
+        QTest::addColumn<QString>("to"); // the command's group, as Ctrl+C sends it; the command; C's worker
+        QTest::newRow("Ctrl+C") << SIGINT << "group";
+        QTest::newRow("SIGTERM to the command") << SIGTERM << "command";
+        QTest::newRow("SIGHUP to the command") << SIGHUP << "command";
+        // As the system kills a process out of memory: no run after it removes its folder.
+        QTest::newRow("the worker zipping C killed") << SIGKILL << "worker";
     }
 
-    void aSignalStopsEveryWorker()
+    void aSignalStopsTheBatchAndALostWorkerOnlyItsPackage()
     {
         QFETCH(int, signalNumber);
-        QFETCH(bool, toGroup);
+        QFETCH(QString, to);
         const QString out = makeOut(u"stopped"_s);
-        const auto process = convertBig(3, out);
-        // Mid-batch, with a worker at its longest stage.
-        QVERIFY2(zippingWorker(*process), "no large package was ever zipped");
-        const pid_t pid = pid_t(process->processId());
-        QCOMPARE(::kill(toGroup ? -pid : pid, signalNumber), 0);
+        const bool lost = to == u"worker"_s;
+        if (m_big.isEmpty()) {
+            m_big = m_work.filePath(u"big"_s);
+            PackageFactory(m_big).makeLarge(u"A.key"_s, 64 << 20, 1);
+            PackageFactory(m_big).make(u"B.key"_s);
+            PackageFactory(m_big).makeLarge(u"C.key"_s, 64 << 20, 3);
+        }
+        const auto process = m_program.start(
+            Program::deckwright({u"convert"_s, u"--jobs"_s, lost ? u"2"_s : u"3"_s, u"--output"_s, out, m_big}));
+        // Mid-batch, with a worker at its longest stage (C, the last to start,
+        // when a worker is to be lost). Only what is asked: two zipping at the
+        // same moment is not certain on a loaded machine.
+        qint64 worker = 0;
+        Program::waitUntil(*process, [&] {
+            for (const RunningProcess &found : Program::mentioning(QFile::encodeName(m_program.scratch()))) {
+                if (found.program == u"zip"_s && found.commandLine.contains(lost ? "/C.zip" : "/"))
+                    worker = found.parent;
+            }
+            return worker != 0;
+        });
+        QVERIFY2(worker > 0, "no large package was ever zipped");
+        const pid_t pid = pid_t(lost ? worker : process->processId());
+        QCOMPARE(::kill(to == u"group"_s ? -pid : pid, signalNumber), 0);
         const Finished run = Program::finish(*process);
-        QCOMPARE(run.signal, signalNumber);
-        QCOMPARE(run.lines(), QStringList());
-        QCOMPARE(entries(out), QStringList());
-        QCOMPARE(runFolders(), QStringList());
-        QCOMPARE(m_program.leftovers().size(), 0);
-    }
-
-    void aLostWorkerFailsOnlyItsPackage()
-    {
-        const QString out = makeOut(u"lost"_s);
-        const auto process = convertBig(2, out);
-        // The worker zipping C, the last to start, is killed as the system
-        // kills a process out of memory: no run after it removes its folder.
-        const qint64 worker = zippingWorker(*process, "/C.zip");
-        QVERIFY2(worker > 0, "C was never zipped");
-        QCOMPARE(::kill(pid_t(worker), SIGKILL), 0);
-        const Finished run = Program::finish(*process);
-        QCOMPARE(run.status, 1);
-        QCOMPARE(run.lines(),
-                 QStringList({
-                     u"converted: %1/A.key -> %2/A.key"_s.arg(m_big, out),
-                     u"converted: %1/B.key -> %2/B.key"_s.arg(m_big, out),
-                     u"failed: %1/C.key: the process converting it ended unexpectedly (signal 9, Killed)"_s.arg(m_big),
-                 }));
-        QCOMPARE(entries(out), QStringList({u"A.key"_s, u"B.key"_s}));
+        QCOMPARE(run.signal, lost ? 0 : signalNumber);
+        QCOMPARE(run.status, lost ? 1 : -1);
+        QCOMPARE(
+            run.lines(),
+            lost ? QStringList(
+                {u"converted: %1/A.key -> %2/A.key"_s.arg(m_big, out),
+                 u"converted: %1/B.key -> %2/B.key"_s.arg(m_big, out),
+                 u"failed: %1/C.key: the process converting it ended unexpectedly (signal 9, Killed)"_s.arg(m_big)})
+                 : QStringList());
+        QCOMPARE(entries(out), lost ? QStringList({u"A.key"_s, u"B.key"_s}) : QStringList());
         QCOMPARE(runFolders(), QStringList());
         QCOMPARE(m_program.leftovers().size(), 0);
     }
