@@ -157,35 +157,26 @@ private Q_SLOTS:
 
         // The preferences panel, even clicked on its header text, opens the preferences.
         QTest::mouseClick(child(window->panel(Panel::Preferences), 0), Qt::LeftButton, {}, QPoint(10, 8));
-        QTRY_VERIFY(delegate.prefs()->window()->isVisible());
+        QWidget *preferences = delegate.prefs()->window();
+        QTRY_VERIFY(preferences->isVisible());
+        // Open reaches the open dialog: from the preferences window by its shortcut (under a
+        // window manager only an application-wide shortcut reaches the menus from another
+        // window), by a click, the menu, or Return on the focused panel; a cancel there asks
+        // for no folder and writes nothing.
+        preferences->activateWindow();
+        QTRY_VERIFY(preferences->isActiveWindow());
+        QTest::keyClick(preferences, Qt::Key_O, Qt::ControlModifier);
+        QTRY_COMPARE(f.panels.size(), 1);
         delegate.prefs()->dismissPreferencesWindow();
-
-        // Open reaches the open dialog, by a click, the menu, or Return on the focused panel;
-        // a cancel there asks for no folder and writes nothing.
         QTest::mouseClick(window->panel(Panel::Open), Qt::LeftButton, {}, QPoint(200, 26));
         window->menuItem(Item::Open)->trigger();
         QTest::keyClick(window->panel(Panel::Open), Qt::Key_Return);
-        QTRY_COMPARE(f.panels.size(), 3);
+        QTRY_COMPARE(f.panels.size(), 4);
         for (const OpenPanel &panel : f.panels)
             QVERIFY(panel.canChooseFiles());
         QVERIFY(!SettingsStore::standard().contains(SettingKey::errorPrezzes));
         QVERIFY(!SettingsStore::standard().contains(SettingKey::prezPath));
         QVERIFY(f.alerts.isEmpty());
-    }
-
-    void menuShortcutsWorkFromThePreferencesWindow()
-    {
-        AppDelegate &delegate = launch(true);
-        delegate.showPreferencesPane();
-        QWidget *preferences = delegate.prefs()->window();
-        preferences->activateWindow();
-        QTRY_VERIFY(preferences->isActiveWindow());
-        QTest::keyClick(preferences, Qt::Key_O, Qt::ControlModifier);
-        QTRY_COMPARE(f.panels.size(), 1);
-        // Under a window manager only an application-wide shortcut reaches the menus from another window.
-        for (Item item : {Item::Open, Item::Preferences, Item::Quit})
-            QCOMPARE(delegate.window()->menuItem(item)->shortcutContext(), Qt::ApplicationShortcut);
-        delegate.prefs()->dismissPreferencesWindow();
     }
 
     void closingHidesAndReopeningShows()
@@ -274,7 +265,9 @@ private Q_SLOTS:
         QVERIFY(f.alerts.isEmpty());
     }
 
-    void foldersWithoutPackagesStartNoBatch()
+    // A folder without packages is told and holds nothing up; a request that
+    // arrives while a file converts starts no nested batch but waits for it.
+    void requestsAreTakenOneAtATime()
     {
         AppDelegate &delegate = launch();
         const QString empty = f.work(u"No Decks"_s);
@@ -283,15 +276,6 @@ private Q_SLOTS:
         QTRY_COMPARE(f.alerts.size(), 1);
         QCOMPARE(f.alerts.first().messageText(), u"No Keynote packages were found."_s);
         QVERIFY(!SettingsStore::standard().contains(SettingKey::errorPrezzes));
-        // The next request is not held up by it.
-        delegate.openPackages({f.in(u"Plain.key"_s)});
-        QTRY_COMPARE_WITH_TIMEOUT(f.outputs(), QStringList{"Plain.key"}, BatchFixture::patience);
-    }
-
-    void requestsDuringABatchWaitForIt()
-    {
-        AppDelegate &delegate = launch();
-        // A request that arrives while the first file converts starts no nested batch.
         m_afterFinished = [&] {
             if (m_finished.size() == 1) {
                 QVERIFY(delegate.isConverting());
