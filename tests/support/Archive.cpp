@@ -19,11 +19,6 @@ QStringList Archive::names() const
     return QString::fromUtf8(unzip({QStringLiteral("-Z1"), m_path})).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
 }
 
-QByteArray Archive::read(const QString &name) const
-{
-    return unzip({QStringLiteral("-p"), m_path, name});
-}
-
 bool Archive::isWhole() const
 {
     QProcess process;

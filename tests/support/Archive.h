@@ -13,10 +13,9 @@ public:
     {
     }
 
-    QStringList names() const;                  // the entries as stored, folders too
-    QByteArray read(const QString &name) const; // one entry's bytes
-    bool isWhole() const;                       // every entry's checksum holds
-    bool isDeflated() const;                    // some entry is compressed
+    QStringList names() const; // the entries as stored, folders too
+    bool isWhole() const;      // every entry's checksum holds
+    bool isDeflated() const;   // some entry is compressed
     // The package's files, unpacked: path below the package's own folder (the
     // one holding index.apxl) -> SHA-1, and that folder's path in the archive,
     // empty when the package is the archive's root.
