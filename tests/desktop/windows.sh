@@ -23,10 +23,14 @@ fail() { echo "FAIL: $*"; exit 1; }
 # The title the window manager shows (WM_NAME may be a shortened Latin-1 copy).
 title() { xprop -id "$1" -notype _NET_WM_NAME 2>/dev/null | sed -n 's/^_NET_WM_NAME = "\(.*\)"$/\1/p'; }
 
-# Waits up to five seconds for a visible window whose whole title is $1; prints its id.
+# Waits until the command succeeds; two minutes at most, which only a hang
+# reaches on a loaded machine.
+until_() { for _ in $(seq 1200); do "$@" && return 0; sleep 0.1; done; return 1; }
+
+# Waits for a visible window whose whole title is $1; prints its id.
 window() {
     local id
-    for _ in $(seq 50); do
+    for _ in $(seq 1200); do
         for id in $(xdotool search --onlyvisible --name . 2>/dev/null); do
             [[ "$(title "$id")" == "$1" ]] && { echo "$id"; return 0; }
         done
@@ -34,16 +38,18 @@ window() {
     done
     return 1
 }
-press() { xdotool windowfocus --sync "$1" 2>/dev/null || true; sleep 0.2; xdotool key "$2"; }
+press() { xdotool windowfocus --sync "$1" 2>/dev/null || true; xdotool key "$2"; }
 
 exec 3>"$work/display"
 Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp >/dev/null 2>&1 &
 pids+=($!)
-for _ in $(seq 50); do [[ -s "$work/display" ]] && break; sleep 0.1; done
+until_ test -s "$work/display" || fail "Xvfb did not start"
 export DISPLAY=":$(cat "$work/display")"
 openbox >/dev/null 2>&1 &
 pids+=($!)
-sleep 0.5
+# Windows mapped before the window manager manages the screen would keep no decorations or hints.
+wm_ready() { xprop -root _NET_SUPPORTING_WM_CHECK 2>/dev/null | grep -q 'window id'; }
+until_ wm_ready || fail "openbox did not start"
 
 export HOME="$work/home" XDG_CONFIG_HOME="$work/home/.config" XDG_RUNTIME_DIR="$work/run"
 mkdir -p "$HOME" "$XDG_RUNTIME_DIR" "$work/in/Talk.key"
@@ -76,6 +82,6 @@ done
 
 # Quit from the preferences window, not the main window.
 press "$prefs" ctrl+q
-for _ in $(seq 50); do kill -0 "$app_pid" 2>/dev/null || break; sleep 0.1; done
-kill -0 "$app_pid" 2>/dev/null && fail "Ctrl+Q in the preferences window did not quit"
+gone() { ! kill -0 "$app_pid" 2>/dev/null; }
+until_ gone || fail "Ctrl+Q in the preferences window did not quit"
 echo "PASS"
