@@ -42,24 +42,15 @@ void BatchFixture::reset(const QVariantMap &extra)
     TestSettings::useOutputFolder(out, extra);
 }
 
-void BatchFixture::choose(const QStringList &names)
+void BatchFixture::answer(const QStringList &names, OpenPanel::Response response)
 {
     QList<QUrl> urls;
     for (const QString &name : names)
         urls.append(OpenPanel::urlForPath(in(name), true));
-    answers.push_back([urls](OpenPanel &panel) {
-        panel.setUrls(urls);
-        return OpenPanel::OKResponse;
-    });
-}
-
-void BatchFixture::cancel(const QString &holding)
-{
-    const QString folder = holding.isEmpty() ? QString() : in(holding);
-    answers.push_back([folder](OpenPanel &panel) {
-        if (!folder.isEmpty())
-            panel.setUrls({OpenPanel::urlForPath(folder, true)});
-        return OpenPanel::CancelResponse;
+    answers.push_back([urls, response](OpenPanel &panel) {
+        if (!urls.isEmpty())
+            panel.setUrls(urls);
+        return response;
     });
 }
 

@@ -36,10 +36,14 @@ public:
         return name.startsWith(QLatin1Char('/')) ? name : work(QStringLiteral("in/") + name);
     }
     QString work(const QString &name) const { return m_work.filePath(name); }
-    // The next open dialog answers OK with these paths (see in()).
-    void choose(const QStringList &names);
-    // The next open dialog is cancelled, with the folder (see in()) selected if one is given.
-    void cancel(const QString &holding = {});
+    // The next open dialog answers with these paths (see in()) selected.
+    void answer(const QStringList &names, OpenPanel::Response response);
+    void choose(const QStringList &names) { answer(names, OpenPanel::OKResponse); }
+    // Cancelled, with the folder selected if one is given.
+    void cancel(const QString &holding = {})
+    {
+        answer(holding.isEmpty() ? QStringList() : QStringList{holding}, OpenPanel::CancelResponse);
+    }
     // One batch of these packages through a fresh application, as if chosen
     // in its open dialog; later dialogs take the answers queued before.
     void runBatch(const QStringList &names);
