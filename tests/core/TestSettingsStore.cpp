@@ -57,8 +57,9 @@ private Q_SLOTS:
                                  {u"bytes"_s, QByteArray("\x00\x01{\"base64\":1}\xff", 15)}};
         for (const auto &[key, value] : values.asKeyValueRange())
             store().setObject(key, value);
-        store().setInteger(u"big"_s, Q_INT64_C(9007199254740993)); // beyond what a double holds exactly
-        QVERIFY(!QFile::exists(path()));                           // nothing reaches the disk before a synchronise
+        // Beyond what a double holds exactly.
+        store().setInteger(u"big"_s, Q_INT64_C(9007199254740993));
+        QVERIFY(!QFile::exists(path())); // nothing reaches the disk before a synchronise
         QVERIFY(store().synchronize());
         store().useFile(path()); // read afresh, as the next run would
         for (const auto &[key, value] : values.asKeyValueRange())
