@@ -7,93 +7,77 @@
 #include <cstdio>
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
+
 class TestSettingsStore : public QObject
 {
     Q_OBJECT
 
-private:
-    QTemporaryDir m_dir;
-    QString path() const { return m_dir.filePath(QStringLiteral("Deckwright.json")); }
-    SettingsStore &store() { return SettingsStore::standard(); }
+    std::unique_ptr<QTemporaryDir> m_dir; // a fresh one per test
+    QString path() const { return m_dir->filePath(u"Deckwright.json"_s); }
+    static SettingsStore &store() { return SettingsStore::standard(); }
 
     // What the statement tells the person on the standard error.
-    template <typename Statement>
-    static QString stderrOf(Statement statement)
+    static QString stderrOf(const std::function<void()> &statement)
     {
-        QTemporaryFile capture;
-        if (!capture.open())
-            return QStringLiteral("(no capture file)");
-        std::fflush(stderr);
+        QTemporaryFile capture; // unopened, it captures nothing and the caller's check fails
+        capture.open();
         const int saved = ::dup(STDERR_FILENO);
         ::dup2(capture.handle(), STDERR_FILENO);
-        statement();
-        std::fflush(stderr);
+        statement(); // stderr is unbuffered: nothing is left to flush
         ::dup2(saved, STDERR_FILENO);
         ::close(saved);
         capture.seek(0);
         return QString::fromLocal8Bit(capture.readAll());
     }
 
-    // What the next run sees of a file written by hand.
+    // A file written by hand; the store, fresh from init, reads it on first use.
     void handWrite(const QByteArray &json)
     {
         QFile file(path());
         QVERIFY(file.open(QIODevice::WriteOnly) && file.write(json) == json.size());
-        file.close();
-        store().useFile(path());
     }
 
 private Q_SLOTS:
-    void initTestCase()
-    {
-        FatalTrap::install();
-        QVERIFY(m_dir.isValid());
-    }
+    void initTestCase() { FatalTrap::install(); }
 
     void init()
     {
-        QFile::remove(path());
+        m_dir = std::make_unique<QTemporaryDir>();
+        QVERIFY(m_dir->isValid());
         store().useFile(path());
     }
 
     void valuesKeepTheirKindsThroughARestart()
     {
-        const QVariantMap values{
-            {QStringLiteral("text"), QStringLiteral("Show in Finder")},
-            {QStringLiteral("empty"), QString()},
-            {QStringLiteral("oneItem"), QStringList{QStringLiteral("My%20Talk.key")}},
-            {QStringLiteral("noItems"), QStringList{}},
-            {QStringLiteral("bytes"), QByteArray("\x00\x01{\"base64\":1}\xff", 15)},
-        };
-        for (auto it = values.begin(); it != values.end(); ++it)
-            store().setObject(it.key(), it.value());
+        const QVariantMap values{{u"text"_s, u"Show in Finder"_s},
+                                 {u"empty"_s, QString()},
+                                 {u"oneItem"_s, QStringList{u"My%20Talk.key"_s}},
+                                 {u"noItems"_s, QStringList{}},
+                                 {u"bytes"_s, QByteArray("\x00\x01{\"base64\":1}\xff", 15)}};
+        for (const auto &[key, value] : values.asKeyValueRange())
+            store().setObject(key, value);
         // Beyond what a double holds exactly.
-        store().setInteger(QStringLiteral("big"), Q_INT64_C(9007199254740993));
+        store().setInteger(u"big"_s, Q_INT64_C(9007199254740993));
         QVERIFY(!QFile::exists(path())); // nothing reaches the disk before a synchronise
         QVERIFY(store().synchronize());
-
-        store().useFile(path());
-        for (auto it = values.begin(); it != values.end(); ++it) {
-            QCOMPARE(store().object(it.key()).typeId(), it.value().typeId());
-            QCOMPARE(store().object(it.key()), it.value());
-        }
-        QCOMPARE(store().integer(QStringLiteral("big"), 0), Q_INT64_C(9007199254740993));
+        store().useFile(path()); // read afresh, as the next run would
+        for (const auto &[key, value] : values.asKeyValueRange())
+            QCOMPARE(store().object(key), value); // a QVariant of another kind compares unequal
+        QCOMPARE(store().integer(u"big"_s, 0), Q_INT64_C(9007199254740993)); // fatal if it came back a double
     }
 
     void readersFallBackOnlyWhenAbsent()
     {
-        QCOMPARE(store().string(SettingKey::completedAction, QStringLiteral("Do Nothing")),
-                 QStringLiteral("Do Nothing"));
+        QCOMPARE(store().string(SettingKey::completedAction, u"Do Nothing"_s), u"Do Nothing"_s);
         QCOMPARE(store().integer(SettingKey::updateInterval, 86400), 86400);
         QVERIFY(store().isOn(SettingKey::playSound));
         store().setObject(SettingKey::completedAction, QString());
-        QCOMPARE(store().string(SettingKey::completedAction, QStringLiteral("Do Nothing")), QString());
-        for (const char *other : {"True", "yes"}) {
-            store().setObject(SettingKey::playSound, QString::fromUtf8(other));
-            QVERIFY(!store().isOn(SettingKey::playSound));
+        QCOMPARE(store().string(SettingKey::completedAction, u"Do Nothing"_s), QString());
+        for (const QString &text : {u"True"_s, u"yes"_s, u"true"_s}) {
+            store().setObject(SettingKey::playSound, text);
+            QCOMPARE(store().isOn(SettingKey::playSound), text == u"true"_s);
         }
-        store().setObject(SettingKey::playSound, QStringLiteral("true"));
-        QVERIFY(store().isOn(SettingKey::playSound));
     }
 
     void aValueOfTheWrongKindIsFatal()
@@ -116,67 +100,55 @@ private Q_SLOTS:
     void aDamagedFileIsKeptAsideWhereItCanBe_data()
     {
         QTest::addColumn<bool>("asideTaken");
-        QTest::addColumn<QString>("said");
-        QTest::newRow("kept aside") << false << "it was kept as " + path() + ".damaged";
+        QTest::newRow("kept aside") << false;
         // A folder of someone else's holds the name the file would be kept under.
-        QTest::newRow("the name is taken") << true << QStringLiteral("nor kept aside");
+        QTest::newRow("the name is taken") << true;
     }
     void aDamagedFileIsKeptAsideWhereItCanBe()
     {
         QFETCH(bool, asideTaken);
-        QFETCH(QString, said);
-        const QString aside = path() + QStringLiteral(".damaged");
-        QDir(aside).removeRecursively();
-        QFile::remove(aside);
+        const QString aside = path() + u".damaged"_s;
         if (asideTaken)
-            QVERIFY(QDir().mkpath(aside + QStringLiteral("/theirs")));
+            QVERIFY(QDir().mkpath(aside + u"/theirs"_s));
         handWrite("{ not json");
         const QString message = stderrOf([&] { QVERIFY(!store().contains(SettingKey::outputPath)); });
-        QVERIFY2(message.contains(said), qPrintable(message));
+        QVERIFY2(message.contains(asideTaken ? u"nor kept aside"_s : "it was kept as " + aside), qPrintable(message));
         QCOMPARE(QFileInfo(aside).isFile(), !asideTaken);
-        QCOMPARE(QFileInfo::exists(aside + QStringLiteral("/theirs")), asideTaken);
+        QCOMPARE(QFileInfo::exists(aside + u"/theirs"_s), asideTaken);
 
-        store().setObject(SettingKey::outputPath, QStringLiteral("file:///tmp/"));
+        store().setObject(SettingKey::outputPath, u"file:///tmp/"_s);
         QVERIFY(store().synchronize());
         store().useFile(path());
-        QCOMPARE(store().string(SettingKey::outputPath, {}), QStringLiteral("file:///tmp/"));
-        QDir(aside).removeRecursively();
+        QCOMPARE(store().string(SettingKey::outputPath, {}), u"file:///tmp/"_s);
     }
 
     void aChangeMadeElsewhereSurvivesOurNextSave()
     {
-        store().setObject(SettingKey::playSound, QStringLiteral("false"));
+        store().setObject(SettingKey::playSound, u"false"_s);
         QVERIFY(store().synchronize());
         // Another session, or a person with an editor, changes the file meanwhile.
-        {
-            JsonSettingsBackend other(path());
-            QVariantMap values = other.load();
-            values.insert(SettingKey::completedAction, QStringLiteral("Open in Keynote"));
-            values.insert(SettingKey::playSound, QStringLiteral("true"));
-            QVERIFY(other.save(values));
-        }
-        store().setObject(SettingKey::stopForErrors, QStringLiteral("false"));
+        QVERIFY(JsonSettingsBackend(path()).save(
+            {{SettingKey::completedAction, u"Open in Keynote"_s}, {SettingKey::playSound, u"true"_s}}));
+        store().setObject(SettingKey::stopForErrors, u"false"_s);
         QVERIFY(store().synchronize());
         store().useFile(path());
-        QCOMPARE(store().string(SettingKey::completedAction, {}), QStringLiteral("Open in Keynote"));
-        QCOMPARE(store().string(SettingKey::playSound, {}), QStringLiteral("true")); // not ours to change back
-        QCOMPARE(store().string(SettingKey::stopForErrors, {}), QStringLiteral("false"));
+        QCOMPARE(store().string(SettingKey::completedAction, {}), u"Open in Keynote"_s);
+        QCOMPARE(store().string(SettingKey::playSound, {}), u"true"_s); // not ours to change back
+        QCOMPARE(store().string(SettingKey::stopForErrors, {}), u"false"_s);
     }
 
     void aSettingsPathThatIsAFolderIsNeverSaved()
     {
         QVERIFY(QDir().mkpath(path()));
-        store().useFile(path());
-        const QString message = stderrOf([&] { store().setObject(SettingKey::playSound, QStringLiteral("false")); });
-        QVERIFY2(message.contains(path() + QStringLiteral(" is a folder")), qPrintable(message));
+        const QString message = stderrOf([] { store().setObject(SettingKey::playSound, u"false"_s); });
+        QVERIFY2(message.contains(path() + u" is a folder"_s), qPrintable(message));
         QVERIFY(!store().synchronize());
-        QVERIFY(QDir().rmdir(path()));
     }
 
     void defaultLocationFollowsXdgConfigHome()
     {
-        qputenv("XDG_CONFIG_HOME", m_dir.path().toUtf8());
-        QCOMPARE(JsonSettingsBackend::defaultPath(), m_dir.path() + QStringLiteral("/bramblefox/Deckwright.json"));
+        qputenv("XDG_CONFIG_HOME", m_dir->path().toUtf8());
+        QCOMPARE(JsonSettingsBackend::defaultPath(), m_dir->path() + u"/bramblefox/Deckwright.json"_s);
     }
 };
 
