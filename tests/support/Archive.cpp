@@ -2,33 +2,34 @@
 
 #include "support/Tree.h"
 
-#include <QProcess>
-#include <QTemporaryDir>
+#include <QtCore>
 
-QByteArray Archive::unzip(const QStringList &arguments) const
+bool Archive::unzip(const QStringList &arguments, QByteArray *out) const
 {
     QProcess process;
     process.start(QStringLiteral("unzip"), arguments);
-    process.waitForFinished(-1);
-    return process.exitStatus() == QProcess::NormalExit && process.exitCode() == 0 ? process.readAllStandardOutput()
-                                                                                   : QByteArray();
+    const bool done = process.waitForFinished(-1) && process.exitStatus() == QProcess::NormalExit;
+    if (out)
+        *out = process.readAllStandardOutput();
+    return done && process.exitCode() == 0;
 }
 
 QStringList Archive::names() const
 {
-    return QString::fromUtf8(unzip({QStringLiteral("-Z1"), m_path})).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    QByteArray out;
+    unzip({QStringLiteral("-Z1"), m_path}, &out);
+    return QString::fromUtf8(out).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
 }
 
 bool Archive::isWhole() const
 {
-    QProcess process;
-    process.start(QStringLiteral("unzip"), {QStringLiteral("-tqq"), m_path});
-    return process.waitForFinished(-1) && process.exitCode() == 0;
+    return unzip({QStringLiteral("-tqq"), m_path});
 }
 
 bool Archive::isDeflated() const
 {
-    return unzip({QStringLiteral("-v"), m_path}).contains(" Defl:");
+    QByteArray out;
+    return unzip({QStringLiteral("-v"), m_path}, &out) && out.contains(" Defl:");
 }
 
 QMap<QByteArray, QByteArray> Archive::packageFiles(QByteArray *packageFolder) const

@@ -22,6 +22,6 @@ public:
     QMap<QByteArray, QByteArray> packageFiles(QByteArray *packageFolder = nullptr) const;
 
 private:
-    QByteArray unzip(const QStringList &arguments) const;
+    bool unzip(const QStringList &arguments, QByteArray *out = nullptr) const;
     QString m_path;
 };

@@ -1,9 +1,6 @@
 #include "support/PackageFactory.h"
 
-#include <QDir>
-#include <QFile>
-#include <QFileInfo>
-#include <QProcess>
+#include <QtCore>
 
 #include <cstring>
 

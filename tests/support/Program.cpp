@@ -1,11 +1,6 @@
 #include "support/Program.h"
 
-#include <QDir>
-#include <QElapsedTimer>
-#include <QFile>
-#include <QFileInfo>
-#include <QStandardPaths>
-#include <QThread>
+#include <QtCore>
 
 #include <csignal>
 

@@ -4,9 +4,7 @@
 #include "core/FolderBookmark.h"
 #include "core/SettingsStore.h"
 
-#include <QDir>
-#include <QFile>
-#include <QUrl>
+#include <QtCore>
 
 void TestSettings::useOutputFolder(const QString &folder, const QVariantMap &extra)
 {

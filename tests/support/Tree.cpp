@@ -1,9 +1,6 @@
 #include "support/Tree.h"
 
-#include <QCryptographicHash>
-#include <QFile>
-#include <QFileInfo>
-#include <QProcess>
+#include <QtCore>
 
 #include <fcntl.h>
 
