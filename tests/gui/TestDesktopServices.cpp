@@ -1,67 +1,20 @@
 #include "platform/freedesktop/FreedesktopDesktopServices.h"
 
+#include <QDesktopServices>
 #include <QtDBus>
 #include <QtTest>
 
 using namespace Qt::StringLiterals;
 
 namespace {
-// Records what would have gone to the desktop's default handler instead of launching it.
-class TestableServices : public FreedesktopDesktopServices
-{
-public:
-    using FreedesktopDesktopServices::FreedesktopDesktopServices;
-    QList<QUrl> defaultOpened;
-
-protected:
-    bool openWithDefaultHandler(const QUrl &url) override
-    {
-        defaultOpened.append(url);
-        return true;
-    }
-};
-
-bool writeFile(const QString &path, const QByteArray &contents)
+bool writeFile(const QString &path, const QByteArray &contents, QFile::Permissions added = {})
 {
     QDir().mkpath(QFileInfo(path).absolutePath());
     QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(contents) == contents.size();
+    return file.open(QIODevice::WriteOnly) && file.write(contents) == contents.size()
+           && file.setPermissions(file.permissions() | added);
 }
 } // namespace
-
-// Plays the desktop's file manager.
-class FakeFileManager : public QObject
-{
-    Q_OBJECT
-    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.FileManager1")
-
-public:
-    QList<QStringList> shownItems;
-
-public Q_SLOTS:
-    void ShowItems(const QStringList &uris, const QString &) { shownItems.append(uris); }
-};
-
-// Plays the desktop's notification server; keeps each call's arguments as one line.
-class FakeNotificationServer : public QObject
-{
-    Q_OBJECT
-    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Notifications")
-
-public:
-    QStringList calls;
-    uint lastId = 41;
-
-public Q_SLOTS:
-    uint Notify(const QString &app, uint replaces, const QString &icon, const QString &summary, const QString &body,
-                const QStringList &actions, const QVariantMap &hints, int timeout)
-    {
-        calls.append(QStringList{app, QString::number(replaces), icon, summary, body, actions.join(u','),
-                                 hints.value(u"desktop-entry"_s).toString(), QString::number(timeout)}
-                         .join(u'|'));
-        return ++lastId;
-    }
-};
 
 // The file manager, the notifications and the named application, on a bus
 // of the test's own with no service that could be started on demand.
@@ -72,13 +25,22 @@ class TestDesktopServices : public QObject
     QTemporaryDir m_dir;
     QString m_presentation = m_dir.filePath(u"Out Folder/My Talk.key"_s);
     QProcess m_daemon;
-    QString m_bus; // its address
+    QString m_bus;       // its address
+    QStringList m_calls; // to the desktop, each with its arguments as one line
+    uint m_lastId = 41;
 
-    // A connection to the private bus, by its name.
-    QString connect(const QString &name)
+public Q_SLOTS:
+    // The desktop: its default handler for files, recorded instead of launched, its file manager and its
+    // notification server.
+    void open(const QUrl &url) { m_calls.append(u"open "_s + url.toString()); }
+    void ShowItems(const QStringList &uris, const QString &) { m_calls.append(u"ShowItems "_s + uris.join(u',')); }
+    uint Notify(const QString &app, uint replaces, const QString &icon, const QString &summary, const QString &body,
+                const QStringList &actions, const QVariantMap &hints, int timeout)
     {
-        QDBusConnection::connectToBus(m_bus, name);
-        return name;
+        m_calls.append(u"Notify %1|%2|%3|%4|%5|%6|%7|%8"_s.arg(
+            app, QString::number(replaces), icon, summary, body, actions.join(u','),
+            hints.value(u"desktop-entry"_s).toString(), QString::number(timeout)));
+        return ++m_lastId;
     }
 
 private Q_SLOTS:
@@ -98,55 +60,47 @@ private Q_SLOTS:
         if (!output.contains('\n'))
             QSKIP("needs dbus-daemon (Debian package dbus) for a private bus");
         m_bus = QString::fromUtf8(output.trimmed());
+        QDBusConnection::connectToBus(m_bus, u"client"_s);
+        QDesktopServices::setUrlHandler(u"file"_s, this, "open");
     }
+    void init() { m_calls.clear(); }
     void cleanupTestCase()
     {
+        QDesktopServices::unsetUrlHandler(u"file"_s);
         m_daemon.kill();
         m_daemon.waitForFinished();
     }
 
-    void revealAsksTheFileManagerElseOpensTheFolder()
+    void theFileManagerAndTheNotificationServerAreAskedElseDoneWithout()
     {
-        TestableServices services(connect(u"client"_s));
-        // Nobody owns the file manager's name.
-        QVERIFY(services.revealFile(m_presentation, QString()));
-        QTRY_COMPARE(services.defaultOpened, QList<QUrl>{QUrl::fromLocalFile(m_dir.filePath(u"Out Folder"_s))});
-
-        QDBusConnection fileManagerBus(connect(u"file manager"_s));
-        FakeFileManager fileManager;
-        QVERIFY(fileManagerBus.registerService(u"org.freedesktop.FileManager1"_s));
-        QVERIFY(fileManagerBus.registerObject(u"/org/freedesktop/FileManager1"_s, &fileManager,
-                                              QDBusConnection::ExportAllSlots));
-        QVERIFY(services.revealFile(m_presentation, QString()));
-        const QString uri = u"file://"_s + m_dir.path() + u"/Out%20Folder/My%20Talk.key"_s;
-        QTRY_COMPARE(fileManager.shownItems, QList<QStringList>{QStringList{uri}});
-    }
-
-    void notifyAsksTheNotificationServerAndRunsItsAction()
-    {
-        FreedesktopDesktopServices services(connect(u"notify client"_s));
+        FreedesktopDesktopServices services(u"client"_s);
         int shown = 0;
         const auto notify = [&] {
             return services.notify(u"Deckwright"_s, u"1 presentation converted"_s, u"Show in Files"_s,
                                    [&] { ++shown; });
         };
-        // No notification server: nothing shown, and the caller hears so.
+        // Nobody owns their names: the folder is opened instead, nothing is shown and the caller hears so.
+        QVERIFY(services.revealFile(m_presentation, QString()));
+        QTRY_COMPARE(m_calls, QStringList{u"open file://"_s + m_dir.path() + u"/Out Folder"_s});
         QVERIFY(!notify());
-        QDBusConnection serverBus(connect(u"notifications"_s));
-        FakeNotificationServer server;
-        QVERIFY(serverBus.registerService(u"org.freedesktop.Notifications"_s));
-        QVERIFY(
-            serverBus.registerObject(u"/org/freedesktop/Notifications"_s, &server, QDBusConnection::ExportAllSlots));
-        QVERIFY(notify());
-        QTRY_COMPARE(server.calls,
-                     QStringList{u"Deckwright|0|deckwright|Deckwright|1 presentation converted|"
-                                 "default,Show in Files,show,Show in Files|com.bramblefox.Deckwright|-1"_s});
-        // Another notification's action is not this one's.
-        for (uint id : {server.lastId + 1, server.lastId}) {
-            QDBusMessage signal = QDBusMessage::createSignal(u"/org/freedesktop/Notifications"_s,
-                                                             u"org.freedesktop.Notifications"_s, u"ActionInvoked"_s);
-            QVERIFY(serverBus.send(signal << id << u"show"_s));
+
+        QDBusConnection desktopBus = QDBusConnection::connectToBus(m_bus, u"desktop"_s);
+        for (const QString &name : {u"org.freedesktop.FileManager1"_s, u"org.freedesktop.Notifications"_s}) {
+            QVERIFY(desktopBus.registerService(name));
+            QVERIFY(desktopBus.registerObject(u'/' + QString(name).replace(u'.', u'/'), name, this,
+                                              QDBusConnection::ExportAllSlots));
         }
+        QVERIFY(services.revealFile(m_presentation, QString()));
+        QVERIFY(notify());
+        QTRY_COMPARE(m_calls, (QStringList{u"open file://"_s + m_dir.path() + u"/Out Folder"_s,
+                                           u"ShowItems file://"_s + m_dir.path() + u"/Out%20Folder/My%20Talk.key"_s,
+                                           u"Notify Deckwright|0|deckwright|Deckwright|1 presentation converted|"
+                                           "default,Show in Files,show,Show in Files|com.bramblefox.Deckwright|-1"_s}));
+        // Another notification's action is not this one's.
+        for (uint id : {m_lastId + 1, m_lastId})
+            QVERIFY(desktopBus.send(QDBusMessage::createSignal(u"/org/freedesktop/Notifications"_s,
+                                                               u"org.freedesktop.Notifications"_s, u"ActionInvoked"_s)
+                                    << id << u"show"_s));
         QTRY_COMPARE(shown, 1);
         QTest::qWait(50);
         QCOMPARE(shown, 1);
@@ -154,15 +108,15 @@ private Q_SLOTS:
 
     void openFileStartsTheNamedApplicationElseTheDefault()
     {
-        TestableServices services;
+        FreedesktopDesktopServices services;
         QVERIFY(services.openFile(m_presentation, u"Keynote"_s));
-        QCOMPARE(services.defaultOpened, QList<QUrl>{QUrl::fromLocalFile(m_presentation)});
+        QCOMPARE(m_calls, QStringList{u"open file://"_s + m_presentation});
 
         const QString record = m_dir.filePath(u"arguments.txt"_s),
                       script = m_dir.filePath(u"bin dir/record arguments"_s);
         QVERIFY(writeFile(script,
-                          u"#!/bin/sh\nprintf '%s\\n' \"$@\" > '%1.part'\nmv '%1.part' '%1'\n"_s.arg(record).toUtf8()));
-        QVERIFY(QFile::setPermissions(script, QFile::permissions(script) | QFile::ExeOwner));
+                          u"#!/bin/sh\nprintf '%s\\n' \"$@\" > '%1.part'\nmv '%1.part' '%1'\n"_s.arg(record).toUtf8(),
+                          QFile::ExeOwner));
         const QString applications = m_dir.filePath(u"data-home/applications/"_s);
         // Sorts first, and only its translated name matches.
         QVERIFY(writeFile(applications + u"a-decoy.desktop"_s,
@@ -170,13 +124,12 @@ private Q_SLOTS:
         QVERIFY(writeFile(
             applications + u"keynote.desktop"_s,
             u"[Desktop Entry]\nType=Application\nName=Keynote\nExec=\"%1\" --open %f %i\n"_s.arg(script).toUtf8()));
-        services.defaultOpened.clear();
         QVERIFY(services.openFile(m_presentation, u"Keynote"_s));
         QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(record), 120000);
         QFile arguments(record);
         QVERIFY(arguments.open(QIODevice::ReadOnly));
         QCOMPARE(QString::fromUtf8(arguments.readAll()), u"--open\n%1\n"_s.arg(m_presentation));
-        QCOMPARE(services.defaultOpened, QList<QUrl>());
+        QCOMPARE(m_calls, QStringList{u"open file://"_s + m_presentation}); // not again
     }
 
     void playSoundWithoutAudioDeviceDoesNothing()

@@ -29,8 +29,11 @@ const QByteArray sameFeed = feed("<item><title>Current</title><version>1.9.3.0</
 const QByteArray brokenFeed = "<rss version=\"2.0\"><channel><item><title>1.10</title></item>";
 const QByteArray noAnswer; // null: the server never answers
 
-const QString offer = "A new version of Deckwright is available!";
-const QString failure = "Deckwright couldn't check for updates.";
+const QString offer = u"A new version of Deckwright is available!"_s,
+              failure = u"Deckwright couldn't check for updates."_s;
+// The last check's age in seconds, for a check at start (the interval is an hour); or no last check, at a first
+// start or for a check the person asked for.
+constexpr qint64 longAgo = 7200, recently = 60, firstStart = -2, asked = -1;
 } // namespace
 
 class TestSoftwareUpdater : public QObject
@@ -38,7 +41,7 @@ class TestSoftwareUpdater : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase() { QCoreApplication::setApplicationVersion("1.9.3"); }
+    void initTestCase() { QCoreApplication::setApplicationVersion(u"1.9.3"_s); }
     void init() { SettingsStore::standard().useMemory(); }
 
     void compareVersions_data()
@@ -46,9 +49,9 @@ private Q_SLOTS:
         QTest::addColumn<QString>("a");
         QTest::addColumn<QString>("b");
         QTest::addColumn<int>("expected");
-        QTest::newRow("numeric, not textual") << QString("1.10") << "1.9" << 1;
-        QTest::newRow("missing parts are zero") << QString("1.0") << "1.0.0" << 0;
-        QTest::newRow("pre-release before release") << QString("2.0b1") << "2.0" << -1;
+        QTest::newRow("numeric, not textual") << u"1.10"_s << u"1.9"_s << 1;
+        QTest::newRow("missing parts are zero") << u"1.0"_s << u"1.0.0"_s << 0;
+        QTest::newRow("pre-release before release") << u"2.0b1"_s << u"2.0"_s << -1;
     }
 
     void compareVersions()
@@ -62,32 +65,21 @@ private Q_SLOTS:
 
     void check_data()
     {
-        // The age of the last check, for a check at start (the interval is an hour); -1: asked for.
         QTest::addColumn<qint64>("age");
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<QString>("message"); // of the one alert; none when empty
         QTest::addColumn<QString>("detail");
-        QTest::newRow("asked, newer") << qint64(-1) << newerFeed << offer
-                                      << "Deckwright 1.10.0 is now available (you have 1.9.3)";
-        QTest::newRow("asked, same") << qint64(-1) << sameFeed << "You're up to date."
-                                     << "Deckwright 1.9.3 is currently";
-        QTest::newRow("asked, broken") << qint64(-1) << brokenFeed << failure << "not well-formed XML";
-        QTest::newRow("asked, no answer") << qint64(-1) << noAnswer << failure << "did not answer within 0.2 seconds";
-        QTest::newRow("at start, newer: offered") << qint64(7200) << newerFeed << offer << "1.10.0";
-        QTest::newRow("at start, same: quiet") << qint64(7200) << sameFeed << QString() << QString();
-        QTest::newRow("at start, broken: quiet") << qint64(7200) << brokenFeed << QString() << QString();
-        QTest::newRow("at start, checked recently: no check") << qint64(60) << newerFeed << QString() << QString();
-    }
-
-    void theFirstStartWaitsOneInterval()
-    {
-        SettingsStore::standard().useMemory();
-        SoftwareUpdater updater;
-        updater.setUpdateCheckInterval(3600);
-        updater.setAutomaticallyChecksForUpdates(true);
-        updater.start();
-        QVERIFY(!updater.isChecking());
-        QVERIFY(updater.lastCheckTime() > QDateTime::currentSecsSinceEpoch() - 60);
+        QTest::newRow("asked, newer") << asked << newerFeed << offer
+                                      << u"Deckwright 1.10.0 is now available (you have 1.9.3)"_s;
+        QTest::newRow("asked, same") << asked << sameFeed << u"You're up to date."_s
+                                     << u"Deckwright 1.9.3 is currently"_s;
+        QTest::newRow("asked, broken") << asked << brokenFeed << failure << u"not well-formed XML"_s;
+        QTest::newRow("asked, no answer") << asked << noAnswer << failure << u"did not answer within 0.2 seconds"_s;
+        QTest::newRow("at start, newer: offered") << longAgo << newerFeed << offer << u"1.10.0"_s;
+        QTest::newRow("at start, same: quiet") << longAgo << sameFeed << QString() << QString();
+        QTest::newRow("at start, broken: quiet") << longAgo << brokenFeed << QString() << QString();
+        QTest::newRow("at start, checked recently: no check") << recently << newerFeed << QString() << QString();
+        QTest::newRow("first start: waits one interval") << firstStart << newerFeed << QString() << QString();
     }
 
     void check()
@@ -97,9 +89,8 @@ private Q_SLOTS:
         QFETCH(QString, message);
         QFETCH(QString, detail);
         // A feed served from a file, or a server that takes every request and never answers.
-        QTemporaryDir dir;
-        QFile file(dir.filePath(u"appcast.xml"_s));
-        QVERIFY(body.isNull() || (file.open(QIODevice::WriteOnly) && file.write(body) == body.size() && file.flush()));
+        QTemporaryFile file;
+        QVERIFY(body.isNull() || (file.open() && file.write(body) == body.size() && file.flush()));
         QTcpServer silent;
         QVERIFY(!body.isNull() || silent.listen(QHostAddress::LocalHost));
         qputenv("DECKWRIGHT_APPCAST_URL", body.isNull() ? "http://127.0.0.1:" + QByteArray::number(silent.serverPort())
@@ -111,30 +102,26 @@ private Q_SLOTS:
         if (body.isNull())
             updater.setTransferTimeout(200);
         QSignalSpy finished(&updater, &SoftwareUpdater::checkFinished);
-        if (age < 0) {
-            updater.checkForUpdates(nullptr);
-        } else {
+        if (age >= 0)
             SettingsStore::standard().setInteger(SoftwareUpdater::lastCheckTimeKey,
                                                  QDateTime::currentSecsSinceEpoch() - age);
-            updater.setUpdateCheckInterval(3600);
-            updater.setAutomaticallyChecksForUpdates(true);
-            updater.start();
-            QCOMPARE(updater.isChecking(), age > 3600);
-        }
-        if (age < 0 || age > 3600) {
-            // The limit only keeps a broken build from hanging.
-            QVERIFY(finished.count() > 0 || finished.wait(20000));
-            // A failed check counts too: no asking a broken server again at every start.
-            QVERIFY(updater.lastCheckTime() > QDateTime::currentSecsSinceEpoch() - 60);
-        }
+        updater.setUpdateCheckInterval(3600);
+        updater.setAutomaticallyChecksForUpdates(age != asked);
+        updater.start();
+        QCOMPARE(updater.isChecking(), age == longAgo);
+        if (age == asked)
+            updater.checkForUpdates(nullptr);
+        // The limit only keeps a broken build from hanging.
+        QTRY_COMPARE_WITH_TIMEOUT(finished.count(), age == asked || age == longAgo ? 1 : 0, 20000);
+        // A failed check counts too, no asking a broken server again at every start; a first start begins the count.
+        QCOMPARE(updater.lastCheckTime() > QDateTime::currentSecsSinceEpoch() - 60, age != recently);
         QCOMPARE(recorder.alerts.size(), message.isEmpty() ? 0 : 1);
-        if (!message.isEmpty()) {
-            QCOMPARE(recorder.alerts.at(0).messageText(), message);
-            QVERIFY2(recorder.alerts.at(0).informativeText().contains(detail),
-                     qPrintable(recorder.alerts.at(0).informativeText()));
+        for (const Alert &alert : recorder.alerts) {
+            QCOMPARE(alert.messageText(), message);
+            QVERIFY2(alert.informativeText().contains(detail), qPrintable(alert.informativeText()));
         }
         QCOMPARE(desktop.calls, message == offer
-                                    ? QStringList{"openUrl(\"https://example.invalid/deckwright/1.10.0/\")"}
+                                    ? QStringList{u"openUrl(\"https://example.invalid/deckwright/1.10.0/\")"_s}
                                     : QStringList());
     }
 };
