@@ -1,25 +1,17 @@
 #pragma once
 
+#include "core/Fatal.h"
+
 #include <QString>
 
-#include <stdexcept>
-
-// Turns the program's fatal ending into an exception a test can catch, so a
-// test can check that a condition is fatal, and with which reason.
-struct FatalError : std::runtime_error
+// Turns the program's fatal ending into an exception carrying its reason, so
+// that a test can check that a condition is fatal, and why.
+struct FatalTrap
 {
-    explicit FatalError(const QString &reason)
-        : std::runtime_error(reason.toStdString())
-        , reason(reason)
+    static void install()
     {
+        Fatal::setTerminator([](const QString &reason) { throw reason; });
     }
-    QString reason;
-};
-
-class FatalTrap
-{
-public:
-    static void install();
 };
 
 // Checks that the statement ends in a fatal condition whose reason contains the text.
@@ -28,9 +20,9 @@ public:
         bool fatalRaised_ = false;                                                                                     \
         try {                                                                                                          \
             statement;                                                                                                 \
-        } catch (const FatalError &error_) {                                                                           \
+        } catch (const QString &reason_) {                                                                             \
             fatalRaised_ = true;                                                                                       \
-            QVERIFY2(error_.reason.contains(QStringLiteral(text)), qPrintable(error_.reason));                         \
+            QVERIFY2(reason_.contains(QStringLiteral(text)), qPrintable(reason_));                                     \
         }                                                                                                              \
         QVERIFY2(fatalRaised_, "expected a fatal condition: " #statement);                                             \
     } while (false)

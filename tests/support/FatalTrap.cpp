@@ -1,8 +1,0 @@
-#include "support/FatalTrap.h"
-
-#include "core/Fatal.h"
-
-void FatalTrap::install()
-{
-    Fatal::setTerminator([](const QString &reason) { throw FatalError(reason); });
-}
