@@ -205,7 +205,7 @@ private Q_SLOTS:
     void sweepsStaleRunsButLeavesLiveRunsAndPlantedNamesAlone_data()
     {
         QTest::addColumn<bool>("runtime");   // $XDG_RUNTIME_DIR, or the temporary folder without it
-        QTest::addColumn<QString>("script"); // plants $NAME in that folder; $SRC holds the package
+        QTest::addColumn<QString>("script"); // plants $NAME there; $SRC, private like a scratch, holds the package
         QTest::addColumn<QString>("swept");  // what the run takes away; none: the planted name stays, the next serves
         QTest::newRow("runtime: link to the package's folder") << true << "ln -s \"$SRC\" \"$NAME\"" << u""_s;
         QTest::newRow("tmp: link to the package's folder") << false << "ln -s \"$SRC\" \"$NAME\"" << u""_s;
@@ -236,8 +236,8 @@ private Q_SLOTS:
         Site s = site();
         const QString base = s.dir + u"/base"_s, name = runtime ? u"deckwright"_s : u"deckwright-%1"_s.arg(::getuid());
         const QString package = PackageFactory(s.in).make(u"Talk.key"_s);
-        QVERIFY(Program::sh(u"printf neighbour > in/notes.txt; mkdir -m 0700 base; cd base; "_s + script, s.dir,
-                            {{u"NAME"_s, name}, {u"SRC"_s, s.in}}));
+        QVERIFY(Program::sh(u"printf neighbour > in/notes.txt; chmod 700 in; mkdir -m 0700 base; cd base; "_s + script,
+                            s.dir, {{u"NAME"_s, name}, {u"SRC"_s, s.in}}));
         s.env.remove(u"XDG_RUNTIME_DIR"_s);
         s.env.insert(runtime ? u"XDG_RUNTIME_DIR"_s : u"TMPDIR"_s, base);
         // A planted name stays as it was and the next name serves, empty again; stale runs go, live ones stay.
