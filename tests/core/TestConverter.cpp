@@ -78,8 +78,7 @@ private Q_SLOTS:
 
     void init()
     {
-        m_out = m_work.filePath(u"out-%1"_s.arg(QTest::currentTestFunction()));
-        QDir(m_out).removeRecursively();
+        m_out = m_work.filePath(u"out-%1-%2"_s.arg(QTest::currentTestFunction(), QTest::currentDataTag()));
         QVERIFY(QDir().mkpath(m_out));
         TestSettings::useOutputFolder(m_out);
     }
@@ -133,38 +132,52 @@ private Q_SLOTS:
             QVERIFY2(!name.startsWith(u'/') && !name.split(u'/').contains(u".."_s), qPrintable(name));
     }
 
-    // What KeynoteDocument says of a document (damaged, not UTF-8, no tag)
-    // is the check's test; here, one of each path through the converter.
-    void refusesWhatIsNotAKeynotePackage_data()
+    // What KeynoteDocument says of a document (damaged, not UTF-8, no tag) is
+    // the check's test; here, one refusal of each path through the converter,
+    // a stop after each step and while the file waits for its turn to be
+    // named, and a conversion whose name an earlier one takes meanwhile.
+    void eachEndingIsToldAndLeavesNothingElse_data()
     {
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("shape");      // package, file, nothing, or a package for a gone output folder
         QTest::addColumn<QByteArray>("content"); // the package's index.apxl.gz (none when empty), the file's bytes
-        QTest::addColumn<int>("progress");       // events before the refusal
-        QTest::addColumn<QString>("reason");     // OUT: the output folder
-        const auto row
-            = [](const char *tag, const char *name, const char *shape, const QByteArray &content, int progress,
-                 const char *reason) { QTest::newRow(tag) << name << shape << content << progress << reason; };
+        QTest::addColumn<int>("stopAt");         // the progress event after which a stop comes; 9: the turn
+        QTest::addColumn<int>("progress");       // events before the ending
+        QTest::addColumn<qint64>("code");
+        QTest::addColumn<QString>("reason"); // OUT: the output folder
+        const auto row = [](const char *tag, const char *name, const char *shape, const QByteArray &content,
+                            int progress, qint64 code, const char *reason, int stopAt = 0) {
+            QTest::newRow(tag) << name << shape << content << stopAt << progress << code << reason;
+        };
         const char *newer = "already in the Keynote '09 format";
         const QByteArray four = PackageFactory::gzip(PackageFactory::keynoteFourDocument());
-        row("capital extension", "Loud.KEY", "package", four, 0, "its name does not end in .key");
-        row("no document", "Empty.key", "package", {}, 2, "index.apxl.gz is missing");
-        row("not gzip", "Raw.key", "package", PackageFactory::keynoteFourDocument(), 3, "the document is damaged");
+        row("capital extension", "Loud.KEY", "package", four, 0, Converter::NotKeynote,
+            "its name does not end in .key");
+        row("no document", "Empty.key", "package", {}, 2, Converter::NotKeynoteFour, "index.apxl.gz is missing");
+        row("not gzip", "Raw.key", "package", PackageFactory::keynoteFourDocument(), 3, Converter::NotKeynoteFour,
+            "the document is damaged");
         row("already Keynote 09", "Newer.key", "package", PackageFactory::gzip(PackageFactory::keynoteFiveDocument()),
-            3, newer);
-        row("Keynote 09 single file", "Zipped.key", "file", QByteArray("PK\x03\x04rest", 8), 3, newer);
-        row("missing package", "Nowhere.key", "nothing", {}, 2, "it was not found");
+            3, Converter::NotKeynoteFour, newer);
+        row("Keynote 09 single file", "Zipped.key", "file", QByteArray("PK\x03\x04rest", 8), 3,
+            Converter::NotKeynoteFour, newer);
+        row("missing package", "Nowhere.key", "nothing", {}, 2, Converter::NotKeynoteFour, "it was not found");
         // Told, not fatal.
-        row("output folder gone", "Gone.key", "gone", four, 8,
+        row("output folder gone", "Gone.key", "gone", four, 8, Converter::OutputNotWritten,
             "could not write OUT/Gone.key (the output folder no longer exists)");
+        for (int n = 1; n <= 9; ++n)
+            row(n == 9 ? "stopped while waiting for its turn" : qPrintable(u"stopped after progress %1"_s.arg(n)),
+                "Turn.key", "package", four, qMin(n, 8), Converter::Stopped, "stopped", n);
+        row("converted, its name taken meanwhile", "Turn.key", "package", four, 8, Converter::NoError, "");
     }
 
-    void refusesWhatIsNotAKeynotePackage()
+    void eachEndingIsToldAndLeavesNothingElse()
     {
         QFETCH(QString, name);
         QFETCH(QString, shape);
         QFETCH(QByteArray, content);
+        QFETCH(int, stopAt);
         QFETCH(int, progress);
+        QFETCH(qint64, code);
         QFETCH(QString, reason);
         const QString package = m_in + u'/' + name;
         if (shape == u"file"_s)
@@ -176,49 +189,9 @@ private Q_SLOTS:
         const Tree source = Tree::of(package, Tree::WithTimes);
         EventRecorder events;
         TurnTaker converter(package);
-        converter.doConvert(m_out);
-        QCOMPARE(events.names, QStringList(progress, u"progress"_s)
-                                   << (progress ? u"notKeynoteFour"_s : u"notKeynote"_s));
-        QCOMPARE(converter.errorOccurred(), qint64(progress == 0        ? Converter::NotKeynote
-                                                   : shape == u"gone"_s ? Converter::OutputNotWritten
-                                                                        : Converter::NotKeynoteFour));
-        QCOMPARE(converter.errorReason(), reason.replace(u"OUT"_s, m_out));
-        QVERIFY(shape == u"gone"_s || converter.outputPrezName().isEmpty());
-        QCOMPARE(converter.turns, 0); // a file refused never asks for a turn
-        QCOMPARE(Tree::of(package, Tree::WithTimes), source);
-        QCOMPARE(entries(m_tmp), QStringList());
-        QCOMPARE(entries(m_out), QStringList());
-    }
-
-    void aFatalEndingRemovesTheRunsFolder()
-    {
-        // The real ending, in a child: the fatal exit itself must take the
-        // run's folder (with the package's copy and its archive) along.
-        QProcess child;
-        child.start(QCoreApplication::applicationFilePath(),
-                    {u"--convert-fatally"_s, PackageFactory(m_in).make(u"Doomed.key"_s)});
-        const Finished run = Program::finish(child);
-        QVERIFY2(run.status == 70 && run.err.contains("fatal: no output folder was chosen"), run.err);
-        QCOMPARE(entries(m_tmp), QStringList());
-    }
-
-    void waitsForItsTurnWholeAndNamelessAndAStopLeavesNothing_data()
-    {
-        QTest::addColumn<int>("atEvent"); // 0: no stop; 9: while the file waits for its turn to be named
-        for (int n = 0; n <= 9; ++n)
-            QTest::addRow(n == 0 ? "no stop" : n == 9 ? "waiting for its turn" : "after progress %d", n) << n;
-    }
-
-    void waitsForItsTurnWholeAndNamelessAndAStopLeavesNothing()
-    {
-        QFETCH(int, atEvent);
-        const QString package = PackageFactory(m_in).make(u"Turn.key"_s);
-        const Tree source = Tree::of(package, Tree::WithTimes);
-        EventRecorder events;
-        TurnTaker converter(package);
         int seen = 0;
         NotificationCenter::defaultCenter().addObserver(this, ConversionEvents::progress, [&](const Notification &) {
-            if (++seen == atEvent)
+            if (++seen == stopAt)
                 StopRequest::request();
         });
         QStringList named;
@@ -226,26 +199,40 @@ private Q_SLOTS:
             named = entries(m_out);
             // An earlier conversion takes the name found free meanwhile.
             QVERIFY(put(m_out + u"/Turn.key"_s, "earlier"));
-            if (atEvent == 9)
+            if (stopAt == 9)
                 StopRequest::request();
         };
         converter.doConvert(m_out);
         NotificationCenter::defaultCenter().removeObserver(this);
-        QCOMPARE(events.names, QStringList(atEvent % 9 ? atEvent : 8, u"progress"_s)
-                                   << (atEvent ? u"notKeynoteFour"_s : u"finished"_s));
+        // The last event: finished, notKeynote, and for any other outcome notKeynoteFour.
+        QCOMPARE(events.names, QStringList(progress, u"progress"_s)
+                                   << QStringList({u"finished"_s, u"notKeynote"_s}).value(code, u"notKeynoteFour"_s));
         QCOMPARE(events.objects, QList<Converter *>(events.names.size(), &converter));
-        QCOMPARE(converter.errorOccurred(), qint64(atEvent ? Converter::Stopped : Converter::NoError));
-        QCOMPARE(converter.turns, atEvent % 9 ? 0 : 1);
+        QCOMPARE(converter.errorOccurred(), code);
+        QCOMPARE(converter.errorReason(), reason.replace(u"OUT"_s, m_out));
+        // Only a file whole and nameless waits for its turn; a file refused never does.
+        QCOMPARE(converter.turns, code == Converter::NoError || stopAt == 9 ? 1 : 0);
         QCOMPARE(named, QStringList());
-        QCOMPARE(entries(m_tmp), QStringList());
-        QCOMPARE(entries(m_out), (atEvent == 0   ? QStringList{u"Turn.1.key"_s, u"Turn.key"_s}
-                                  : atEvent == 9 ? QStringList{u"Turn.key"_s}
-                                                 : QStringList()));
-        QCOMPARE(contents(m_out + u"/Turn.key"_s), atEvent % 9 ? QByteArray() : QByteArray("earlier"));
+        QVERIFY(converter.turns || shape == u"gone"_s || converter.outputPrezName().isEmpty());
         QCOMPARE(Tree::of(package, Tree::WithTimes), source);
+        QCOMPARE(entries(m_tmp), QStringList());
+        QCOMPARE(entries(m_out), (code == Converter::NoError ? QStringList{u"Turn.1.key"_s, u"Turn.key"_s}
+                                  : stopAt == 9              ? QStringList{u"Turn.key"_s}
+                                                             : QStringList()));
+        QCOMPARE(contents(m_out + u"/Turn.key"_s), converter.turns ? QByteArray("earlier") : QByteArray());
         QVERIFY(!StopRequest::pending()); // the next conversion starts afresh
-        QVERIFY(atEvent
-                || (converter.outputPrezName() == u"Turn.1.key"_s && Archive(m_out + u"/Turn.1.key"_s).isWhole()));
+        QVERIFY(code || (converter.outputPrezName() == u"Turn.1.key"_s && Archive(m_out + u"/Turn.1.key"_s).isWhole()));
+    }
+
+    void aFatalEndingRemovesTheRunsFolder()
+    {
+        // The real ending, in a child: the fatal exit itself must take the
+        // run's folder (with the package's copy and its archive) along.
+        const Program child(m_work.filePath(u"child"_s));
+        const Finished run = child.run({QCoreApplication::applicationFilePath(), u"--convert-fatally"_s,
+                                        PackageFactory(m_in).make(u"Doomed.key"_s)});
+        QVERIFY2(run.status == 70 && run.err.contains("fatal: no output folder was chosen"), run.err);
+        QCOMPARE(entries(child.scratch()), QStringList());
     }
 
     // Unnamed files, used where the file system has them, are attacked through
