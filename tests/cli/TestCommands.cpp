@@ -5,8 +5,6 @@
 
 #include <QtTest>
 
-#include <sys/stat.h>
-
 using namespace Qt::StringLiterals;
 
 // `deckwright check` and the mistakes a script can make with either command,
@@ -27,13 +25,15 @@ private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY(m_work.isValid());
-        ::chmod(QFile::encodeName(m_work.path()).constData(), 0755); // the way in is open to nobody
         m_program.workingFolder = m_in;
         QVERIFY(Program::giveToNobody(m_stranger.runtime()));
         PackageFactory(m_in).make(u"Talk.key"_s, PackageFactory::keynoteFourDocument(u"Talk"_s, 12));
         PackageFactory(m_in + u"/Decks"_s).make(u"B.key"_s);
         PackageFactory(m_in + u"/Decks/Old"_s).make(u"A.key"_s);
-        QVERIFY(Program::sh(u"mkdir Nothing; printf notes > Decks/notes.txt"_s, m_in));
+        // The way in is open to nobody; the usage errors' output folders sit beside in/.
+        QVERIFY(Program::sh(
+            u"chmod 755 .; mkdir out locked in/Nothing; chmod 555 locked; printf notes > in/Decks/notes.txt"_s,
+            m_work.path()));
     }
 
     void cleanupTestCase()
@@ -48,40 +48,35 @@ private Q_SLOTS:
         QTest::addColumn<int>("status");
         QTest::addColumn<QString>("first"); // line of standard error; with status 0, the start of standard output
         QTest::addColumn<bool>("asNobody");
-        const QString out = m_work.filePath(u"out"_s), locked = m_work.filePath(u"locked"_s);
-        QDir().mkpath(out);
-        QDir().mkpath(locked);
-        ::chmod(QFile::encodeName(locked).constData(), 0555);
-        const QString file = m_in + u"/Talk.key/index.apxl.gz"_s, o = u"-o"_s, x = u"x.key"_s;
-        const auto row = [](const char *tag, const QStringList &arguments, const QString &first, int status = 2,
-                            bool asNobody = false) { QTest::newRow(tag) << arguments << status << first << asNobody; };
-        const auto convert
-            = [&](const char *tag, const QStringList &arguments, const QString &why, bool asNobody = false) {
-                  row(tag, QStringList{u"convert"_s} + arguments, u"deckwright convert: "_s + why, 2, asNobody);
-              };
-        convert("no package", {u"--output"_s, out}, u"no package given"_s);
-        convert("no output", {x}, u"no output folder given (--output DIR)"_s);
-        convert("output without value", {u"--output"_s}, u"Missing value after '--output'."_s);
-        convert("missing folder", {o, out + u"/nope"_s, x}, u"the output folder %1/nope does not exist"_s.arg(out));
-        convert("not a folder", {o, file, x}, u"%1 is not a folder"_s.arg(file));
-        convert("unknown option", {u"--fast"_s}, u"Unknown option 'fast'."_s);
-        convert("unknown layout", {o, out, u"--layout=flat"_s, x}, u"unknown layout 'flat' (reference or root)"_s);
-        convert("no jobs", {u"-j"_s, u"0"_s, o, out, x}, u"--jobs needs a whole number of at least 1, not '0'"_s);
-        convert("jobs not a number", {u"--jobs=all"_s, o, out, x},
-                u"--jobs needs a whole number of at least 1, not 'all'"_s);
-        convert("two output folders", {o, out, o, out, x}, u"only one output folder can be given"_s);
+        const auto row
+            = [](const char *tag, const QString &arguments, const QString &first, int status = 2,
+                 bool asNobody = false) { QTest::newRow(tag) << arguments.split(u' ') << status << first << asNobody; };
+        // The program runs in in/, beside out/ and locked/.
+        const auto convert = [&](const char *tag, const QString &arguments, const QString &why, bool asNobody = false) {
+            row(tag, u"convert "_s + arguments, u"deckwright convert: "_s + why, 2, asNobody);
+        };
+        convert("no package", "--output ../out", "no package given");
+        convert("no output", "x.key", "no output folder given (--output DIR)");
+        convert("output without value", "--output", "Missing value after '--output'.");
+        convert("missing folder", "-o ../out/nope x.key", "the output folder ../out/nope does not exist");
+        convert("not a folder", "-o Talk.key/index.apxl.gz x.key", "Talk.key/index.apxl.gz is not a folder");
+        convert("unknown option", "--fast", "Unknown option 'fast'.");
+        convert("unknown layout", "-o ../out --layout=flat x.key", "unknown layout 'flat' (reference or root)");
+        convert("no jobs", "-j 0 -o ../out x.key", "--jobs needs a whole number of at least 1, not '0'");
+        convert("jobs not a number", "--jobs=all -o ../out x.key",
+                "--jobs needs a whole number of at least 1, not 'all'");
+        convert("two output folders", "-o ../out -o ../out x.key", "only one output folder can be given");
         // Root writes anywhere: a folder that cannot be written needs another user.
-        convert("folder not writable", {o, locked, x}, u"the output folder %1 is not writable"_s.arg(locked), true);
-        row("check without a path", {u"check"_s}, u"deckwright check: no path given"_s);
-        row("check, unknown option", {u"check"_s, u"--fast"_s, u"Talk.key"_s},
-            u"deckwright check: Unknown option 'fast'."_s);
-        row("unknown program option", {u"--bogus"_s}, u"deckwright: unknown option --bogus"_s);
-        row("misspelt command", {u"conver"_s},
-            u"deckwright: 'conver' is neither a command nor a file (the commands are 'convert' and 'check')"_s);
-        row("help", {u"--help"_s}, u"Usage: deckwright [PACKAGE_OR_FOLDER...]"_s, 0);
-        row("convert help", {u"convert"_s, u"--help"_s}, u"Usage: deckwright convert --output DIR"_s, 0);
-        row("check help", {u"check"_s, u"-h"_s}, u"Usage: deckwright check PATH..."_s, 0);
-        row("version", {u"--version"_s}, u"Deckwright "_s, 0);
+        convert("folder not writable", "-o ../locked x.key", "the output folder ../locked is not writable", true);
+        row("check without a path", "check", "deckwright check: no path given");
+        row("check, unknown option", "check --fast Talk.key", "deckwright check: Unknown option 'fast'.");
+        row("unknown program option", "--bogus", "deckwright: unknown option --bogus");
+        row("misspelt command", "conver",
+            "deckwright: 'conver' is neither a command nor a file (the commands are 'convert' and 'check')");
+        row("help", "--help", "Usage: deckwright [PACKAGE_OR_FOLDER...]", 0);
+        row("convert help", "convert --help", "Usage: deckwright convert --output DIR", 0);
+        row("check help", "check -h", "Usage: deckwright check PATH...", 0);
+        row("version", "--version", "Deckwright ", 0);
     }
 
     // A usage error exits with 2 and says why on standard error; help and the version go to standard output.
@@ -188,15 +183,13 @@ private Q_SLOTS:
     {
         const Finished run = m_program.run(
             Program::deckwright({u"check"_s, u"Talk.key"_s, u"Decks/"_s, u"missing.key"_s, m_in + u"/Nothing"_s}));
-        QCOMPARE(
-            run.lines(),
-            QStringList({
-                u"Talk.key: Keynote '08 package, convertible, %1, 12 slides"_s.arg(size(u"Talk.key"_s)),
-                u"Decks/B.key: Keynote '08 package, convertible, %1, 1 slide"_s.arg(size(u"Decks/B.key"_s)),
-                u"Decks/Old/A.key: Keynote '08 package, convertible, %1, 1 slide"_s.arg(size(u"Decks/Old/A.key"_s)),
-                u"missing.key: not convertible (it was not found)"_s,
-                m_in + u"/Nothing: no .key packages in it"_s,
-            }));
+        QCOMPARE(run.lines().join(u'\n'),
+                 u"Talk.key: Keynote '08 package, convertible, %1, 12 slides\n"
+                 u"Decks/B.key: Keynote '08 package, convertible, %2, 1 slide\n"
+                 u"Decks/Old/A.key: Keynote '08 package, convertible, %3, 1 slide\n"
+                 u"missing.key: not convertible (it was not found)\n"
+                 u"%4/Nothing: no .key packages in it"_s.arg(size(u"Talk.key"_s), size(u"Decks/B.key"_s),
+                                                             size(u"Decks/Old/A.key"_s), m_in));
         QCOMPARE(run.status, 1);
         QCOMPARE(run.err, QByteArray());
         const Finished convertible = m_program.run(Program::deckwright({u"check"_s, u"Decks"_s, u"Talk.key"_s}));

@@ -29,12 +29,6 @@ QStringList entries(const QString &folder)
     return QDir(folder).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System);
 }
 
-QByteArray contents(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 bool put(const QString &path, const QByteArray &bytes)
 {
     QFile file(path);
@@ -101,9 +95,10 @@ private Q_SLOTS:
         if (!layout.isEmpty())
             TestSettings::useOutputFolder(m_out, {{SettingKey::archiveLayout, layout}});
         // Ours, closed to others: a leftover; open to others, or a link: not one of ours.
-        QVERIFY(Program::sh(
-            u"mkdir -p ../victim/kept $R-stale1/Talk $R-open12/Talk; chmod 700 $R-stale1; ln -s \"$PWD/../victim\" $R-link12"_s,
-            m_out, {{u"R"_s, u".deckwright-run"_s}}));
+        QVERIFY(
+            Program::sh(u"mkdir -p ../victim/kept $R-stale1/Talk $R-open12/Talk; chmod 700 $R-stale1; "
+                        u"ln -s \"$PWD/../victim\" $R-link12"_s,
+                        m_out, {{u"R"_s, u".deckwright-run"_s}}));
         Converter converter(PackageFactory(m_in).make(
             u"My Big.Talk.key"_s,
             "<?xml version=\"1.0\"?>\n<a KEY:VERSION=\"72007061400\"/>\n<b key:Version=\"72007061400\" "
@@ -219,7 +214,8 @@ private Q_SLOTS:
         QCOMPARE(entries(m_out), (code == Converter::NoError ? QStringList{u"Turn.1.key"_s, u"Turn.key"_s}
                                   : stopAt == 9              ? QStringList{u"Turn.key"_s}
                                                              : QStringList()));
-        QCOMPARE(contents(m_out + u"/Turn.key"_s), converter.turns ? QByteArray("earlier") : QByteArray());
+        QCOMPARE(Tree::of(m_out).fileHashes().value("Turn.key"),
+                 converter.turns ? Tree::sha1("earlier") : QByteArray());
         QVERIFY(!StopRequest::pending()); // the next conversion starts afresh
         QVERIFY(code || (converter.outputPrezName() == u"Turn.1.key"_s && Archive(m_out + u"/Turn.1.key"_s).isWhole()));
     }
@@ -262,7 +258,7 @@ private Q_SLOTS:
         };
         converter.setOutputPrezName(u"A.key"_s);
         QCOMPARE(write(), u"A.key"_s);
-        QCOMPARE(contents(m_out + u"/A.key"_s), bytes);
+        QCOMPARE(Tree::of(m_out).fileHashes().value("A.key"), Tree::sha1(bytes));
         QCOMPARE(QFileInfo::exists(archive), !sameDisk); // moved, not copied
         // Taken since the name was found free (here: by the first write): the next number.
         QCOMPARE(write(), u"A.1.key"_s);
