@@ -36,11 +36,8 @@ private Q_SLOTS:
             m_work.path()));
     }
 
-    void cleanupTestCase()
-    {
-        // Folders made unreadable defeat QTemporaryDir.
-        QVERIFY(Program::sh(u"chmod -R u+rwX ."_s, m_work.path()));
-    }
+    // Folders made unreadable defeat QTemporaryDir.
+    void cleanupTestCase() { QVERIFY(Program::sh(u"chmod -R u+rwX ."_s, m_work.path())); }
 
     void usageErrorsSayWhyAndConvertNothing_data()
     {

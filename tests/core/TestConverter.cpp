@@ -59,16 +59,12 @@ private:
     QTemporaryDir m_work;
     QString m_in = m_work.filePath(u"in"_s);
     QString m_out;
-    QString m_tmp;
+    // This process's own scratch folder, set before any conversion.
+    QString m_runtime = TestSettings::isolateScratch(m_work.path());
+    QString m_tmp = ScratchDir::path();
 
 private Q_SLOTS:
-    void initTestCase()
-    {
-        QVERIFY(m_work.isValid());
-        TestSettings::isolateScratch(m_work.path());
-        m_tmp = ScratchDir::path();
-        QVERIFY(m_tmp.startsWith(m_work.path()));
-    }
+    void initTestCase() { QVERIFY(m_work.isValid() && m_tmp.startsWith(m_runtime)); }
 
     void init()
     {
