@@ -141,17 +141,16 @@ private Q_SLOTS:
             QTest::newRow(tag) << name << shape << content << stopAt << progress << code << reason;
         };
         const char *newer = "already in the Keynote '09 format";
-        const QByteArray four = PackageFactory::gzip(PackageFactory::keynoteFourDocument());
+        const QByteArray raw = PackageFactory::keynoteFourDocument(), four = PackageFactory::gzip(raw);
+        const qint64 refused = Converter::NotKeynoteFour;
         row("capital extension", "Loud.KEY", "package", four, 0, Converter::NotKeynote,
             "its name does not end in .key");
-        row("no document", "Empty.key", "package", {}, 2, Converter::NotKeynoteFour, "index.apxl.gz is missing");
-        row("not gzip", "Raw.key", "package", PackageFactory::keynoteFourDocument(), 3, Converter::NotKeynoteFour,
-            "the document is damaged");
+        row("no document", "Empty.key", "package", {}, 2, refused, "index.apxl.gz is missing");
+        row("not gzip", "Raw.key", "package", raw, 3, refused, "the document is damaged");
         row("already Keynote 09", "Newer.key", "package", PackageFactory::gzip(PackageFactory::keynoteFiveDocument()),
-            3, Converter::NotKeynoteFour, newer);
-        row("Keynote 09 single file", "Zipped.key", "file", QByteArray("PK\x03\x04rest", 8), 3,
-            Converter::NotKeynoteFour, newer);
-        row("missing package", "Nowhere.key", "nothing", {}, 2, Converter::NotKeynoteFour, "it was not found");
+            3, refused, newer);
+        row("Keynote 09 single file", "Zipped.key", "file", QByteArray("PK\x03\x04rest", 8), 3, refused, newer);
+        row("missing package", "Nowhere.key", "nothing", {}, 2, refused, "it was not found");
         // Told, not fatal.
         row("output folder gone", "Gone.key", "gone", four, 8, Converter::OutputNotWritten,
             "could not write OUT/Gone.key (the output folder no longer exists)");
