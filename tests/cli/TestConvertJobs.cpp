@@ -26,11 +26,6 @@ QMap<QString, QMap<QByteArray, QByteArray>> outputs(const QString &folder)
     }
     return found;
 }
-
-QStringList entries(const QString &folder)
-{
-    return QDir(folder).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System);
-}
 } // namespace
 
 class TestConvertJobs : public QObject
@@ -41,15 +36,7 @@ private:
     QTemporaryDir m_work;
     Program m_program{m_work.filePath(u"program"_s)};
     QString m_in = m_work.filePath(u"in"_s);
-    QString m_big; // A (large), B (small), C (large): B waits for its turn behind A
-
-    QString makeOut(const QString &name)
-    {
-        const QString out = m_work.filePath(name);
-        QDir(out).removeRecursively();
-        QDir().mkpath(out);
-        return out;
-    }
+    QString m_big = m_work.filePath(u"big"_s); // A (large), B (small), C (large): B waits for its turn behind A
 
     QStringList runFolders() const { return QDir(m_program.scratch()).entryList({u"run-*"_s}, QDir::AllEntries); }
 
@@ -69,6 +56,9 @@ private Q_SLOTS:
         PackageFactory(m_in).make(u"Newer.key"_s, PackageFactory::keynoteFiveDocument());
         // A file named like a package is none.
         QVERIFY(Program::sh(u"mkdir -p empty/sub; : > empty/sub/Fake.key; : > Talk.pdf"_s, m_in));
+        PackageFactory(m_big).makeLarge(u"A.key"_s, 64 << 20, 1);
+        PackageFactory(m_big).make(u"B.key"_s);
+        PackageFactory(m_big).makeLarge(u"C.key"_s, 64 << 20, 3);
     }
 
     void sameLinesAndFilesWhateverTheJobs_data()
@@ -87,13 +77,12 @@ private Q_SLOTS:
         QFETCH(int, jobs);
         QFETCH(bool, taken);
         QFETCH(QString, layout);
-        const QString one = makeOut(u"one-at-a-time"_s), many = makeOut(u"at-once"_s);
-        for (const QString &out : {one, many}) {
-            QFile earlier(out + u"/Talk.key"_s);
-            QVERIFY(!taken || (earlier.open(QIODevice::WriteOnly) && earlier.write("not ours") == 8));
-        }
-        const QStringList batch{u"a"_s,        u"b/Talk.key"_s, u"empty"_s,     u"missing.key"_s,
-                                u"Talk.pdf"_s, u"c"_s,          u"Newer.key"_s, u"b/Talk.key/"_s};
+        const QTemporaryDir oneDir(m_work.filePath(u"one-XXXXXX"_s)), manyDir(m_work.filePath(u"many-XXXXXX"_s));
+        const QString one = oneDir.path(), many = manyDir.path();
+        QVERIFY(!taken
+                || Program::sh(u"echo not ours | tee \"$ONE/Talk.key\" > \"$MANY/Talk.key\""_s, m_in,
+                               {{u"ONE"_s, one}, {u"MANY"_s, many}}));
+        const QStringList batch = u"a b/Talk.key empty missing.key Talk.pdf c Newer.key b/Talk.key/"_s.split(u' ');
         const Finished sequential = m_program.run(Program::deckwright(
             QStringList{u"convert"_s, u"--jobs"_s, u"1"_s, u"--layout"_s, layout, u"--output="_s + one} + batch));
         const Finished parallel = m_program.run(Program::deckwright(
@@ -101,25 +90,20 @@ private Q_SLOTS:
 
         // The batch as one after another sees it: folders expanded in place,
         // the first Talk.key given named first, each item named as it was given.
-        const auto talk = [taken](int n) {
-            n += taken ? 1 : 0;
-            return n == 0 ? u"Talk.key"_s : u"Talk.%1.key"_s.arg(n);
-        };
+        const auto talk = [taken](int n) { return n + taken ? u"Talk.%1.key"_s.arg(n + taken) : u"Talk.key"_s; };
         QCOMPARE(sequential.status, 1);
-        QCOMPARE(sequential.lines(),
-                 QStringList({
-                     u"converted: a/Talk.key -> %1/%2"_s.arg(one, talk(0)),
-                     u"converted: b/Talk.key -> %1/%2"_s.arg(one, talk(1)),
-                     u"skipped: empty: no Keynote packages in it"_s,
-                     u"skipped: missing.key: not found"_s,
-                     u"skipped: Talk.pdf: not a Keynote file (its name does not end in .key)"_s,
-                     u"skipped: c/Hollow.key: not a Keynote 4 file (index.apxl.gz is missing)"_s,
-                     u"converted: c/Other.key -> %1/Other.key"_s.arg(one),
-                     u"converted: c/Talk.key -> %1/%2"_s.arg(one, talk(2)),
-                     u"skipped: Newer.key: not a Keynote 4 file (already in the Keynote '09 format)"_s,
-                     u"converted: b/Talk.key/ -> %1/%2"_s.arg(one, talk(3)),
-                 }));
-        QCOMPARE(sequential.err, QByteArray());
+        QCOMPARE(sequential.lines().join(u'\n'),
+                 u"converted: a/Talk.key -> %1/%2\n"
+                 u"converted: b/Talk.key -> %1/%3\n"
+                 u"skipped: empty: no Keynote packages in it\n"
+                 u"skipped: missing.key: not found\n"
+                 u"skipped: Talk.pdf: not a Keynote file (its name does not end in .key)\n"
+                 u"skipped: c/Hollow.key: not a Keynote 4 file (index.apxl.gz is missing)\n"
+                 u"converted: c/Other.key -> %1/Other.key\n"
+                 u"converted: c/Talk.key -> %1/%4\n"
+                 u"skipped: Newer.key: not a Keynote 4 file (already in the Keynote '09 format)\n"
+                 u"converted: b/Talk.key/ -> %1/%5"_s.arg(one, talk(0), talk(1), talk(2), talk(3)));
+        QCOMPARE(sequential.err + parallel.err, QByteArray());
         // The command neither reads nor writes the person's settings.
         QVERIFY(!QFileInfo::exists(m_program.config()));
         const auto written = outputs(one);
@@ -150,14 +134,9 @@ private Q_SLOTS:
     {
         QFETCH(int, signalNumber);
         QFETCH(QString, to);
-        const QString out = makeOut(u"stopped"_s);
+        const QTemporaryDir outDir(m_work.filePath(u"stopped-XXXXXX"_s));
+        const QString out = outDir.path();
         const bool lost = to == u"worker"_s;
-        if (m_big.isEmpty()) {
-            m_big = m_work.filePath(u"big"_s);
-            PackageFactory(m_big).makeLarge(u"A.key"_s, 64 << 20, 1);
-            PackageFactory(m_big).make(u"B.key"_s);
-            PackageFactory(m_big).makeLarge(u"C.key"_s, 64 << 20, 3);
-        }
         const auto process = m_program.start(
             Program::deckwright({u"convert"_s, u"--jobs"_s, lost ? u"2"_s : u"3"_s, u"--output"_s, out, m_big}));
         // Mid-batch, with a worker at its longest stage (C, the last to start,
@@ -165,10 +144,9 @@ private Q_SLOTS:
         // same moment is not certain on a loaded machine.
         qint64 worker = 0;
         Program::waitUntil(*process, [&] {
-            for (const RunningProcess &found : Program::mentioning(QFile::encodeName(m_program.scratch()))) {
+            for (const RunningProcess &found : Program::mentioning(QFile::encodeName(m_program.scratch())))
                 if (found.program == u"zip"_s && found.commandLine.contains(lost ? "/C.zip" : "/"))
                     worker = found.parent;
-            }
             return worker != 0;
         });
         QVERIFY2(worker > 0, "no large package was ever zipped");
@@ -177,58 +155,48 @@ private Q_SLOTS:
         const Finished run = Program::finish(*process);
         QCOMPARE(run.signal, lost ? 0 : signalNumber);
         QCOMPARE(run.status, lost ? 1 : -1);
-        QCOMPARE(
-            run.lines(),
-            lost ? QStringList(
-                {u"converted: %1/A.key -> %2/A.key"_s.arg(m_big, out),
-                 u"converted: %1/B.key -> %2/B.key"_s.arg(m_big, out),
-                 u"failed: %1/C.key: the process converting it ended unexpectedly (signal 9, Killed)"_s.arg(m_big)})
-                 : QStringList());
-        QCOMPARE(entries(out), lost ? QStringList({u"A.key"_s, u"B.key"_s}) : QStringList());
+        const QString lines
+            = u"converted: %1/A.key -> %2/A.key\nconverted: %1/B.key -> %2/B.key\n"
+              u"failed: %1/C.key: the process converting it ended unexpectedly (signal 9, Killed)"_s;
+        QCOMPARE(run.lines(), lost ? lines.arg(m_big, out).split(u'\n') : QStringList());
+        QCOMPARE(Tree::of(out).paths(), lost ? u"., A.key, B.key"_s : u"."_s);
         QCOMPARE(runFolders(), QStringList());
         QCOMPARE(m_program.leftovers().size(), 0);
     }
 
     void aWorkerThatCannotServeFailsItsItems_data()
     {
-        QTest::addColumn<QString>("program");
-        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<QString>("script"); // what sh runs as the worker; none: a worker that cannot start
         QTest::addColumn<QString>("reason"); // the start of it
-        QTest::newRow("cannot start") << m_work.filePath(u"nowhere/deckwright"_s) << QStringList()
-                                      << u"no process could be started to convert it ("_s;
-        QTest::newRow("ends at once") << u"/bin/sh"_s << QStringList{u"-c"_s, u"exit 3"_s}
-                                      << u"the process converting it ended unexpectedly (exit status 3)"_s;
-        QTest::newRow("says nonsense") << u"/bin/sh"_s << QStringList{u"-c"_s, u"read a; echo nonsense; read a"_s}
-                                       << u"the process converting it said something unexpected"_s;
-        QTest::newRow("says too much") << u"/bin/sh"_s
-                                       << QStringList{u"-c"_s, u"read a; head -c 2000000 /dev/zero; read a"_s}
-                                       << u"the process converting it said more than it should"_s;
+        QTest::newRow("cannot start") << QString() << "no process could be started to convert it (";
+        QTest::newRow("ends at once") << "exit 3"
+                                      << "the process converting it ended unexpectedly (exit status 3)";
+        QTest::newRow("says nonsense") << "read a; echo nonsense; read a"
+                                       << "the process converting it said something unexpected";
+        QTest::newRow("says too much") << "read a; head -c 2000000 /dev/zero; read a"
+                                       << "the process converting it said more than it should";
     }
 
     // In this process, with workers that are not ours: each item fails with
     // the reason, and the batch ends instead of waiting for answers.
     void aWorkerThatCannotServeFailsItsItems()
     {
-        QFETCH(QString, program);
-        QFETCH(QStringList, arguments);
+        QFETCH(QString, script);
         QFETCH(QString, reason);
         QString printed;
         QTextStream out(&printed);
-        ConvertJobs batch(program, arguments, u"/out"_s, out);
-        const QList<ConvertJobs::Item> items{
-            {u"x.key"_s, u"/in/x.key"_s, std::nullopt},
-            {u"folder"_s, QString(), ConvertOutcome(ConvertOutcome::NoPackages)},
-            {u"y.key"_s, u"/in/y.key"_s, std::nullopt},
-            {u"z.key"_s, u"/in/z.key"_s, std::nullopt},
-        };
+        ConvertJobs batch(script.isEmpty() ? m_work.filePath(u"nowhere/deckwright"_s) : u"/bin/sh"_s, {u"-c"_s, script},
+                          u"/out"_s, out);
+        const QList<ConvertJobs::Item> items{{u"x.key"_s, u"/in/x.key"_s, std::nullopt},
+                                             {u"folder"_s, QString(), ConvertOutcome(ConvertOutcome::NoPackages)},
+                                             {u"y.key"_s, u"/in/y.key"_s, std::nullopt},
+                                             {u"z.key"_s, u"/in/z.key"_s, std::nullopt}};
         QVERIFY(!batch.run(items, 2));
         const QStringList lines = printed.split(u'\n', Qt::SkipEmptyParts);
         QCOMPARE(lines.size(), 4);
         QCOMPARE(lines[1], u"skipped: folder: no Keynote packages in it"_s);
-        for (const int i : {0, 2, 3}) {
-            const QString expected = u"failed: %1: %2"_s.arg(items[i].shown, reason);
-            QVERIFY2(lines[i].startsWith(expected), qPrintable(lines[i]));
-        }
+        for (const int i : {0, 2, 3})
+            QVERIFY2(lines[i].startsWith(u"failed: %1: %2"_s.arg(items[i].shown, reason)), qPrintable(lines[i]));
     }
 };
 

@@ -12,18 +12,9 @@ class TestReader : public QObject
 {
     Q_OBJECT
 
-    static constexpr int kSlides = 3;
     QTemporaryDir m_work;
-    QString m_package;
 
 private Q_SLOTS:
-    void initTestCase()
-    {
-        QVERIFY(m_work.isValid());
-        m_package = PackageFactory(m_work.filePath(u"in"_s))
-                        .make(u"Talk.key"_s, PackageFactory::keynoteFourDocument(u"Talk"_s, kSlides));
-    }
-
     // What each layout holds is the converter's test; here the reader has its
     // say. The reason the root layout exists: the reader cannot load the
     // reference one. soffice exits 0 then too, so its message tells a refused
@@ -41,13 +32,16 @@ private Q_SLOTS:
         const QString soffice = QStandardPaths::findExecutable(u"soffice"_s);
         if (soffice.isEmpty())
             QSKIP("soffice is not installed (scripts/deps --test installs LibreOffice Impress)");
+        QVERIFY(m_work.isValid());
         // soffice starts helpers of its own, in the run's process group; each run has a home of its own.
         Program program(m_work.filePath(layout));
         program.env.insert(u"HOME"_s, program.config());
         const QString out = m_work.filePath(layout + u"/out"_s), pdfs = m_work.filePath(layout + u"/pdf"_s);
         QDir().mkpath(out);
+        const QString package = PackageFactory(m_work.filePath(layout + u"/in"_s))
+                                    .make(u"Talk.key"_s, PackageFactory::keynoteFourDocument(u"Talk"_s, 3));
         const Finished converted
-            = program.run(Program::deckwright({u"convert"_s, u"--layout"_s, layout, u"--output"_s, out, m_package}));
+            = program.run(Program::deckwright({u"convert"_s, u"--layout"_s, layout, u"--output"_s, out, package}));
         QVERIFY2(converted.status == 0, converted.out + converted.err);
         // A first start with an empty profile takes long, the more so on a
         // loaded machine: the limit only keeps a hung reader from stalling the suite.
@@ -58,21 +52,13 @@ private Q_SLOTS:
             Program::Me, 540000);
         QVERIFY2(office.ended, "soffice did not finish");
         QFile pdf(pdfs + u"/Talk.pdf"_s);
-        if (layout == u"reference"_s) {
-            QVERIFY2(office.err.contains("source file could not be loaded"), office.out + office.err);
-            QVERIFY(!pdf.exists());
-            return;
-        }
-        QVERIFY2(pdf.open(QIODevice::ReadOnly), office.out + office.err);
-        const QByteArray bytes = pdf.readAll();
-        QVERIFY(bytes.startsWith("%PDF-"));
+        const bool root = layout == u"root"_s;
+        QVERIFY2(root || office.err.contains("source file could not be loaded"), office.out + office.err);
+        const QString text = pdf.open(QIODevice::ReadOnly) ? QString::fromLatin1(pdf.readAll()) : QString();
+        QVERIFY2(pdf.exists() == root && text.startsWith(u"%PDF-"_s) == root, office.out + office.err);
         // One page object per slide; LibreOffice writes them uncompressed.
         // "/Type /Pages" is the page tree, not a page.
-        static const QRegularExpression pageObject(u"/Type\\s*/Page(?![A-Za-z])"_s);
-        int pages = 0;
-        for (auto it = pageObject.globalMatch(QString::fromLatin1(bytes)); it.hasNext(); it.next())
-            ++pages;
-        QCOMPARE(pages, kSlides);
+        QCOMPARE(text.count(QRegularExpression(u"/Type\\s*/Page(?![A-Za-z])"_s)), root ? 3 : 0);
     }
 };
 
