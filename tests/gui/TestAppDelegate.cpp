@@ -17,11 +17,10 @@
 #include <QtTest>
 #include <QtWidgets>
 
-#include <functional>
-
 using namespace Qt::StringLiterals;
 using Item = MainWindow::MenuItem;
 using Panel = MainWindow::Panel;
+namespace Key = SettingKey;
 
 // The application as a whole: start-up, the main window's panels, closing and
 // reopening, the menus, drops, and a second start handing over its packages.
@@ -32,7 +31,6 @@ class TestAppDelegate : public QObject
     BatchFixture f;
     std::unique_ptr<AppDelegate> m_app;
     QStringList m_finished; // the names of the files converted, in order
-    std::function<void()> m_afterFinished;
 
     // A fresh application, launched with the store as it stands.
     AppDelegate &launch(bool showWindow = false)
@@ -61,29 +59,20 @@ class TestAppDelegate : public QObject
     }
 
 private Q_SLOTS:
+    // Automatic update checks go nowhere: nothing listens on the discard port.
+    void initTestCase() { qputenv("DECKWRIGHT_APPCAST_URL", "http://127.0.0.1:9/appcast.xml"); }
     void init()
     {
-        // Automatic update checks go nowhere: nothing listens on the discard port.
-        qputenv("DECKWRIGHT_APPCAST_URL", "http://127.0.0.1:9/appcast.xml");
-        f.reset({{SettingKey::playSound, "false"}});
+        f.reset({{Key::playSound, "false"}});
         m_finished.clear();
-        m_afterFinished = [] {};
-        NotificationCenter::defaultCenter().addObserver(this, ConversionEvents::finished,
-                                                        [this](const Notification &n) {
-                                                            m_finished.append(n.object->outputPrezName());
-                                                            m_afterFinished();
-                                                        });
+        NotificationCenter::defaultCenter().addObserver(
+            this, ConversionEvents::finished,
+            [this](const Notification &n) { m_finished.append(n.object->outputPrezName()); });
     }
     void cleanup()
     {
         NotificationCenter::defaultCenter().removeObserver(this);
         m_app.reset();
-    }
-
-    void theApplicationIconDraws()
-    {
-        // Without the SVG image plugin it is empty, and every secondary window shows a generic icon.
-        QVERIFY(!AppDelegate::applicationIcon().pixmap(48).isNull());
     }
 
     void launchPushesTheUpdateSettings_data()
@@ -92,10 +81,9 @@ private Q_SLOTS:
         QTest::addColumn<double>("interval");
         QTest::addColumn<bool>("automatic");
         QTest::newRow("empty store") << QVariantMap() << 86400.0 << true;
-        QTest::newRow("checks off") << QVariantMap{{SettingKey::checkUpdates, "false"}} << 86400.0 << false;
-        QTest::newRow("capital TRUE") << QVariantMap{{SettingKey::checkUpdates, "TRUE"}} << 86400.0 << false;
-        QTest::newRow("a week") << QVariantMap{{SettingKey::updateInterval, QVariant::fromValue<qint64>(604800)},
-                                               {SettingKey::checkUpdates, "true"}}
+        QTest::newRow("checks off") << QVariantMap{{Key::checkUpdates, "false"}} << 86400.0 << false;
+        QTest::newRow("capital TRUE") << QVariantMap{{Key::checkUpdates, "TRUE"}} << 86400.0 << false;
+        QTest::newRow("a week") << QVariantMap{{Key::updateInterval, qint64(604800)}, {Key::checkUpdates, "true"}}
                                 << 604800.0 << true;
     }
 
@@ -107,43 +95,38 @@ private Q_SLOTS:
         QTEST(m_app->updater()->automaticallyChecksForUpdates(), "automatic");
     }
 
-    void launchBuildsTheMainWindow()
+    void theMainWindowIsBuiltAndBordersThePanelUnderThePointer()
     {
-        MainWindow *window = launch().window();
+        // Without the SVG image plugin the icon is empty, and every secondary window shows a generic icon.
+        QVERIFY(!AppDelegate::applicationIcon().pixmap(48).isNull());
+        MainWindow *window = launch(true).window();
         QVERIFY(!window->findChild<QLabel *>(u"backgroundImage"_s)->pixmap().isNull());
+        const QList<PanelButton *> panels{window->panel(Panel::Preferences), window->panel(Panel::Open),
+                                          window->panel(Panel::MoreInfo)};
         // Each panel: a header, a text and a picture, the Open panel's from the application's own.
-        for (Panel panel : {Panel::Preferences, Panel::Open, Panel::MoreInfo})
-            QVERIFY(!child(window->panel(panel), 0)->text().isEmpty()
-                    && !child(window->panel(panel), 1)->text().isEmpty()
-                    && !child(window->panel(panel), 2)->pixmap().isNull());
+        for (PanelButton *panel : panels)
+            QVERIFY(!child(panel, 0)->text().isEmpty() && !child(panel, 1)->text().isEmpty()
+                    && !child(panel, 2)->pixmap().isNull());
         // Any other name shows the information image.
         std::unique_ptr<QLabel> other(MainWindow::makeImageFromPath(u"Elsewhere"_s));
-        QCOMPARE(other->pixmap().toImage(), child(window->panel(Panel::MoreInfo), 2)->pixmap().toImage());
-        QVERIFY(other->pixmap().toImage() != child(window->panel(Panel::Open), 2)->pixmap().toImage());
-    }
+        QCOMPARE(other->pixmap().toImage(), child(panels[2], 2)->pixmap().toImage());
+        QVERIFY(other->pixmap().toImage() != child(panels[1], 2)->pixmap().toImage());
 
-    void hoverBordersThePanelUnderThePointer()
-    {
-        MainWindow *window = launch(true).window();
-        const auto borders = [window] {
-            QList<bool> bordered;
-            for (Panel panel : {Panel::Preferences, Panel::Open, Panel::MoreInfo})
-                bordered.append(window->panel(panel)->isBordered());
-            return bordered;
+        const auto borders = [&] {
+            return QList<bool>{panels[0]->isBordered(), panels[1]->isBordered(), panels[2]->isBordered()};
         };
-        PanelButton *open = window->panel(Panel::Open);
         const QPointF inside(20, 20);
-        QEnterEvent enter(inside, open->mapTo(window, inside), open->mapToGlobal(inside));
-        QApplication::sendEvent(open, &enter);
+        QEnterEvent enter(inside, panels[1]->mapTo(window, inside), panels[1]->mapToGlobal(inside));
+        QApplication::sendEvent(panels[1], &enter);
         QCOMPARE(borders(), QList<bool>({false, true, false}));
         // An exit from any panel clears every border.
-        window->panel(Panel::Preferences)->setBordered(true);
+        panels[0]->setBordered(true);
         QEvent leave(QEvent::Leave);
-        QApplication::sendEvent(window->panel(Panel::MoreInfo), &leave);
+        QApplication::sendEvent(panels[2], &leave);
         QCOMPARE(borders(), QList<bool>({false, false, false}));
     }
 
-    void panelsAndMenusReachTheirActions()
+    void panelsMenusAndTheTrayReachTheirActionsAndClosingHides()
     {
         SettingsStore::standard().useMemory({});
         AppDelegate &delegate = launch(true);
@@ -172,41 +155,32 @@ private Q_SLOTS:
         window->menuItem(Item::Open)->trigger();
         QTest::keyClick(window->panel(Panel::Open), Qt::Key_Return);
         QTRY_COMPARE(f.panels.size(), 4);
-        for (const OpenPanel &panel : f.panels)
-            QVERIFY(panel.canChooseFiles());
-        QVERIFY(!SettingsStore::standard().contains(SettingKey::errorPrezzes));
-        QVERIFY(!SettingsStore::standard().contains(SettingKey::prezPath));
+        QVERIFY(std::all_of(f.panels.begin(), f.panels.end(), [](const OpenPanel &p) { return p.canChooseFiles(); }));
+        QVERIFY(!SettingsStore::standard().contains(Key::errorPrezzes)
+                && !SettingsStore::standard().contains(Key::prezPath));
         QVERIFY(f.alerts.isEmpty());
-    }
 
-    void closingHidesAndReopeningShows()
-    {
-        AppDelegate &delegate = launch(true);
-        MainWindow *window = delegate.window();
+        // Closing hides the window, and reopening shows it.
         QAction *close = window->menuItem(Item::Close);
         QVERIFY(window->isVisible() && close->isEnabled());
         window->close();
         QVERIFY(!window->isVisible() && !close->isEnabled());
         QVERIFY(delegate.applicationShouldHandleReopen(false));
         QVERIFY(window->isVisible() && close->isEnabled());
-
         // The Close item hides the window without touching its own state.
         close->trigger();
         QVERIFY(!window->isVisible() && close->isEnabled());
         window->menuItem(Item::ShowMainWindow)->trigger();
         QVERIFY(window->isVisible());
-
         // The tray icon, where the desktop has a tray, leads back the same way.
         window->close();
         QCOMPARE(delegate.tray()->isShown(), delegate.tray()->isAvailable());
         Q_EMIT delegate.tray()->showWindowRequested();
         QVERIFY(window->isVisible() && close->isEnabled() && !delegate.tray()->isShown());
-        const QList<QAction *> items = delegate.tray()->menu()->actions();
-        items.at(0)->trigger(); // Open…
-        QCOMPARE(f.panels.size(), 1);
-        items.at(1)->trigger(); // Preferences…
-        QTRY_VERIFY(delegate.prefs()->window()->isVisible());
-        delegate.prefs()->dismissPreferencesWindow();
+        delegate.tray()->menu()->actions().at(0)->trigger(); // Open…
+        QCOMPARE(f.panels.size(), 5);
+        delegate.tray()->menu()->actions().at(1)->trigger(); // Preferences…
+        QTRY_VERIFY(preferences->isVisible());
     }
 
     void aSecondStartHandsItsPackagesToTheFirst()
@@ -214,8 +188,7 @@ private Q_SLOTS:
         AppDelegate &delegate = launch();
         const QString name = f.work(u"instance.sock"_s);
         SingleInstance first(name);
-        QVERIFY(!first.forwardToRunningInstance({}));
-        QVERIFY(first.isListening());
+        QVERIFY(!first.forwardToRunningInstance({}) && first.isListening());
         QObject::connect(&first, &SingleInstance::activated, &delegate, [&delegate](const QStringList &paths) {
             delegate.applicationShouldHandleReopen(delegate.window()->isVisible());
             delegate.openPackages(paths);
@@ -226,30 +199,31 @@ private Q_SLOTS:
         Program second(f.work(u"second"_s));
         second.env.insert(u"DECKWRIGHT_INSTANCE_NAME"_s, name);
         second.env.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
-        second.workingFolder = f.in(QString());
+        second.workingFolder = f.in({});
         const auto process = second.start(Program::deckwright({u"My Talk.key"_s, f.in(u"Plain.key"_s), folder}));
         // The first one answers only while its event loop turns.
         QTRY_VERIFY_WITH_TIMEOUT(process->state() == QProcess::NotRunning, BatchFixture::patience);
         QCOMPARE(process->exitCode(), 0);
         QTRY_COMPARE_WITH_TIMEOUT(f.outputs(), QStringList({"Found.key", "My Talk.key", "Plain.key"}),
                                   BatchFixture::patience);
-        QVERIFY(delegate.window()->isVisible());
-        QVERIFY(f.alerts.isEmpty());
+        QVERIFY(delegate.window()->isVisible() && f.alerts.isEmpty());
     }
 
-    void aDropShowsWhereItLandsAndConvertsWhatItsFoldersHold()
+    // A drop converts what its folders hold, in order. A folder without
+    // packages is told and holds nothing up; a request that arrives while a
+    // file converts starts no nested batch but waits for it.
+    void aDropShowsWhereItLandsAndRequestsAreTakenOneAtATime()
     {
-        MainWindow *window = launch(true).window();
-        QWidget *contents = window->centralWidget();
+        AppDelegate &delegate = launch(true);
+        MainWindow *window = delegate.window();
         const QColor highlight = window->palette().color(QPalette::Highlight);
-        const auto edge = [contents] { return contents->grab().toImage().pixelColor(1, contents->height() / 2); };
+        const auto edge = [w = window->centralWidget()] { return w->grab().toImage().pixelColor(1, w->height() / 2); };
         // Nothing on this disk: no highlight, and the drag is refused.
         QVERIFY(!send<QDragEnterEvent>(window, {QUrl(u"https://example.com/Web.key"_s)}));
         QVERIFY(!window->isShowingDropHighlight() && edge() != highlight);
-        const QString folder = f.work(u"Dropped Decks"_s);
-        PackageFactory(folder).make(u"Zeta.key"_s);
-        PackageFactory(folder).make(u"Alpha.key"_s);
-        PackageFactory(folder + u"/More"_s).make(u"Beta.key"_s);
+        const QString folder = f.work(u"Dropped Decks"_s), empty = f.work(u"No Decks"_s);
+        for (const QString &package : {u"Zeta.key"_s, u"Alpha.key"_s, u"More/Beta.key"_s})
+            PackageFactory(folder).make(package);
         const QList<QUrl> urls{QUrl::fromLocalFile(f.in(u"Plain.key"_s)), QUrl(u"https://example.com/Web.key"_s),
                                QUrl::fromLocalFile(f.in(u"My Talk.key"_s)), QUrl::fromLocalFile(folder)};
         QVERIFY(send<QDragEnterEvent>(window, urls));
@@ -257,33 +231,25 @@ private Q_SLOTS:
         QDragLeaveEvent leave;
         QApplication::sendEvent(window, &leave);
         QVERIFY(!window->isShowingDropHighlight() && edge() != highlight);
-        QVERIFY(send<QDragEnterEvent>(window, urls) && send<QDropEvent>(window, urls));
-        QVERIFY(!window->isShowingDropHighlight());
-        QTRY_COMPARE_WITH_TIMEOUT(m_finished,
-                                  QStringList({"Plain.key", "My Talk.key", "Alpha.key", "Beta.key", "Zeta.key"}),
-                                  BatchFixture::patience);
-        QVERIFY(f.alerts.isEmpty());
-    }
 
-    // A folder without packages is told and holds nothing up; a request that
-    // arrives while a file converts starts no nested batch but waits for it.
-    void requestsAreTakenOneAtATime()
-    {
-        AppDelegate &delegate = launch();
-        const QString empty = f.work(u"No Decks"_s);
         QVERIFY(QDir().mkpath(empty + u"/Inside"_s));
         delegate.openPackages({empty});
         QTRY_COMPARE(f.alerts.size(), 1);
         QCOMPARE(f.alerts.first().messageText(), u"No Keynote packages were found."_s);
-        QVERIFY(!SettingsStore::standard().contains(SettingKey::errorPrezzes));
-        m_afterFinished = [&] {
+        QVERIFY(!SettingsStore::standard().contains(Key::errorPrezzes));
+        // After the observer that keeps the names.
+        NotificationCenter::defaultCenter().addObserver(this, ConversionEvents::finished, [&](const Notification &) {
             if (m_finished.size() == 1) {
                 QVERIFY(delegate.isConverting());
                 delegate.openPackages({f.in(u"Three.v2.key"_s)});
             }
-        };
-        delegate.openPackages({f.in(u"Plain.key"_s)});
-        QTRY_COMPARE_WITH_TIMEOUT(m_finished, QStringList({"Plain.key", "Three.v2.key"}), BatchFixture::patience);
+        });
+        QVERIFY(send<QDragEnterEvent>(window, urls) && send<QDropEvent>(window, urls));
+        QVERIFY(!window->isShowingDropHighlight());
+        QTRY_COMPARE_WITH_TIMEOUT(
+            m_finished, QStringList({"Plain.key", "My Talk.key", "Alpha.key", "Beta.key", "Zeta.key", "Three.v2.key"}),
+            BatchFixture::patience);
+        QCOMPARE(f.alerts.size(), 1);
     }
 };
 

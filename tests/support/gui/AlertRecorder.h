@@ -7,6 +7,8 @@
 // Answers every alert with its first button and keeps a copy, while it lives.
 class AlertRecorder
 {
+    Q_DISABLE_COPY(AlertRecorder)
+
 public:
     AlertRecorder()
     {
@@ -16,8 +18,6 @@ public:
         });
     }
     ~AlertRecorder() { Alert::setResponder(nullptr); }
-    AlertRecorder(const AlertRecorder &) = delete;
-    AlertRecorder &operator=(const AlertRecorder &) = delete;
 
     QList<Alert> alerts;
 };

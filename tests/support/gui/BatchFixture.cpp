@@ -1,12 +1,10 @@
 #include "support/gui/BatchFixture.h"
 
-#include "core/SettingsStore.h"
 #include "gui/AppDelegate.h"
 #include "support/FatalTrap.h"
 #include "support/PackageFactory.h"
 #include "support/TestSettings.h"
 
-#include <QDir>
 #include <QFile>
 #include <QTest>
 
@@ -24,9 +22,9 @@ BatchFixture::BatchFixture()
         panels.append(panel);
         if (answers.empty())
             return OpenPanel::CancelResponse;
-        const OpenPanel::Responder answer = answers.front();
+        const OpenPanel::Responder next = answers.front();
         answers.pop_front();
-        return answer(panel);
+        return next(panel);
     });
 }
 
@@ -42,33 +40,20 @@ void BatchFixture::reset(const QVariantMap &extra)
     TestSettings::useOutputFolder(out, extra);
 }
 
-void BatchFixture::answer(const QStringList &names, OpenPanel::Response response)
+OpenPanel::Responder BatchFixture::answer(const QStringList &names, OpenPanel::Response response) const
 {
     QList<QUrl> urls;
     for (const QString &name : names)
         urls.append(OpenPanel::urlForPath(in(name), true));
-    answers.push_back([urls, response](OpenPanel &panel) {
-        if (!urls.isEmpty())
-            panel.setUrls(urls);
+    return [urls, response](OpenPanel &panel) {
+        panel.setUrls(urls);
         return response;
-    });
+    };
 }
 
 void BatchFixture::runBatch(const QStringList &names)
 {
     // The open dialog comes first, before any dialog whose answer is queued already.
-    choose(names);
-    answers.push_front(answers.back());
-    answers.pop_back();
+    answers.push_front(answer(names, OpenPanel::OKResponse));
     AppDelegate().openFileMenuItem();
-}
-
-QStringList BatchFixture::outputs() const
-{
-    return QDir(out).entryList(QDir::Files | QDir::Hidden);
-}
-
-QStringList BatchFixture::rejected() const
-{
-    return SettingsStore::standard().stringList(SettingKey::errorPrezzes, {});
 }

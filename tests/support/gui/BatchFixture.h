@@ -1,9 +1,11 @@
 #pragma once
 
+#include "core/SettingsStore.h"
 #include "gui/OpenPanel.h"
 #include "support/gui/AlertRecorder.h"
 #include "support/gui/RecordingDesktopServices.h"
 
+#include <QDir>
 #include <QTemporaryDir>
 #include <QVariantMap>
 
@@ -13,8 +15,9 @@
 // to convert, a scratch folder of this process's own, fatal conditions thrown,
 // and nothing that waits for a person: alerts take their first button, open
 // dialogs take the queued answers (a cancel when none is left), the desktop is
-// recorded. All three are kept for the test to look at.
-class BatchFixture
+// recorded. All three are kept for the test to look at (alerts, panels,
+// desktop).
+class BatchFixture : public AlertRecorder
 {
 public:
     // How long a test waits for a batch to show its effects: only a hang reaches it.
@@ -31,34 +34,30 @@ public:
     void reset(const QVariantMap &extra = {});
 
     // A path in the input folder; an absolute one stays as it is.
-    QString in(const QString &name) const
-    {
-        return name.startsWith(QLatin1Char('/')) ? name : work(QStringLiteral("in/") + name);
-    }
+    QString in(const QString &name) const { return QDir(work(QStringLiteral("in"))).filePath(name); }
     QString work(const QString &name) const { return m_work.filePath(name); }
     // The next open dialog answers with these paths (see in()) selected.
-    void answer(const QStringList &names, OpenPanel::Response response);
-    void choose(const QStringList &names) { answer(names, OpenPanel::OKResponse); }
+    void choose(const QStringList &names) { answers.push_back(answer(names, OpenPanel::OKResponse)); }
     // Cancelled, with the folder selected if one is given.
     void cancel(const QString &holding = {})
     {
-        answer(holding.isEmpty() ? QStringList() : QStringList{holding}, OpenPanel::CancelResponse);
+        answers.push_back(answer(holding.isEmpty() ? QStringList() : QStringList{holding}, OpenPanel::CancelResponse));
     }
     // One batch of these packages through a fresh application, as if chosen
     // in its open dialog; later dialogs take the answers queued before.
     void runBatch(const QStringList &names);
 
-    QStringList outputs() const;  // the files in the output folder
-    QStringList rejected() const; // the names the batch recorded as rejected
+    QStringList outputs() const { return QDir(out).entryList(QDir::Files | QDir::Hidden); }
+    // The names the batch recorded as rejected.
+    QStringList rejected() const { return SettingsStore::standard().stringList(SettingKey::errorPrezzes, {}); }
 
-private:
-    QTemporaryDir m_work;
-    AlertRecorder m_recorder;
-
-public:
-    QList<Alert> &alerts = m_recorder.alerts;
     QList<OpenPanel> panels;
     std::deque<OpenPanel::Responder> answers;
     RecordingDesktopServices desktop;
     QString out;
+
+private:
+    OpenPanel::Responder answer(const QStringList &names, OpenPanel::Response response) const;
+
+    QTemporaryDir m_work;
 };

@@ -8,6 +8,8 @@
 // text such as openFile("/out/My Talk.key", "Keynote"), and answers true.
 class RecordingDesktopServices : public DesktopServices
 {
+    Q_DISABLE_COPY(RecordingDesktopServices)
+
 public:
     RecordingDesktopServices() { DesktopServices::setInstance(this); }
     ~RecordingDesktopServices() override
@@ -15,8 +17,6 @@ public:
         if (&DesktopServices::instance() == this)
             DesktopServices::setInstance(nullptr);
     }
-    RecordingDesktopServices(const RecordingDesktopServices &) = delete;
-    RecordingDesktopServices &operator=(const RecordingDesktopServices &) = delete;
 
     void playSound(const QString &name) override { record("playSound", {name}); }
     bool revealFile(const QString &path, const QString &root) override { return record("revealFile", {path, root}); }
@@ -36,8 +36,7 @@ public:
 private:
     bool record(const char *kind, const QStringList &arguments)
     {
-        calls.append(QLatin1String(kind) + QLatin1String("(\"") + arguments.join(QLatin1String("\", \""))
-                     + QLatin1String("\")"));
+        calls.append(QStringLiteral("%1(\"%2\")").arg(QLatin1String(kind), arguments.join(QStringLiteral("\", \""))));
         return true;
     }
 };
