@@ -72,15 +72,12 @@ Finished Program::run(const QStringList &command, As as, int limitMs) const
 Finished Program::finish(QProcess &process, int limitMs)
 {
     Finished result;
-    result.ended = process.waitForFinished(limitMs);
-    if (!result.ended && process.processId() > 0) {
+    if (!(result.ended = process.waitForFinished(limitMs)) && process.processId() > 0) {
         ::kill(-pid_t(process.processId()), SIGKILL);
         process.waitForFinished(10000);
     }
-    if (result.ended && process.exitStatus() == QProcess::NormalExit)
-        result.status = process.exitCode();
-    else if (result.ended)
-        result.signal = process.exitCode();
+    const bool exited = result.ended && process.exitStatus() == QProcess::NormalExit;
+    (exited ? result.status : result.signal) = result.ended ? process.exitCode() : 0;
     result.out = process.readAllStandardOutput();
     result.err = process.readAllStandardError();
     return result;
@@ -117,19 +114,14 @@ QList<RunningProcess> Program::mentioning(const QByteArray &text)
     QList<RunningProcess> found;
     for (const QString &pid : QDir(QStringLiteral("/proc")).entryList({QStringLiteral("[0-9]*")}, QDir::Dirs)) {
         QFile cmdline(QStringLiteral("/proc/%1/cmdline").arg(pid)), stat(QStringLiteral("/proc/%1/stat").arg(pid));
-        if (pid.toLongLong() == ::getpid() || !cmdline.open(QIODevice::ReadOnly) || !stat.open(QIODevice::ReadOnly))
-            continue;
-        RunningProcess process;
-        process.commandLine = cmdline.readAll();
-        const QByteArray fields = stat.readAll();
-        if (!process.commandLine.contains(text))
+        const QByteArray line = cmdline.open(QIODevice::ReadOnly) ? cmdline.readAll() : QByteArray();
+        if (pid.toLongLong() == ::getpid() || !line.contains(text) || !stat.open(QIODevice::ReadOnly))
             continue;
         // The state and the parent follow the name in parentheses.
-        const QList<QByteArray> after = fields.mid(fields.lastIndexOf(')') + 2).split(' ');
-        process.pid = pid.toLongLong();
-        process.parent = after.value(1).toLongLong();
-        process.program = QFileInfo(QFile::symLinkTarget(QStringLiteral("/proc/%1/exe").arg(pid))).fileName();
-        found.append(process);
+        const QByteArray fields = stat.readAll();
+        const QString exe = QFile::symLinkTarget(QStringLiteral("/proc/%1/exe").arg(pid));
+        found.append({pid.toLongLong(), fields.mid(fields.lastIndexOf(')') + 2).split(' ').value(1).toLongLong(),
+                      QFileInfo(exe).fileName(), line});
     }
     return found;
 }
