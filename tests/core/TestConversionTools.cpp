@@ -1,4 +1,5 @@
 #include "core/FileUtils.h"
+#include "core/Regex.h"
 #include "support/FatalTrap.h"
 #include "support/Program.h"
 #include "support/Tree.h"
@@ -7,11 +8,16 @@
 
 using namespace Qt::StringLiterals;
 
-// The scratch folder, the tools' environment and their size caps are attacked
-// through the real program in the hostile suite, and the usual names (dots,
-// blanks, relative paths) go through the converter and the command line; what
-// is left here are the odd names and the text a conversion works from.
-class TestFileUtils : public QObject
+// The tools a conversion works with: the names FileUtils derives, the
+// commands it runs, the scratch folder it finds, and the version tag's
+// search. The scratch folder, the tools' environment and their size caps are
+// attacked through the real program in the hostile suite, and the usual names
+// (dots, blanks, relative paths) go through the converter and the command
+// line; what is left here are the odd names and the text a conversion works
+// from. Telling tags apart in any case is checked through the converter,
+// whose documents carry them in capitals; here is what only the text's
+// length decides.
+class TestConversionTools : public QObject
 {
     Q_OBJECT
 
@@ -77,7 +83,32 @@ private Q_SLOTS:
         QCOMPARE(FileUtils::tmpDirFromEnvText(u"MYTMPDIR=/no\n"_s), QString());
         QVERIFY_FATAL(FileUtils::tmpDirFromEnvText(u"TMPDIR=\n"_s), "TMPDIR");
     }
+
+    void searchesAsManyUnitsAsTheTextHasCharacters_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<int>("characters"); // user-perceived ones
+        QTest::newRow("empty") << QString() << 0;
+        QTest::newRow("ascii") << u"<a b=\"c\">text</a>\n"_s << 18;
+        // CR LF is one character; LF CR are two.
+        QTest::newRow("crlf") << u"a\r\nb\n\rc\r\n\r\n"_s << 8;
+        QTest::newRow("controls") << u"\t\x01\x7f"_s << 3;
+        QTest::newRow("accents") << u"Cafe\u0301 na\u00efve"_s << 10;
+        // Each emoji is one character but two UTF-16 units or more.
+        QTest::newRow("emoji") << u"\U0001F469\u200D\U0001F4BB and \U0001F1E9\U0001F1EA"_s << 7;
+    }
+
+    void searchesAsManyUnitsAsTheTextHasCharacters()
+    {
+        QFETCH(QString, text);
+        QFETCH(int, characters);
+        QCOMPARE(Regex::graphemeCount(text), characters);
+        // A tag after the text is found only where each character is one unit; before it, always.
+        const QString tag = u"key:version=\"72007061400\""_s;
+        QCOMPARE(Regex(tag).hasMatch(text + tag), text.size() == characters);
+        QVERIFY(Regex(tag).hasMatch(tag + text));
+    }
 };
 
-QTEST_GUILESS_MAIN(TestFileUtils)
-#include "TestFileUtils.moc"
+QTEST_GUILESS_MAIN(TestConversionTools)
+#include "TestConversionTools.moc"
