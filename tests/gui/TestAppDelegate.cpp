@@ -1,7 +1,6 @@
 #include "core/ConversionEvents.h"
 #include "core/Converter.h"
 #include "core/NotificationCenter.h"
-#include "core/SettingsStore.h"
 #include "gui/AppDelegate.h"
 #include "gui/BuildConfig.h"
 #include "gui/SingleInstance.h"

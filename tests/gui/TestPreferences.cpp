@@ -1,7 +1,6 @@
 #include "core/FileUrl.h"
 #include "core/FolderBookmark.h"
 #include "core/JsonSettingsBackend.h"
-#include "core/SettingsStore.h"
 #include "gui/Preferences.h"
 #include "support/FatalTrap.h"
 #include "support/gui/BatchFixture.h"
