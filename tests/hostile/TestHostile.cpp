@@ -202,6 +202,45 @@ private Q_SLOTS:
                 {line, u"converted: %1 -> %2/After.key"_s}, Program::As(asNobody));
     }
 
+    void neverCopiesThroughALinkSwappedInWhileItCopies_data()
+    {
+        // A folder of the package, holding a decoy named as a private file, is
+        // swapped for a link to the victim's folder and back, again and again.
+        QTest::addColumn<QString>("folder");
+        QTest::newRow("subfolder") << u"Data"_s;
+        QTest::newRow("folder in a subfolder") << u"Data/Sub"_s;
+    }
+
+    // Converts until a private byte reaches an archive, 150 times or for a minute at most.
+    void neverCopiesThroughALinkSwappedInWhileItCopies()
+    {
+        QFETCH(QString, folder);
+        const Site s = site();
+        const QString package = PackageFactory(s.in).make(u"Talk.key"_s, PackageFactory::keynoteFourDocument(),
+                                                          {{folder + u"/secret.txt"_s, "decoy"}});
+        QVERIFY(QFile::link(m_victim, s.dir + u"/link"_s));
+        const auto swapper
+            = s.start({u"perl"_s, u"-e"_s,
+                       u"($p, $l) = @ARGV; until (-e \"$l.stop\") { syscall(316, -100, $p, -100, $l, 2); "
+                       "select(undef, undef, undef, 0.0003) }"_s, // renameat2(RENAME_EXCHANGE)
+                       package + u'/' + folder, s.dir + u"/link"_s});
+        const QList<QByteArray> secrets = Tree::of(m_victim).fileHashes().values();
+        QElapsedTimer clock;
+        clock.start();
+        for (int run = 0; run < 150 && clock.elapsed() < 60000; ++run) {
+            const QString line = s.run(s.convert({package})).lines().value(0);
+            if (!line.startsWith(u"converted: "_s))
+                continue;
+            const QString archive = line.section(u" -> "_s, 1);
+            for (const QByteArray &hash : Archive(archive).packageFiles().values())
+                QVERIFY2(!secrets.contains(hash), qPrintable(u"a private file in the archive, run %1"_s.arg(run)));
+            QVERIFY(QFile::remove(archive));
+        }
+        QVERIFY(QFile(s.dir + u"/link.stop"_s).open(QIODevice::WriteOnly));
+        QCOMPARE(Program::finish(*swapper).status, 0);
+        checkOutcome(s, {});
+    }
+
     void sweepsStaleRunsButLeavesLiveRunsAndPlantedNamesAlone_data()
     {
         QTest::addColumn<bool>("runtime");   // $XDG_RUNTIME_DIR, or the temporary folder without it

@@ -29,3 +29,8 @@ int SystemCalls::renameNoReplace(int, const char *, int, const char *)
     errno = ENOSYS;
     return -1;
 }
+
+bool SystemCalls::mountId(int, unsigned long long *)
+{
+    return false;
+}
