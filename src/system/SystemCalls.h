@@ -26,4 +26,7 @@ public:
     // Renames (within one file system), failing with EEXIST rather than
     // replacing anything, a dangling link included.
     static int renameNoReplace(int fromFolder, const char *from, int toFolder, const char *to);
+    // How many processes (threads, as the kernel counts them against
+    // RLIMIT_NPROC) the user with this real id has now; -1 when unknown.
+    static long tasksOfUser(uid_t user);
 };

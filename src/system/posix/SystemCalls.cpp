@@ -29,3 +29,8 @@ int SystemCalls::renameNoReplace(int, const char *, int, const char *)
     errno = ENOSYS;
     return -1;
 }
+
+long SystemCalls::tasksOfUser(uid_t)
+{
+    return -1;
+}
