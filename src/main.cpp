@@ -26,7 +26,8 @@ QString mainUsage()
 {
     return QStringLiteral(
         "Usage: deckwright [PACKAGE_OR_FOLDER...]\n"
-        "       deckwright convert [--jobs N] --output DIR PACKAGE_OR_FOLDER...\n"
+        "       deckwright convert [--jobs N] [--layout reference|root] --output DIR\n"
+        "                          PACKAGE_OR_FOLDER...\n"
         "       deckwright check PATH...\n"
         "Upgrades Keynote '08 presentations to the Keynote '09 file format.\n"
         "\n"
@@ -83,6 +84,7 @@ int takePackages(QStringList &packages)
 // A command without windows: `deckwright convert` or `deckwright check`.
 int runCommand(int argc, char *argv[], int (*command)(const QStringList &, QTextStream &, QTextStream &))
 {
+    prepareStandardStreams();
     StopRequest::installSignalHandlers();
     QCoreApplication app(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("Deckwright"));

@@ -29,12 +29,16 @@ QString CheckCommand::usage()
         "  PATH: Keynote '09 package, SIZE, N slides\n"
         "  PATH: Keynote '09 document (zip), SIZE\n"
         "  PATH: not convertible (REASON), SIZE\n"
-        "  FOLDER: no .key packages in it\n"
+        "  FOLDER: no Keynote packages in it\n"
+        "  FOLDER: a folder that could not be read (SYSTEM'S REASON)\n"
         "The reasons are those 'deckwright convert --help' lists. SIZE is the\n"
         "package's files added up; it and the slides are shown where known.\n"
         "\n"
         "Exit status: 0 when everything given is convertible, 1 when anything is\n"
-        "not (a folder without packages included), 2 for a usage error.\n");
+        "not (a folder without packages or that could not be read included), 2 for\n"
+        "a usage error, 3 when a line could not be written to standard output (a\n"
+        "full disk, a closed descriptor, a pipe whose reader is gone: no SIGPIPE),\n"
+        "where the check stops.\n");
 }
 
 namespace {
@@ -87,19 +91,21 @@ int CheckCommand::run(const QStringList &arguments, QTextStream &out, QTextStrea
 
     int status = AllConvertible;
     for (const QString &path : paths) {
-        const QStringList packages = PackageSearch::expand({path});
-        if (packages.isEmpty()) {
-            out << QStringLiteral("%1: no .key packages in it").arg(path) << "\n";
-            status = SomeNotConvertible;
-        }
-        for (const QString &package : packages) {
-            const PackageCheck::Verdict verdict = PackageCheck::check(QFileInfo(package).absoluteFilePath());
-            if (!verdict.convertible())
+        for (const PackageSearch::Item &found : PackageSearch::search(path)) {
+            const QString shown = PackageSearch::shownPath(path, found.path);
+            QString text;
+            if (found.kind == PackageSearch::Item::Package) {
+                const PackageCheck::Verdict verdict = PackageCheck::check(QFileInfo(found.path).absoluteFilePath());
+                text = line(shown, verdict);
+                if (!verdict.convertible())
+                    status = SomeNotConvertible;
+            } else {
+                text = shown + QStringLiteral(": ") + found.problem();
                 status = SomeNotConvertible;
-            out << line(PackageSearch::shownPath(path, package), verdict) << "\n";
-            out.flush();
+            }
+            if (!printLine(out, text))
+                return outputError(err, QStringLiteral("check"), out);
         }
     }
-    out.flush();
     return status;
 }

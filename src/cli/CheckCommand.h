@@ -10,7 +10,7 @@ class QTextStream;
 class CheckCommand
 {
 public:
-    enum Status { AllConvertible = 0, SomeNotConvertible = 1, UsageError = 2 };
+    enum Status { AllConvertible = 0, SomeNotConvertible = 1, UsageError = 2, OutputFailed = 3 };
 
     // arguments: what follows "check" on the command line.
     static int run(const QStringList &arguments, QTextStream &out, QTextStream &err);

@@ -7,6 +7,7 @@
 #include "core/Converter.h"
 #include "core/FileUrl.h"
 #include "core/FolderBookmark.h"
+#include "core/MachineLimits.h"
 #include "core/PackageSearch.h"
 #include "core/SettingsStore.h"
 
@@ -19,10 +20,11 @@
 #include <QUrl>
 
 #include <algorithm>
+#include <limits>
 
 QString ConvertCommand::usage()
 {
-    return QStringLiteral(
+    const QString text = QStringLiteral(
         "Usage: deckwright convert --output DIR [--layout reference|root] [--jobs N]\n"
         "                          PACKAGE_OR_FOLDER...\n"
         "Converts Keynote '08 packages to Keynote '09 files in DIR.\n"
@@ -37,7 +39,9 @@ QString ConvertCommand::usage()
         "                                  (index.apxl, Data/...), as Keynote '09\n"
         "                                  writes them; LibreOffice opens these\n"
         "  -j, --jobs N         convert up to N packages at once, each in a process of\n"
-        "                       its own (default: as many as there are processors)\n"
+        "                       its own (default: as many as there are processors);\n"
+        "                       never more than there are packages, nor than this\n"
+        "                       machine can run: %1\n"
         "  -h, --help           show this help\n"
         "\n"
         "A folder is searched for packages through its subfolders, but never into a\n"
@@ -53,6 +57,7 @@ QString ConvertCommand::usage()
         "  skipped: PACKAGE: not a Keynote 4 file (REASON)\n"
         "  failed: PACKAGE: could not write OUTPUT_FILE (REASON)\n"
         "  skipped: FOLDER: no Keynote packages in it\n"
+        "  skipped: FOLDER: a folder that could not be read (SYSTEM'S REASON)\n"
         "\n"
         "Why a package is skipped:\n"
         "  its name does not end in .key\n"
@@ -81,8 +86,12 @@ QString ConvertCommand::usage()
         "the first Talk.key given gets Talk.key, the second Talk.1.key.\n"
         "\n"
         "Exit status: 0 when every package was converted, 1 when any was not,\n"
-        "2 for a usage error. Interrupted (Ctrl+C, SIGTERM, SIGHUP), the\n"
+        "2 for a usage error, 3 when a line could not be written to standard\n"
+        "output (a full disk, a closed descriptor, or a pipe whose reader is gone,\n"
+        "as with '| head -1': no SIGPIPE); the conversions under way are then\n"
+        "undone and none is started. Interrupted (Ctrl+C, SIGTERM, SIGHUP), the\n"
         "conversions under way are undone and the command ends by that signal.\n");
+    return text.arg(MachineLimits::describeParallelConversions());
 }
 
 int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStream &err)
@@ -128,11 +137,15 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
     const QString outputDir = outputs.isEmpty() ? QString() : outputs.first();
     const QStringList packages = parser.positionalArguments();
     const bool worker = parser.isSet(workerOption);
+    const QString jobsText = parser.value(jobsOption);
     bool jobsIsNumber = false;
-    const int jobs = parser.value(jobsOption).toInt(&jobsIsNumber);
+    const int jobs = jobsText.toInt(&jobsIsNumber);
+    // A number too large to hold is no mistake of form: it is told this machine's bound.
+    if (!jobsIsNumber && jobsText.toDouble() > std::numeric_limits<int>::max())
+        return refuse(QStringLiteral("--jobs %1 is more than this machine can run: at most %2")
+                          .arg(jobsText, MachineLimits::describeParallelConversions()));
     if (!jobsIsNumber || jobs < 1)
-        return refuse(
-            QStringLiteral("--jobs needs a whole number of at least 1, not '%1'").arg(parser.value(jobsOption)));
+        return refuse(QStringLiteral("--jobs needs a whole number of at least 1, not '%1'").arg(jobsText));
     if (outputDir.isEmpty())
         return refuse(QStringLiteral("no output folder given (--output DIR)"));
     if (packages.isEmpty() && !worker)
@@ -166,20 +179,22 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
     if (worker)
         return ConvertWorker::run(outputFolder);
 
-    // A folder's packages take its place, in its order.
+    // A folder's packages take its place, in its order, with what could not be searched.
     QList<ConvertJobs::Item> items;
     int toConvert = 0;
     for (const QString &argument : packages) {
-        const QStringList found = PackageSearch::expand({argument});
-        if (found.isEmpty())
-            items.append({argument, QString(), ConvertOutcome(ConvertOutcome::NoPackages)});
-        for (const QString &package : found)
-            items.append(
-                {PackageSearch::shownPath(argument, package), QFileInfo(package).absoluteFilePath(), std::nullopt});
-        toConvert += int(found.size());
+        for (const PackageSearch::Item &found : PackageSearch::search(argument)) {
+            const QString shown = PackageSearch::shownPath(argument, found.path);
+            if (found.kind != PackageSearch::Item::Package) {
+                items.append({shown, QString(), ConvertOutcome(ConvertOutcome::NoPackages, found.problem())});
+                continue;
+            }
+            items.append({shown, QFileInfo(found.path).absoluteFilePath(), std::nullopt});
+            ++toConvert;
+        }
     }
 
-    const int workers = std::min(jobs, toConvert);
+    const int workers = std::min({jobs, toConvert, MachineLimits::parallelConversions()});
     if (workers > 1) {
         QStringList workerArguments{QStringLiteral("convert"), QStringLiteral("--worker"),
                                     QStringLiteral("--output=") + outputFolder};
@@ -191,7 +206,10 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
                 workerArguments.append(name + QLatin1Char('=') + value);
         }
         ConvertJobs batch(QCoreApplication::applicationFilePath(), workerArguments, outputFolder, out);
-        return batch.run(items, workers) ? AllConverted : SomeSkipped;
+        const bool allConverted = batch.run(items, workers);
+        if (out.status() != QTextStream::Ok)
+            return outputError(err, QStringLiteral("convert"), out);
+        return allConverted ? AllConverted : SomeSkipped;
     }
 
     // One at a time, here.
@@ -204,8 +222,8 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
             Converter converter(item.path);
             outcome = ConvertOutcome::convert(converter, outputFolder);
         }
-        out << outcome.line(item.shown, outputFolder) << "\n";
-        out.flush();
+        if (!printLine(out, outcome.line(item.shown, outputFolder)))
+            return outputError(err, QStringLiteral("convert"), out);
         if (!outcome.converted())
             status = SomeSkipped;
     }

@@ -1,19 +1,26 @@
 #include "cli/ConvertJobs.h"
 
+#include "cli/Usage.h"
 #include "cli/WorkerChannel.h"
 #include "core/ScratchRun.h"
 #include "core/StopRequest.h"
 
 #include <QEventLoop>
+#include <QFileInfo>
 #include <QProcess>
 #include <QSocketNotifier>
 #include <QTextStream>
+#include <QTimer>
 
 #include <algorithm>
 #include <csignal>
 #include <cstring>
 
 #include <unistd.h>
+
+namespace {
+constexpr int kStartAttempts = 60; // in a row, about a minute
+} // namespace
 
 struct ConvertJobs::Worker
 {
@@ -52,6 +59,8 @@ bool ConvertJobs::run(const QList<Item> &items, int jobs)
     m_printed = 0;
     m_allConverted = true;
     m_stopping = false;
+    m_unstarted.clear();
+    m_failedStarts = 0;
 
     QEventLoop loop;
     m_loop = &loop;
@@ -97,12 +106,14 @@ void ConvertJobs::refill()
 
 void ConvertJobs::finishIfDone()
 {
-    if (m_workers.empty() && !m_refilling && m_loop)
+    if (m_workers.empty() && (m_unstarted.isEmpty() || m_stopping) && !m_refilling && m_loop)
         m_loop->quit();
 }
 
 int ConvertJobs::takeNextItem()
 {
+    if (!m_unstarted.isEmpty())
+        return m_unstarted.takeFirst();
     while (m_next < m_items.size() && m_items[m_next].outcome)
         ++m_next;
     return m_next < m_items.size() ? m_next++ : -1;
@@ -123,8 +134,14 @@ void ConvertJobs::launch(int item)
         else
             ended(worker, QStringLiteral("the process converting it ended unexpectedly (exit status %1)").arg(code));
     });
+    QObject::connect(&process, &QProcess::started, m_loop, [this] { m_failedStarts = 0; });
     QObject::connect(&process, &QProcess::errorOccurred, m_loop, [this, &worker](QProcess::ProcessError error) {
-        if (error == QProcess::FailedToStart)
+        if (error != QProcess::FailedToStart)
+            return;
+        // The program is there: what it lacked was processes, files or memory, which other workers free.
+        if (!m_stopping && ++m_failedStarts < kStartAttempts && QFileInfo(m_program).isExecutable())
+            startLater(worker);
+        else
             ended(worker,
                   QStringLiteral("no process could be started to convert it (%1)").arg(worker.process->errorString()));
     });
@@ -221,6 +238,31 @@ void ConvertJobs::ended(Worker &worker, const QString &why)
     finishIfDone();
 }
 
+void ConvertJobs::startLater(Worker &worker)
+{
+    const auto it = std::find_if(m_workers.begin(), m_workers.end(),
+                                 [&worker](const std::unique_ptr<Worker> &w) { return w.get() == &worker; });
+    if (it == m_workers.end())
+        return;
+    m_unstarted.append(worker.item);
+    std::sort(m_unstarted.begin(), m_unstarted.end());
+    m_ended.push_back(std::move(*it));
+    m_workers.erase(it);
+    // No more at once than the machine could start; the item goes to the
+    // first worker free, or to a new one once there may be room.
+    m_jobs = std::max(1, int(m_workers.size()));
+    QTimer::singleShot(std::min(1000, 20 << std::min(m_failedStarts, 6)), m_loop, [this] { startAgain(); });
+}
+
+void ConvertJobs::startAgain()
+{
+    // Even beyond the number of jobs: the workers running may all be
+    // waiting for their turn behind this item.
+    if (!m_stopping && !m_unstarted.isEmpty())
+        launch(m_unstarted.takeFirst());
+    finishIfDone();
+}
+
 void ConvertJobs::settle(int item, const ConvertOutcome &outcome)
 {
     m_items[item].outcome = outcome;
@@ -234,10 +276,14 @@ void ConvertJobs::printKnownLines()
         const Item &item = m_items[m_printed];
         if (!item.outcome->converted())
             m_allConverted = false;
-        m_out << item.outcome->line(item.shown, m_outputFolder) << "\n";
+        if (!printLine(m_out, item.outcome->line(item.shown, m_outputFolder))) {
+            // Nothing more can be told: what is under way is undone, as for a signal.
+            m_allConverted = false;
+            stopWorkers(SIGTERM);
+            return;
+        }
         ++m_printed;
     }
-    m_out.flush();
 }
 
 void ConvertJobs::grantTurn()
@@ -265,11 +311,16 @@ void ConvertJobs::grantTurn()
 
 void ConvertJobs::stopAll()
 {
-    if (!StopRequest::pending() || m_stopping)
+    // Ctrl+C reaches the workers too; a signal sent to this process alone is passed on.
+    if (StopRequest::pending())
+        stopWorkers(StopRequest::signalNumber());
+}
+
+void ConvertJobs::stopWorkers(int signalNumber)
+{
+    if (m_stopping)
         return;
     m_stopping = true;
-    // Ctrl+C reaches the workers too; a signal sent to this process alone is passed on.
-    const int signalNumber = StopRequest::signalNumber();
     for (const std::unique_ptr<Worker> &worker : m_workers) {
         if (worker->process->processId() > 0)
             ::kill(pid_t(worker->process->processId()), signalNumber);

@@ -38,7 +38,11 @@ public:
 
     // Whether every item was converted. SIGINT, SIGTERM or SIGHUP stop every
     // worker (each undoes its conversion); once they have all ended, nothing
-    // more is printed and the process ends by that signal.
+    // more is printed and the process ends by that signal. A line that cannot
+    // be printed stops them the same way (out then tells why). A worker that
+    // cannot start for want of processes, files or memory is started again
+    // once some are free, with no more workers at once from then on than
+    // were running.
     bool run(const QList<Item> &items, int jobs);
 
 protected:
@@ -61,6 +65,9 @@ private:
     void printKnownLines();
     void grantTurn();
     void stopAll();
+    void stopWorkers(int signalNumber);
+    void startLater(Worker &worker);
+    void startAgain();
     int takeNextItem();
 
     QString m_program;
@@ -75,6 +82,8 @@ private:
     bool m_allConverted = true;
     bool m_stopping = false;
     bool m_refilling = false;
+    QList<int> m_unstarted; // items whose worker could not start, to be started again
+    int m_failedStarts = 0; // in a row
     std::vector<std::unique_ptr<Worker>> m_workers;
     std::vector<std::unique_ptr<Worker>> m_ended; // kept until the batch is over: their signals may still be running
     QEventLoop *m_loop = nullptr;

@@ -3,6 +3,7 @@
 #include "core/ConversionEvents.h"
 #include "core/Converter.h"
 #include "core/NotificationCenter.h"
+#include "core/PackageSearch.h"
 
 #include <QFile>
 #include <QUrl>
@@ -31,7 +32,8 @@ QString ConvertOutcome::line(const QString &item, const QString &outputFolder) c
     case Failed:
         return QStringLiteral("failed: %1: %2").arg(item, m_detail);
     case NoPackages:
-        return QStringLiteral("skipped: %1: no Keynote packages in it").arg(item);
+        return QStringLiteral("skipped: %1: %2")
+            .arg(item, m_detail.isEmpty() ? PackageSearch::problem(PackageSearch::Item::NoPackages) : m_detail);
     }
     return QString();
 }

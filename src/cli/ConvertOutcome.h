@@ -19,7 +19,7 @@ public:
         NotKeynote,     // detail: why
         NotKeynoteFour, // detail: why
         Failed,         // converted but not written, or its worker was lost; detail: why
-        NoPackages,     // a folder that holds no package
+        NoPackages,     // a folder that holds no package; detail: or why it could not be searched
     };
 
     ConvertOutcome() = default;

@@ -8,10 +8,42 @@
 #include <QProcess>
 #include <QTimer>
 
+#include <algorithm>
+#include <cerrno>
 #include <csignal>
+#include <cstring>
 
+#include <poll.h>
 #include <sys/resource.h>
 #include <unistd.h>
+
+namespace {
+constexpr int kStartAttempts = 60; // about a minute
+
+// Qt tells why a start failed only in words: the system's own words for a
+// shortage that passes as other work ends (processes, open files, memory).
+bool isPassingShortage(const QString &why)
+{
+    for (const int error : {EAGAIN, ENOMEM, ENFILE}) {
+        if (why.contains(QString::fromLocal8Bit(std::strerror(error))))
+            return true;
+    }
+    return false;
+}
+
+// Waits a while before another try; a stop ends the wait.
+void pause(int milliseconds)
+{
+    if (Waiting::keepsEventsTurning()) {
+        QEventLoop loop;
+        QTimer::singleShot(milliseconds, &loop, &QEventLoop::quit);
+        loop.exec();
+    } else {
+        pollfd stop = {StopRequest::signalDescriptor(), POLLIN, 0};
+        ::poll(&stop, stop.fd >= 0 ? 1 : 0, milliseconds);
+    }
+}
+} // namespace
 
 QProcessEnvironment ChildProcess::toolEnvironment()
 {
@@ -36,6 +68,8 @@ ChildProcess::Result ChildProcess::run(const QString &program, const QStringList
     process.setChildProcessModifier([parent, fileSizeLimit] {
         // Runs in the child between fork and exec: async-signal-safe calls only.
         ::setpgid(0, 0);
+        // The command ignores SIGPIPE for itself; a tool gets the usual behaviour.
+        ::signal(SIGPIPE, SIG_DFL);
         if (!SystemCalls::dieWithParent(parent))
             ::_exit(127);
         if (fileSizeLimit > 0) {
@@ -44,9 +78,16 @@ ChildProcess::Result ChildProcess::run(const QString &program, const QStringList
             ::setrlimit(RLIMIT_FSIZE, &limit);
         }
     });
-    process.start(QIODevice::ReadOnly);
-    if (!process.waitForStarted(-1))
-        return result;
+    // A tool that could not start for want of the machine's resources is
+    // tried again for a while: the shortage is no fault of the package.
+    for (int attempt = 0;; ++attempt) {
+        process.start(QIODevice::ReadOnly);
+        if (process.waitForStarted(-1))
+            break;
+        if (attempt + 1 >= kStartAttempts || StopRequest::pending() || !isPassingShortage(process.errorString()))
+            return result;
+        pause(std::min(1000, 20 << std::min(attempt, 6)));
+    }
     result.started = true;
     StopRequest::setChildGroup(process.processId());
     // Both streams are drained while waiting, so a chatty standard error cannot stall the child.

@@ -109,6 +109,15 @@ QByteArray joined(const std::vector<std::string> &stack, const std::string &name
 FileTree::WalkResult FileTree::walk(const QString &rootPath, const Visitor &visit, bool makeEnterable)
 {
     WalkResult result;
+    const auto fail = [&result](const QByteArray &path, int error) {
+        if (result.complete) {
+            result.complete = false;
+            result.error = error;
+            result.failedPath = path;
+        }
+        if (result.unreadFolders.empty() || result.unreadFolders.back().first != path)
+            result.unreadFolders.emplace_back(path, error);
+    };
     const QByteArray root = QFile::encodeName(rootPath);
     int current = ::open(root.constData(), kDirFlags);
     if (current < 0 && errno == EACCES && makeEnterable) {
@@ -118,8 +127,7 @@ FileTree::WalkResult FileTree::walk(const QString &rootPath, const Visitor &visi
             current = ::open(root.constData(), kDirFlags);
     }
     if (current < 0) {
-        result.complete = false;
-        result.error = errno;
+        fail(QByteArray(), errno);
         return result;
     }
     if (makeEnterable) {
@@ -141,11 +149,7 @@ FileTree::WalkResult FileTree::walk(const QString &rootPath, const Visitor &visi
         names.push_back(name);
         frames.push_back({name, {}, self.st_dev, self.st_ino});
         if (!readNames(current, &entries, &error)) {
-            if (result.complete) {
-                result.complete = false;
-                result.error = error;
-                result.failedPath = joined(names, std::string()).chopped(names.size() > 1 ? 1 : 0);
-            }
+            fail(joined(names, std::string()).chopped(names.size() > 1 ? 1 : 0), error);
             return true;
         }
         std::vector<std::string> folders;
@@ -157,11 +161,8 @@ FileTree::WalkResult FileTree::walk(const QString &rootPath, const Visitor &visi
             entry.name = it->c_str();
             if (::fstatat(current, it->c_str(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
                 // Gone since the folder was read, or in a folder we may list but not enter.
-                if (errno != ENOENT && result.complete) {
-                    result.complete = false;
-                    result.error = errno;
-                    result.failedPath = joined(names, std::string()).chopped(names.size() > 1 ? 1 : 0);
-                }
+                if (const int error = errno; error != ENOENT)
+                    fail(joined(names, std::string()).chopped(names.size() > 1 ? 1 : 0), error);
                 continue;
             }
             entry.kind = kindOf(st.st_mode);
@@ -188,11 +189,8 @@ FileTree::WalkResult FileTree::walk(const QString &rootPath, const Visitor &visi
             frame.pending.pop_back();
             const int next = openFolder(current, child.c_str(), makeEnterable);
             if (next < 0) {
-                if (errno != ENOENT && result.complete) {
-                    result.complete = false;
-                    result.error = errno;
-                    result.failedPath = joined(names, child);
-                }
+                if (const int error = errno; error != ENOENT)
+                    fail(joined(names, child), error);
                 continue;
             }
             // A folder already on the way down (a mount of one of its parents) would never end.

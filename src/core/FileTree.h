@@ -5,6 +5,7 @@
 
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 // Walks and removes folder trees that may hold anything a stranger could put
@@ -38,6 +39,8 @@ public:
         bool stopped = false;  // the visitor ended it
         int error = 0;         // errno of the first folder that could not be read
         QByteArray failedPath; // that folder, relative to the root ("" for the root)
+        // Every folder that could not be read or entered, in the order met, with its errno.
+        std::vector<std::pair<QByteArray, int>> unreadFolders;
     };
 
     // Visits every entry below the folder at rootPath, parents before their

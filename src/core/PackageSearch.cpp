@@ -8,15 +8,18 @@
 #include <QSet>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
-#include <functional>
+#include <utility>
 #include <vector>
 
 namespace {
+// A name that ends in ".key" in any case: ".KEY" is a package the converter
+// refuses by its name, not a folder to look into.
 bool isPackageBytes(const char *name)
 {
     const size_t length = std::strlen(name);
-    return length >= 4 && std::strcmp(name + length - 4, ".key") == 0;
+    return length >= 4 && qstrnicmp(name + length - 4, ".key", 4) == 0;
 }
 
 // Name order within each folder, a subfolder's packages where its name falls:
@@ -27,26 +30,49 @@ bool comesBefore(const QByteArray &a, const QByteArray &b)
     return std::lexicographical_compare(left.begin(), left.end(), right.begin(), right.end());
 }
 
-void search(const QString &root, const std::function<void(const QString &)> &found)
+// given: the folder as the person gave it; root: its clean absolute path.
+QList<PackageSearch::Item> searchFolder(const QString &given, const QString &root)
 {
+    using Item = PackageSearch::Item;
     // The folder as the person named it, through a link if so; below it no link is followed.
     const QString folder = QFileInfo(root).canonicalFilePath();
     if (folder.isEmpty())
-        return;
-    std::vector<QByteArray> packages;
-    FileTree::walk(folder, [&packages](FileTree::Entry &entry) {
+        return {Item{Item::Unreadable, given, ENOENT}};
+    // Relative to the folder: packages with 0, folders that could not be read with why.
+    std::vector<std::pair<QByteArray, int>> found;
+    const FileTree::WalkResult walk = FileTree::walk(folder, [&found](FileTree::Entry &entry) {
         if (entry.kind == FileTree::Kind::Folder && isPackageBytes(entry.name)) {
-            packages.push_back(entry.relativePath);
+            found.emplace_back(entry.relativePath, 0);
             entry.descend = false;
         }
         return true;
     });
-    std::sort(packages.begin(), packages.end(), comesBefore);
-    const QString prefix = QFileInfo(root).absoluteFilePath() + QLatin1Char('/');
-    for (const QByteArray &package : packages)
-        found(prefix + QFile::decodeName(package));
+    found.insert(found.end(), walk.unreadFolders.begin(), walk.unreadFolders.end());
+    if (found.empty())
+        return {Item{Item::NoPackages, given, 0}};
+    std::stable_sort(found.begin(), found.end(),
+                     [](const auto &a, const auto &b) { return comesBefore(a.first, b.first); });
+    QList<Item> items;
+    for (const auto &[relative, error] : found) {
+        const QString path = relative.isEmpty() ? given : root + QLatin1Char('/') + QFile::decodeName(relative);
+        items.append({error ? Item::Unreadable : Item::Package, path, error});
+    }
+    return items;
 }
 } // namespace
+
+QString PackageSearch::problem(Item::Kind kind, int error)
+{
+    switch (kind) {
+    case Item::Package:
+        return QString();
+    case Item::NoPackages:
+        return QStringLiteral("no Keynote packages in it");
+    case Item::Unreadable:
+        return QStringLiteral("a folder that could not be read (%1)").arg(QString::fromLocal8Bit(std::strerror(error)));
+    }
+    return QString();
+}
 
 QString PackageSearch::shownPath(const QString &given, const QString &found)
 {
@@ -64,32 +90,37 @@ QString PackageSearch::shownPath(const QString &given, const QString &found)
 
 bool PackageSearch::isPackageName(const QString &name)
 {
-    return name.endsWith(QLatin1String(".key"));
+    return name.endsWith(QLatin1String(".key"), Qt::CaseInsensitive);
+}
+
+QList<PackageSearch::Item> PackageSearch::search(const QString &path)
+{
+    if (path.isEmpty())
+        return {Item{Item::Package, path, 0}};
+    const QFileInfo info(QDir::cleanPath(QFileInfo(path).absoluteFilePath()));
+    // A package named through a link is still a package, whatever the link is called.
+    const bool folder = info.isDir() && !isPackageName(info.fileName())
+                        && !isPackageName(QFileInfo(info.canonicalFilePath()).fileName());
+    if (!folder)
+        return {Item{Item::Package, path, 0}};
+    return searchFolder(path, info.filePath());
 }
 
 QStringList PackageSearch::expand(const QStringList &paths)
 {
     QStringList packages;
     QSet<QString> seen;
-    const auto add = [&](const QString &path, const QString &key) {
-        if (!seen.contains(key)) {
-            seen.insert(key);
-            packages.append(path);
-        }
-    };
     for (const QString &path : paths) {
-        if (path.isEmpty()) {
-            add(path, path);
-            continue;
+        for (const Item &item : search(path)) {
+            // An item given is known by where it is, however it was written.
+            const QString key = item.path == path && !path.isEmpty()
+                                    ? QDir::cleanPath(QFileInfo(path).absoluteFilePath())
+                                    : item.path;
+            if (item.kind == Item::Package && !seen.contains(key)) {
+                seen.insert(key);
+                packages.append(item.path);
+            }
         }
-        const QFileInfo info(QDir::cleanPath(QFileInfo(path).absoluteFilePath()));
-        // A package named through a link is still a package, whatever the link is called.
-        const bool folder = info.isDir() && !isPackageName(info.fileName())
-                            && !isPackageName(QFileInfo(info.canonicalFilePath()).fileName());
-        if (folder)
-            search(info.filePath(), [&add](const QString &found) { add(found, found); });
-        else
-            add(path, info.filePath());
     }
     return packages;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QList>
 #include <QString>
 #include <QStringList>
 
@@ -12,13 +13,34 @@
 class PackageSearch
 {
 public:
-    // The packages for these paths, in their order, each once. A folder's
-    // packages come in name order (bytes), a subfolder's among them where its
-    // name falls. A folder given here is searched even when named through a
-    // link; a link found inside one is passed over, as is what cannot be read.
+    // What a path given holds, one item each: its packages, and the folders
+    // that could not be searched.
+    struct Item
+    {
+        enum Kind { Package, NoPackages, Unreadable };
+        Kind kind = Package;
+        QString path;  // a package, or the folder the other kinds are about
+        int error = 0; // why an Unreadable folder could not be read
+
+        QString problem() const { return PackageSearch::problem(kind, error); }
+    };
+    // What a command says of a folder: "no Keynote packages in it", or that
+    // it could not be read and why. Empty for a package.
+    static QString problem(Item::Kind kind, int error = 0);
+
+    // The items for one path, in name order (bytes), a subfolder's among them
+    // where its name falls: the path itself when it is no folder to search, a
+    // folder without packages as one NoPackages item. A folder given is
+    // searched even when named through a link; a link found inside one is
+    // passed over.
+    static QList<Item> search(const QString &path);
+
+    // The packages for these paths, in their order, each once; folders that
+    // hold none or could not be read add nothing.
     static QStringList expand(const QStringList &paths);
 
-    // Whether a folder of this name is a package: it ends in ".key".
+    // Whether a folder of this name is a package: it ends in ".key", in any
+    // letter case (the converter then refuses any but ".key" by its name).
     static bool isPackageName(const QString &name);
 
     // How to name a package that expand found for one path: from that path

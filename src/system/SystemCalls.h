@@ -30,4 +30,7 @@ public:
     // the folder around it where the device number cannot. False where the
     // kernel cannot tell; the caller then goes by the device number alone.
     static bool mountId(int descriptor, unsigned long long *id);
+    // How many processes (threads, as the kernel counts them against
+    // RLIMIT_NPROC) the user with this real id has now; -1 when unknown.
+    static long tasksOfUser(uid_t user);
 };

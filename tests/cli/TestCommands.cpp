@@ -62,6 +62,9 @@ private Q_SLOTS:
         convert("no jobs", "-j 0 -o ../out x.key", "--jobs needs a whole number of at least 1, not '0'");
         convert("jobs not a number", "--jobs=all -o ../out x.key",
                 "--jobs needs a whole number of at least 1, not 'all'");
+        // The bound follows: processors and the limits on open files and processes.
+        convert("jobs beyond any machine", "-j 99999999999 -o ../out x.key",
+                "--jobs 99999999999 is more than this machine can run: at most ");
         convert("two output folders", "-o ../out -o ../out x.key", "only one output folder can be given");
         // Root writes anywhere: a folder that cannot be written needs another user.
         convert("folder not writable", "-o ../locked x.key", "the output folder ../locked is not writable", true);
@@ -87,7 +90,7 @@ private Q_SLOTS:
             QSKIP(Program::whyNotAsNobody());
         const Finished run = m_program.run(Program::deckwright(arguments), asNobody ? Program::Nobody : Program::Me);
         QCOMPARE(run.status, status);
-        QVERIFY2(status ? run.firstErrorLine() == first : run.lines().value(0).startsWith(first), run.out + run.err);
+        QVERIFY2((status ? run.firstErrorLine() : run.lines().value(0)).startsWith(first), run.out + run.err);
         QCOMPARE(status ? run.out : run.err, QByteArray());
         QCOMPARE(QDir(m_work.filePath(u"out"_s)).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
     }
@@ -140,6 +143,7 @@ private Q_SLOTS:
         row("missing", "rm -r $P", no("it was not found"));
         row("name not ending in .key", "printf %%PDF > Talk.pdf", no("its name does not end in .key"), false,
             PackageFactory::keynoteFourDocument(), "Talk.pdf");
+        row("package named .KEY", "mv $P Shout.KEY", no("its name does not end in .key"), false, {}, "Shout.KEY");
         // Root may read everything: these run as nobody, with a scratch folder of nobody's.
         const auto unreadable = [&](const QString &kind, const QString &what) {
             return no("it holds a " + kind + " that could not be read: " + what);
@@ -149,6 +153,11 @@ private Q_SLOTS:
         // The converter's copy stops at what it meets first: the link, before it enters the folder.
         row("a folder unreadable after a link", "ln -s Data/x $P/alias; mkdir -p $P/Z/In; chmod 000 $P/Z",
             no("it holds a symbolic link: alias"), true);
+        // A folder is named as such whether it was given or met in a search.
+        const QString shut = u": a folder that could not be read (Permission denied)"_s;
+        row("folder given unreadable", "mkdir -p F/In.key; chmod 000 F", "%1" + shut, true, {}, "F");
+        row("folder met unreadable", "mkdir -p F/Shut/In.key F/Open; chmod 000 F/Shut", "%1/Shut" + shut, true, {},
+            "F");
     }
 
     void checkJudgesEachItem()
@@ -185,8 +194,8 @@ private Q_SLOTS:
                  u"Decks/B.key: Keynote '08 package, convertible, %2, 1 slide\n"
                  u"Decks/Old/A.key: Keynote '08 package, convertible, %3, 1 slide\n"
                  u"missing.key: not convertible (it was not found)\n"
-                 u"%4/Nothing: no .key packages in it"_s.arg(size(u"Talk.key"_s), size(u"Decks/B.key"_s),
-                                                             size(u"Decks/Old/A.key"_s), m_in));
+                 u"%4/Nothing: no Keynote packages in it"_s.arg(size(u"Talk.key"_s), size(u"Decks/B.key"_s),
+                                                                size(u"Decks/Old/A.key"_s), m_in));
         QCOMPARE(run.status, 1);
         QCOMPARE(run.err, QByteArray());
         const Finished convertible = m_program.run(Program::deckwright({u"check"_s, u"Decks"_s, u"Talk.key"_s}));

@@ -164,6 +164,44 @@ private Q_SLOTS:
         QCOMPARE(m_program.leftovers().size(), 0);
     }
 
+    void aLineThatCannotBeWrittenEndsTheCommand_data()
+    {
+        QTest::addColumn<QString>("shell"); // runs the command, "$@", with its standard output failing
+        QTest::addColumn<QStringList>("command");
+        QTest::addColumn<QString>("reason");
+        const QString noReader = u"exec perl -e 'pipe R, W; close R; open STDOUT, \">&W\"; exec @ARGV' \"$@\""_s;
+        for (const QString &jobs : {u"1"_s, u"2"_s}) {
+            const QStringList convert{u"convert"_s, u"--jobs"_s, jobs, u"--output"_s};
+            QTest::addRow("full disk, %s jobs", qPrintable(jobs))
+                << u"exec \"$@\" >/dev/full"_s << convert << u"No space left on device"_s;
+            QTest::addRow("closed, %s jobs", qPrintable(jobs))
+                << u"exec \"$@\" >&-"_s << convert << u"Bad file descriptor"_s;
+            QTest::addRow("pipe without a reader, %s jobs", qPrintable(jobs))
+                << noReader << convert << u"Broken pipe"_s;
+        }
+        QTest::newRow("check, full disk")
+            << u"exec \"$@\" >/dev/full"_s << QStringList{u"check"_s} << u"No space left on device"_s;
+    }
+
+    // A result that cannot be told ends the batch at once, undone, and says so.
+    void aLineThatCannotBeWrittenEndsTheCommand()
+    {
+        QFETCH(QString, shell);
+        QFETCH(QStringList, command);
+        QFETCH(QString, reason);
+        const QTemporaryDir outDir(m_work.filePath(u"unwritten-XXXXXX"_s));
+        if (command.size() > 1)
+            command.append(outDir.path());
+        const Finished run = m_program.run(QStringList{u"sh"_s, u"-c"_s, shell, u"sh"_s}
+                                           + Program::deckwright(command + QStringList{u"c"_s}));
+        QCOMPARE(run.status, 3);
+        QCOMPARE(run.firstErrorLine(),
+                 u"deckwright %1: could not write to standard output (%2)"_s.arg(command[0], reason));
+        QCOMPARE(Tree::of(outDir.path()).paths(), u"."_s);
+        QCOMPARE(runFolders(), QStringList());
+        QCOMPARE(m_program.leftovers().size(), 0);
+    }
+
     void aWorkerThatCannotServeFailsItsItems_data()
     {
         QTest::addColumn<QString>("script"); // what sh runs as the worker; none: a worker that cannot start

@@ -44,6 +44,9 @@ private Q_SLOTS:
         QTest::newRow("name order, never inside a package")
             << "mkdir -p b.key/inside.key a/z.key a/m/c.key C.key empty; : > file.key" << QStringList{QString()}
             << QStringList{u"C.key"_s, u"a/m/c.key"_s, u"a/z.key"_s, u"b.key"_s};
+        // The converter refuses these by name; they are never searched as folders.
+        QTest::newRow("capital extensions") << "mkdir -p Loud.KEY/in.key a/Mixed.Key/in.key" << QStringList{QString()}
+                                            << QStringList{u"Loud.KEY"_s, u"a/Mixed.Key"_s};
         // The converter refuses what is not a package, with its reason: it is passed on.
         QTest::newRow("what is not a folder kept, each item once")
             << "mkdir -p Talk.key Decks/One.key Decks/Two.key; : > notes.txt"

@@ -166,6 +166,11 @@ private Q_SLOTS:
         const QString longest = QString(251, u'T') + u".key"_s, dotted = u"Talk.v2.final.key"_s;
         row("name of 255 bytes", to(longest), "cd ..; mv Talk.key $ARG", longest);
         row("name with dots", to(dotted), "cd ..; mv Talk.key $ARG", dotted);
+        // What is not a package is named as what it is, never searched for one.
+        row("name with a capital extension", u"skipped: %1: not a Keynote file (its name does not end in .key)"_s,
+            "cd ..; mv Talk.key $ARG", "Shout.KEY");
+        row("folder given that cannot be read", u"skipped: %1: a folder that could not be read (Permission denied)"_s,
+            "cd ..; mkdir -p $ARG/Inner.key; chmod 000 $ARG", "Shut");
         // Well inside the document size limit, and far beyond any real deck.
         row("document of 200 MB", talk,
             "{ printf '<key:presentation key:version=\"72007061400\">'; yes '<key:notes>Lorem ipsum.</key:notes>' | "
@@ -403,6 +408,31 @@ private Q_SLOTS:
         if (!Program::sh(u"m() { mount -t tmpfs -o size=$2,mode=0700 tmpfs $1; }; "_s + mounts, s.dir))
             QSKIP("a small tmpfs cannot be mounted here");
         convert(s, {PackageFactory(s.in).makeLarge(u"Talk.key"_s, mediaKiB * 1024, 7)}, {line});
+    }
+
+    void convertsEveryPackageWithinTheMachinesLimits_data()
+    {
+        QTest::addColumn<QString>("limit"); // prlimit's, on the command; far more jobs are asked for
+        QTest::newRow("few open files") << u"--nofile=40"_s;
+        QTest::newRow("few processes") << u"--nproc=12"_s; // a user's: root has no such limit
+    }
+
+    void convertsEveryPackageWithinTheMachinesLimits()
+    {
+        QFETCH(QString, limit);
+        if (!Program::canRunAsNobody())
+            QSKIP(Program::whyNotAsNobody());
+        const Site s = site();
+        QVERIFY(Program::sh(u"chmod o+rx .. . in"_s, s.dir));
+        QVERIFY(Program::giveToNobody(s.runtime()) && Program::giveToNobody(s.out));
+        QStringList packages, lines;
+        for (int i = 0; i < 12; ++i) {
+            packages.append(PackageFactory(s.in).make(u"P%1.key"_s.arg(i)));
+            lines.append(u"converted: %1 -> %2/"_s + QFileInfo(packages.last()).fileName());
+        }
+        convert(s, packages, lines, Program::Nobody,
+                QStringList{u"prlimit"_s, limit, u"--"_s}
+                    + Program::deckwright(QStringList{u"convert"_s, u"--jobs"_s, u"50"_s, u"-o"_s, s.out} + packages));
     }
 
     void refusesAPackagePathThatIsNotUtf8_data()

@@ -3,6 +3,10 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include <dirent.h>
 
 #include <fcntl.h>
 #include <sys/prctl.h>
@@ -48,4 +52,31 @@ bool SystemCalls::mountId(int descriptor, unsigned long long *id)
         return false;
     *id = st.stx_mnt_id;
     return true;
+}
+
+long SystemCalls::tasksOfUser(uid_t user)
+{
+    DIR *proc = ::opendir("/proc");
+    if (!proc)
+        return -1;
+    long tasks = 0;
+    while (const dirent *entry = ::readdir(proc)) {
+        if (entry->d_name[0] < '1' || entry->d_name[0] > '9')
+            continue;
+        char path[300], text[4096];
+        std::snprintf(path, sizeof path, "/proc/%s/status", entry->d_name);
+        const int fd = ::open(path, O_RDONLY | O_CLOEXEC);
+        if (fd < 0)
+            continue; // ended meanwhile
+        const ssize_t n = ::read(fd, text, sizeof text - 1);
+        ::close(fd);
+        text[n > 0 ? n : 0] = '\0';
+        // "Uid:" gives the real id first; "Threads:" counts what the limit counts.
+        const char *uid = std::strstr(text, "\nUid:");
+        const char *threads = std::strstr(text, "\nThreads:");
+        if (uid && threads && uid_t(std::strtoul(uid + 5, nullptr, 10)) == user)
+            tasks += std::strtol(threads + 9, nullptr, 10);
+    }
+    ::closedir(proc);
+    return tasks;
 }

@@ -34,3 +34,8 @@ bool SystemCalls::mountId(int, unsigned long long *)
 {
     return false;
 }
+
+long SystemCalls::tasksOfUser(uid_t)
+{
+    return -1;
+}
