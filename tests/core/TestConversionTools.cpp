@@ -96,6 +96,10 @@ private Q_SLOTS:
         QTest::newRow("accents") << u"Cafe\u0301 na\u00efve"_s << 10;
         // Each emoji is one character but two UTF-16 units or more.
         QTest::newRow("emoji") << u"\U0001F469\u200D\U0001F4BB and \U0001F1E9\U0001F1EA"_s << 7;
+        // The range after a tag then ends inside a pair, or on a half of one left alone.
+        QTest::newRow("100 emoji") << u"\U0001F600"_s.repeated(100) << 100;
+        QTest::newRow("101 emoji") << u"\U0001F600"_s.repeated(101) << 101;
+        QTest::newRow("a lone half") << u"\xD83D\U0001F600"_s << 2;
     }
 
     void searchesAsManyUnitsAsTheTextHasCharacters()

@@ -155,6 +155,10 @@ private Q_SLOTS:
             row(n == 9 ? "stopped while waiting for its turn" : qPrintable(u"stopped after progress %1"_s.arg(n)),
                 "Turn.key", "package", four, qMin(n, 8), Converter::Stopped, "stopped", n);
         row("converted, its name taken meanwhile", "Turn.key", "package", four, 8, Converter::NoError, "");
+        // The searched range, as many units as the text has characters, ends inside the emoji.
+        row("converted, 101 emoji", "Turn.key", "package",
+            PackageFactory::gzip("<a key:version=\"72007061400\"/>" + QByteArray("\xF0\x9F\x98\x80").repeated(101)), 8,
+            Converter::NoError, "");
     }
 
     void eachEndingIsToldAndLeavesNothingElse()
