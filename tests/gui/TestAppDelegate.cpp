@@ -82,6 +82,7 @@ private Q_SLOTS:
         QTest::newRow("empty store") << QVariantMap() << 86400.0 << true;
         QTest::newRow("checks off") << QVariantMap{{Key::checkUpdates, "false"}} << 86400.0 << false;
         QTest::newRow("capital TRUE") << QVariantMap{{Key::checkUpdates, "TRUE"}} << 86400.0 << false;
+        QTest::newRow("a number") << QVariantMap{{Key::checkUpdates, qint64(1)}} << 86400.0 << false;
         QTest::newRow("a week") << QVariantMap{{Key::updateInterval, qint64(604800)}, {Key::checkUpdates, "true"}}
                                 << 604800.0 << true;
     }
