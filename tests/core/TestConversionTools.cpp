@@ -1,10 +1,13 @@
 #include "core/FileUtils.h"
 #include "core/Regex.h"
+#include "core/ScratchDir.h"
 #include "support/FatalTrap.h"
 #include "support/Program.h"
 #include "support/Tree.h"
 
 #include <QtTest>
+
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -82,6 +85,32 @@ private Q_SLOTS:
         QCOMPARE(FileUtils::tmpDirFromEnvText(u"HOME=/root\nTMPDIR=/a/\nX=1\nTMPDIR=/b/\n"_s), u"/b/"_s);
         QCOMPARE(FileUtils::tmpDirFromEnvText(u"MYTMPDIR=/no\n"_s), QString());
         QVERIFY_FATAL(FileUtils::tmpDirFromEnvText(u"TMPDIR=\n"_s), "TMPDIR");
+    }
+
+    void theScratchFolderIsAbsoluteAndNeverAtTheRoot_data()
+    {
+        QTest::addColumn<QByteArray>("runtime"); // $XDG_RUNTIME_DIR, unset when empty; run/ is in the working folder
+        QTest::addColumn<QByteArray>("tmpdir");
+        QTest::newRow("TMPDIR missing") << QByteArray() << QByteArray("/nonexistent");
+        QTest::newRow("TMPDIR relative, missing") << QByteArray() << QByteArray("nonexistent");
+        QTest::newRow("TMPDIR the root") << QByteArray() << QByteArray("/");
+        QTest::newRow("XDG_RUNTIME_DIR relative") << QByteArray("run") << QByteArray("/nonexistent");
+        QTest::newRow("XDG_RUNTIME_DIR the root") << QByteArray("/") << QByteArray();
+    }
+
+    void theScratchFolderIsAbsoluteAndNeverAtTheRoot()
+    {
+        QFETCH(QByteArray, runtime);
+        QFETCH(QByteArray, tmpdir);
+        QTemporaryDir dir;
+        const QString before = QDir::currentPath();
+        const auto restore = qScopeGuard([&] { QDir::setCurrent(before); });
+        QVERIFY(QDir(dir.path()).mkdir(u"run"_s, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner)
+                && QDir::setCurrent(dir.path()));
+        for (const auto &[name, value] : {std::pair{"XDG_RUNTIME_DIR", runtime}, {"TMPDIR", tmpdir}})
+            value.isEmpty() ? qunsetenv(name) : qputenv(name, value);
+        QVERIFY2(ScratchDir::path().startsWith(u"/tmp/deckwright-%1"_s.arg(::getuid())),
+                 qPrintable(ScratchDir::path()));
     }
 
     void searchesAsManyUnitsAsTheTextHasCharacters_data()
