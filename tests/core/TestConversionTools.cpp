@@ -80,37 +80,22 @@ private Q_SLOTS:
         QCOMPARE(Tree::of(dir.path()).keys(), QList<QByteArray>{"."});
     }
 
-    void tmpDirFromEnvironmentText()
+    // The scratch folder's base too: with $TMPDIR naming no folder or the
+    // root, $XDG_RUNTIME_DIR relative or the root, /tmp serves.
+    void tmpDirFromTheEnvironment()
     {
         QCOMPARE(FileUtils::tmpDirFromEnvText(u"HOME=/root\nTMPDIR=/a/\nX=1\nTMPDIR=/b/\n"_s), u"/b/"_s);
         QCOMPARE(FileUtils::tmpDirFromEnvText(u"MYTMPDIR=/no\n"_s), QString());
         QVERIFY_FATAL(FileUtils::tmpDirFromEnvText(u"TMPDIR=\n"_s), "TMPDIR");
-    }
-
-    void theScratchFolderIsAbsoluteAndNeverAtTheRoot_data()
-    {
-        QTest::addColumn<QByteArray>("runtime"); // $XDG_RUNTIME_DIR, unset when empty; run/ is in the working folder
-        QTest::addColumn<QByteArray>("tmpdir");
-        QTest::newRow("TMPDIR missing") << QByteArray() << QByteArray("/nonexistent");
-        QTest::newRow("TMPDIR relative, missing") << QByteArray() << QByteArray("nonexistent");
-        QTest::newRow("TMPDIR the root") << QByteArray() << QByteArray("/");
-        QTest::newRow("XDG_RUNTIME_DIR relative") << QByteArray("run") << QByteArray("/nonexistent");
-        QTest::newRow("XDG_RUNTIME_DIR the root") << QByteArray("/") << QByteArray();
-    }
-
-    void theScratchFolderIsAbsoluteAndNeverAtTheRoot()
-    {
-        QFETCH(QByteArray, runtime);
-        QFETCH(QByteArray, tmpdir);
-        QTemporaryDir dir;
-        const QString before = QDir::currentPath();
-        const auto restore = qScopeGuard([&] { QDir::setCurrent(before); });
+        QTemporaryDir dir; // holds run/, which the relative $XDG_RUNTIME_DIR names
         QVERIFY(QDir(dir.path()).mkdir(u"run"_s, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner)
                 && QDir::setCurrent(dir.path()));
-        for (const auto &[name, value] : {std::pair{"XDG_RUNTIME_DIR", runtime}, {"TMPDIR", tmpdir}})
-            value.isEmpty() ? qunsetenv(name) : qputenv(name, value);
-        QVERIFY2(ScratchDir::path().startsWith(u"/tmp/deckwright-%1"_s.arg(::getuid())),
-                 qPrintable(ScratchDir::path()));
+        for (const auto &[runtime, tmpdir] :
+             {std::pair{"", "/nonexistent"}, {"", "nonexistent"}, {"", "/"}, {"run", "/nonexistent"}, {"/", ""}}) {
+            *runtime ? qputenv("XDG_RUNTIME_DIR", runtime) : qunsetenv("XDG_RUNTIME_DIR");
+            *tmpdir ? qputenv("TMPDIR", tmpdir) : qunsetenv("TMPDIR");
+            QVERIFY2(ScratchDir::path().startsWith(u"/tmp/deckwright-%1"_s.arg(::getuid())), tmpdir);
+        }
     }
 
     void searchesAsManyUnitsAsTheTextHasCharacters_data()

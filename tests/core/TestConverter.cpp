@@ -32,8 +32,6 @@ bool put(const QString &path, const QByteArray &bytes)
     return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
 }
 
-QString s_log; // the debug log's lines
-
 // Does what it is told while its file waits for a name.
 struct TurnTaker : Converter
 {
@@ -63,16 +61,7 @@ private:
     QString m_tmp = ScratchDir::path();
 
 private Q_SLOTS:
-    void initTestCase()
-    {
-        QVERIFY(m_work.isValid() && m_tmp.startsWith(m_runtime));
-        QLoggingCategory::setFilterRules(u"deckwright.debug=true"_s);
-        static const QtMessageHandler others
-            = qInstallMessageHandler([](QtMsgType type, const QMessageLogContext &context, const QString &message) {
-                  qstrcmp(context.category, "deckwright") == 0 ? void(s_log += message + u'\n')
-                                                               : others(type, context, message);
-              });
-    }
+    void initTestCase() { QVERIFY(m_work.isValid() && m_tmp.startsWith(m_runtime)); }
 
     void init()
     {
@@ -144,10 +133,9 @@ private Q_SLOTS:
         QTest::addColumn<int>("progress");       // events before the ending
         QTest::addColumn<qint64>("code");
         QTest::addColumn<QString>("reason"); // OUT: the output folder
-        QTest::addColumn<QString>("log");    // a pattern the debug log matches
         const auto row = [](const char *tag, const char *name, const char *shape, const QByteArray &content,
-                            int progress, qint64 code, const char *reason, int stopAt = 0, const char *log = "") {
-            QTest::newRow(tag) << name << shape << content << stopAt << progress << code << reason << log;
+                            int progress, qint64 code, const char *reason, int stopAt = 0) {
+            QTest::newRow(tag) << name << shape << content << stopAt << progress << code << reason;
         };
         const char *newer = "already in the Keynote '09 format";
         const QByteArray raw = PackageFactory::keynoteFourDocument(), four = PackageFactory::gzip(raw);
@@ -155,10 +143,7 @@ private Q_SLOTS:
         row("capital extension", "Loud.KEY", "package", four, 0, Converter::NotKeynote,
             "its name does not end in .key");
         row("no document", "Empty.key", "package", {}, 2, refused, "index.apxl.gz is missing");
-        // What gunzip said, as its output is returned (standard output, a blank, standard error), then the reason.
-        row("not gzip", "Raw.key", "package", raw, 3, refused, "the document is damaged", 0,
-            "expOutput '' \\s*gzip: \\S+/Raw.key/index.apxl.gz: not in gzip format\n''\n.* Error : could not find the "
-            "index.apxl file. probably not a keynote 08 presentation\n.* the document is damaged\n");
+        row("not gzip", "Raw.key", "package", raw, 3, refused, "the document is damaged");
         row("already Keynote 09", "Newer.key", "package", PackageFactory::gzip(PackageFactory::keynoteFiveDocument()),
             3, refused, newer);
         row("Keynote 09 single file", "Zipped.key", "file", QByteArray("PK\x03\x04rest", 8), 3, refused, newer);
@@ -170,10 +155,6 @@ private Q_SLOTS:
             row(n == 9 ? "stopped while waiting for its turn" : qPrintable(u"stopped after progress %1"_s.arg(n)),
                 "Turn.key", "package", four, qMin(n, 8), Converter::Stopped, "stopped", n);
         row("converted, its name taken meanwhile", "Turn.key", "package", four, 8, Converter::NoError, "");
-        // The searched range, as many units as the text has characters, ends inside the emoji.
-        row("converted, 101 emoji", "Turn.key", "package",
-            PackageFactory::gzip("<a key:version=\"72007061400\"/>" + QByteArray("\xF0\x9F\x98\x80").repeated(101)), 8,
-            Converter::NoError, "");
     }
 
     void eachEndingIsToldAndLeavesNothingElse()
@@ -185,8 +166,6 @@ private Q_SLOTS:
         QFETCH(int, progress);
         QFETCH(qint64, code);
         QFETCH(QString, reason);
-        QFETCH(QString, log);
-        s_log.clear();
         const QString package = m_in + u'/' + name;
         if (shape == u"file"_s)
             QVERIFY(put(package, content));
@@ -218,8 +197,6 @@ private Q_SLOTS:
         QCOMPARE(events.objects, QList<Converter *>(events.names.size(), &converter));
         QCOMPARE(converter.errorOccurred(), code);
         QCOMPARE(converter.errorReason(), reason.replace(u"OUT"_s, m_out));
-        QVERIFY2(QRegularExpression(log, QRegularExpression::DotMatchesEverythingOption).match(s_log).hasMatch(),
-                 qPrintable(s_log));
         // Only a file whole and nameless waits for its turn; a file refused never does.
         QCOMPARE(converter.turns, code == Converter::NoError || stopAt == 9 ? 1 : 0);
         QCOMPARE(named, QStringList());

@@ -111,10 +111,9 @@ private Q_SLOTS:
         QTest::addColumn<QString>("script"); // makes the settings file, $F
         QTest::addColumn<QString>("why");
         QTest::addColumn<bool>("asideTaken");
-        const QString damaged = u"printf '{ not json' > $F"_s;
-        QTest::newRow("kept aside") << damaged << "could not be read (" << false;
+        QTest::newRow("kept aside") << u"printf '{ not json' > $F"_s << "could not be read (" << false;
         // A folder of someone else's holds the name the file would be kept under.
-        QTest::newRow("the name is taken") << damaged << "could not be read (" << true;
+        QTest::newRow("the name is taken") << u"printf '{ not json' > $F"_s << "could not be read (" << true;
         QTest::newRow("a FIFO") << u"mkfifo $F"_s << "could not be read (it is a FIFO)" << false;
         QTest::newRow("100 MB") << u"truncate -s 100M $F"_s << "could not be read (it is larger than 8 MB)" << false;
     }
