@@ -404,7 +404,9 @@ bool Converter::checkCopy(Job &job)
 bool Converter::unpackDocument(Job &job)
 {
     job.gunzip = KeynoteDocument::unpack(*job.fileUtils, job.copyPath + QLatin1String("/index.apxl.gz"));
-    DW_LOG(QLatin1String("gunzip said ''") + FileUtils::decodeOutput(job.gunzip.standardError) + QLatin1String("''"));
+    // What the command printed, as runCommand returns it: standard output, a blank, standard error.
+    DW_LOG(QLatin1String("expOutput ''") + FileUtils::decodeOutput(job.gunzip.standardOutput) + QLatin1Char(' ')
+           + FileUtils::decodeOutput(job.gunzip.standardError) + QLatin1String("''"));
     if (stopIfAsked(job))
         return false;
     if (KeynoteDocument::wasMissing(job.gunzip)) {
@@ -425,7 +427,9 @@ bool Converter::readDocument(Job &job, QString *document)
                                ? KeynoteDocument::singleFileProblem(job.copyPath)
                                : KeynoteDocument::read(job.gunzip, job.indexPath(), document);
     if (!reason.isEmpty()) {
-        rejectPackage(job, QStringLiteral("Error : the document is not taken: ") + reason, reason);
+        rejectPackage(
+            job, QStringLiteral("Error : could not find the index.apxl file. probably not a keynote 08 presentation"),
+            reason);
         return false;
     }
     return true;
@@ -593,6 +597,7 @@ void Converter::failWith(Job &job, qint64 code, const QString &reason)
 void Converter::rejectPackage(Job &job, const QString &logText, const QString &reason)
 {
     DW_LOG(logText);
+    DW_LOG(reason); // the particulars, on a line of their own after the log's own words
     failWith(job, NotKeynoteFour, reason);
 }
 

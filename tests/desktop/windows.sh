@@ -89,4 +89,8 @@ done
 # Quit from the preferences window, not the main window.
 gone() { ! kill -0 "$app_pid" 2>/dev/null; }
 press_until "$prefs" ctrl+q until_ gone || fail "Ctrl+Q in the preferences window did not quit"
+# Ended, and how: a crash or a sanitizer's report at exit is no quit.
+status=0
+wait "$app_pid" || status=$?
+((status == 0)) || { cat "$work/app.log"; fail "Deckwright ended with status $status after Ctrl+Q"; }
 echo "PASS"
