@@ -146,6 +146,16 @@ int runDesktop(int argc, char *argv[])
     SingleInstance instance;
     if (instance.forwardToRunningInstance(packages))
         return 0;
+    // Another copy may be running where this one cannot reach it: a second
+    // main window would be a second program working on the same settings.
+    if (!instance.isListening()) {
+        const QString why = QStringLiteral("there may be another Deckwright running, and it cannot be reached: ")
+                            + instance.problem();
+        QTextStream(stderr) << "deckwright: " << why << "\n";
+        Alert::show(Alert::Critical, QStringLiteral("Deckwright cannot start."),
+                    why.left(1).toUpper() + why.mid(1) + QLatin1Char('.'));
+        return 1;
+    }
 
     Fatal::setAlertHandler([](const QString &reason) {
         Alert::show(Alert::Critical, QStringLiteral("Deckwright has to quit."),

@@ -6,21 +6,21 @@
 #include "cli/Usage.h"
 #include "core/Converter.h"
 #include "core/FileUrl.h"
-#include "core/FolderBookmark.h"
 #include "core/MachineLimits.h"
+#include "core/OutputFolder.h"
 #include "core/PackageSearch.h"
 #include "core/SettingsStore.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
-#include <QDir>
 #include <QFileInfo>
 #include <QTextStream>
 #include <QThread>
-#include <QUrl>
 
 #include <algorithm>
 #include <limits>
+
+#include <unistd.h>
 
 QString ConvertCommand::usage()
 {
@@ -110,9 +110,12 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
     const QCommandLineOption jobsOption({QStringLiteral("j"), QStringLiteral("jobs")},
                                         QStringLiteral("Convert up to N packages at once."), QStringLiteral("N"),
                                         QString::number(QThread::idealThreadCount()));
-    // A process that converts what the command asks on its standard input (ConvertWorker).
+    // A process that converts what the command asks on its standard input (ConvertWorker),
+    // into the output folder the command opened and handed down.
     QCommandLineOption workerOption(QStringLiteral("worker"));
     workerOption.setFlags(QCommandLineOption::HiddenFromHelp);
+    QCommandLineOption descriptorOption(QStringLiteral("output-descriptor"), QString(), QStringLiteral("FD"));
+    descriptorOption.setFlags(QCommandLineOption::HiddenFromHelp);
     // The options that shape each conversion: workers get them as they were given here.
     const QList<QCommandLineOption> converterOptions{layoutOption};
     parser.addOption(outputOption);
@@ -120,6 +123,7 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
     parser.addOption(helpOption);
     parser.addOption(jobsOption);
     parser.addOption(workerOption);
+    parser.addOption(descriptorOption);
     parser.addPositionalArgument(QStringLiteral("PACKAGE_OR_FOLDER"),
                                  QStringLiteral("Keynote '08 packages, or folders holding them."),
                                  QStringLiteral("PACKAGE_OR_FOLDER..."));
@@ -158,26 +162,34 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
     if (layout != Converter::layoutName(Converter::ArchiveLayout::Reference)
         && layout != Converter::layoutName(Converter::ArchiveLayout::PackageAtRoot))
         return refuse(QStringLiteral("unknown layout '%1' (reference or root)").arg(layout));
-    const QFileInfo dirInfo(outputDir);
-    if (!dirInfo.exists())
-        return refuse(QStringLiteral("the output folder %1 does not exist").arg(outputDir));
-    if (!dirInfo.isDir())
-        return refuse(QStringLiteral("%1 is not a folder").arg(outputDir));
-    if (!dirInfo.isWritable())
-        return refuse(QStringLiteral("the output folder %1 is not writable").arg(outputDir));
+    // The folder is opened once, here, for the whole batch: every file goes
+    // where it was now, and a worker works in the folder the command opened.
+    std::shared_ptr<const OutputFolder> folder;
+    if (worker && parser.isSet(descriptorOption)) {
+        bool isNumber = false;
+        const int descriptor = parser.value(descriptorOption).toInt(&isNumber);
+        folder = std::make_shared<OutputFolder>(isNumber && descriptor > STDERR_FILENO ? descriptor : -1, outputDir);
+    } else {
+        const QFileInfo dirInfo(outputDir);
+        if (!dirInfo.exists())
+            return refuse(QStringLiteral("the output folder %1 does not exist").arg(outputDir));
+        if (!dirInfo.isDir())
+            return refuse(QStringLiteral("%1 is not a folder").arg(outputDir));
+        if (!dirInfo.isWritable())
+            return refuse(QStringLiteral("the output folder %1 is not writable").arg(outputDir));
+        folder = OutputFolder::open(outputDir);
+    }
+    if (!folder->isOpen())
+        return refuse(QStringLiteral("the output folder %1 cannot be used").arg(outputDir));
+    const QString outputFolder = folder->path();
 
     // The person's saved settings stay as they are: this run keeps its own.
-    const QString outputFolder = QDir::cleanPath(dirInfo.absoluteFilePath());
-    const std::optional<QByteArray> bookmark = FolderBookmark::platform().create(QUrl::fromLocalFile(outputFolder));
-    if (!bookmark)
-        return refuse(QStringLiteral("the output folder %1 cannot be used").arg(outputDir));
     SettingsStore::standard().useMemory({
         {SettingKey::outputPath, FileUrl::absoluteString(outputFolder)},
-        {SettingKey::bookmarkData, *bookmark},
         {SettingKey::archiveLayout, layout},
     });
     if (worker)
-        return ConvertWorker::run(outputFolder);
+        return ConvertWorker::run(folder);
 
     // A folder's packages take its place, in its order, with what could not be searched.
     QList<ConvertJobs::Item> items;
@@ -205,7 +217,7 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
             for (const QString &value : parser.values(option))
                 workerArguments.append(name + QLatin1Char('=') + value);
         }
-        ConvertJobs batch(QCoreApplication::applicationFilePath(), workerArguments, outputFolder, out);
+        ConvertJobs batch(QCoreApplication::applicationFilePath(), workerArguments, folder, out);
         const bool allConverted = batch.run(items, workers);
         if (out.status() != QTextStream::Ok)
             return outputError(err, QStringLiteral("convert"), out);
@@ -220,6 +232,7 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
             outcome = *item.outcome;
         } else {
             Converter converter(item.path);
+            converter.useOutputFolder(folder);
             outcome = ConvertOutcome::convert(converter, outputFolder);
         }
         if (!printLine(out, outcome.line(item.shown, outputFolder)))

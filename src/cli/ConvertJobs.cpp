@@ -2,6 +2,7 @@
 
 #include "cli/Usage.h"
 #include "cli/WorkerChannel.h"
+#include "core/OutputFolder.h"
 #include "core/ScratchRun.h"
 #include "core/StopRequest.h"
 
@@ -16,6 +17,7 @@
 #include <csignal>
 #include <cstring>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace {
@@ -31,11 +33,11 @@ struct ConvertJobs::Worker
     QString complaint; // why it was abandoned, if it was
 };
 
-ConvertJobs::ConvertJobs(const QString &program, const QStringList &workerArguments, const QString &outputFolder,
-                         QTextStream &out)
+ConvertJobs::ConvertJobs(const QString &program, const QStringList &workerArguments,
+                         std::shared_ptr<const OutputFolder> outputFolder, QTextStream &out)
     : m_program(program)
     , m_workerArguments(workerArguments)
-    , m_outputFolder(outputFolder)
+    , m_outputFolder(std::move(outputFolder))
     , m_out(out)
 {
 }
@@ -46,6 +48,12 @@ void ConvertJobs::startWorker(QProcess &process)
 {
     process.setProgram(m_program);
     process.setArguments(m_workerArguments);
+    // The worker inherits the output folder as this process opened it, and only the worker does.
+    if (m_outputFolder->isOpen()) {
+        const int folder = m_outputFolder->descriptor();
+        process.setArguments(m_workerArguments + QStringList{QStringLiteral("--output-descriptor=%1").arg(folder)});
+        process.setChildProcessModifier([folder] { ::fcntl(folder, F_SETFD, 0); });
+    }
     // Its complaints reach the person as ours would; its answers come to us.
     process.setProcessChannelMode(QProcess::ForwardedErrorChannel);
     process.start();
@@ -229,7 +237,7 @@ void ConvertJobs::ended(Worker &worker, const QString &why)
     if (!m_stopping) {
         if (worker.item >= 0) {
             // A worker that was killed leaves its run folder, and no run may come after it to sweep it.
-            ScratchRun::sweepStale(m_outputFolder);
+            ScratchRun::sweepStale(*m_outputFolder);
             settle(worker.item,
                    ConvertOutcome(ConvertOutcome::Failed, worker.complaint.isEmpty() ? why : worker.complaint));
         }
@@ -276,7 +284,7 @@ void ConvertJobs::printKnownLines()
         const Item &item = m_items[m_printed];
         if (!item.outcome->converted())
             m_allConverted = false;
-        if (!printLine(m_out, item.outcome->line(item.shown, m_outputFolder))) {
+        if (!printLine(m_out, item.outcome->line(item.shown, m_outputFolder->path()))) {
             // Nothing more can be told: what is under way is undone, as for a signal.
             m_allConverted = false;
             stopWorkers(SIGTERM);

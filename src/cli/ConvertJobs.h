@@ -10,6 +10,7 @@
 #include <optional>
 #include <vector>
 
+class OutputFolder;
 class QEventLoop;
 class QProcess;
 class QTextStream;
@@ -29,9 +30,10 @@ public:
         std::optional<ConvertOutcome> outcome; // known from the start for a folder without packages
     };
 
-    // program and workerArguments start one worker.
-    ConvertJobs(const QString &program, const QStringList &workerArguments, const QString &outputFolder,
-                QTextStream &out);
+    // program and workerArguments start one worker, which is handed the
+    // output folder open (--output-descriptor).
+    ConvertJobs(const QString &program, const QStringList &workerArguments,
+                std::shared_ptr<const OutputFolder> outputFolder, QTextStream &out);
     virtual ~ConvertJobs();
     ConvertJobs(const ConvertJobs &) = delete;
     ConvertJobs &operator=(const ConvertJobs &) = delete;
@@ -72,7 +74,7 @@ private:
 
     QString m_program;
     QStringList m_workerArguments;
-    QString m_outputFolder;
+    std::shared_ptr<const OutputFolder> m_outputFolder;
     QTextStream &m_out;
 
     QList<Item> m_items;

@@ -3,6 +3,7 @@
 #include "cli/ConvertOutcome.h"
 #include "cli/WorkerChannel.h"
 #include "cli/WorkerConverter.h"
+#include "core/OutputFolder.h"
 #include "core/StopRequest.h"
 
 #include <csignal>
@@ -10,7 +11,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-int ConvertWorker::run(const QString &outputFolder)
+int ConvertWorker::run(const std::shared_ptr<const OutputFolder> &outputFolder)
 {
     // The protocol gets descriptors of its own that no tool inherits; a stray
     // print to standard output lands on standard error instead of in it.
@@ -28,7 +29,7 @@ int ConvertWorker::run(const QString &outputFolder)
     return serve(in, out, outputFolder);
 }
 
-int ConvertWorker::serve(int inDescriptor, int outDescriptor, const QString &outputFolder)
+int ConvertWorker::serve(int inDescriptor, int outDescriptor, const std::shared_ptr<const OutputFolder> &outputFolder)
 {
     WorkerChannel channel(inDescriptor, outDescriptor);
     while (const std::optional<QByteArray> line = channel.readLine()) {
@@ -36,7 +37,8 @@ int ConvertWorker::serve(int inDescriptor, int outDescriptor, const QString &out
         if (!package)
             return 1;
         WorkerConverter converter(*package, channel);
-        const ConvertOutcome outcome = ConvertOutcome::convert(converter, outputFolder);
+        converter.useOutputFolder(outputFolder);
+        const ConvertOutcome outcome = ConvertOutcome::convert(converter, outputFolder->path());
         if (!channel.writeLine(WorkerChannel::outcomeReport(outcome)))
             return 1;
     }

@@ -9,6 +9,7 @@
 #include "core/Logging.h"
 #include "core/NotificationCenter.h"
 #include "core/OutputFile.h"
+#include "core/OutputFolder.h"
 #include "core/PackageCopy.h"
 #include "core/ScratchDir.h"
 #include "core/ScratchRun.h"
@@ -24,6 +25,7 @@
 #include <cstring>
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -189,6 +191,8 @@ struct Converter::Job
     QString prezName;
     QString prezNameWithoutExt;
     QString copyPath;
+    std::shared_ptr<const OutputFolder> output; // none when no folder was chosen
+    std::optional<QUrl> outUrl;                 // the bookmarked folder
     FileTree::Kind copyKind = FileTree::Kind::Other;
     PackageCopy::Result copy;
     ChildProcess::Result gunzip;
@@ -231,6 +235,8 @@ void Converter::doConvert(const QString &outputPath)
         return;
     if (!checkDocumentSize(job))
         return;
+    if (!openOutputFolder(job))
+        return;
     if (!openScratch(job))
         return;
     if (!copyToScratch(job))
@@ -248,7 +254,7 @@ void Converter::doConvert(const QString &outputPath)
         return;
     if (!packArchive(job))
         return;
-    chooseFreeName(outputPath, job.prezName);
+    chooseFreeName(job, outputPath);
     if (!writeIntoOutputFolder(job, outputPath))
         return;
 
@@ -279,6 +285,26 @@ bool Converter::checkDocumentSize(Job &job)
     return false;
 }
 
+bool Converter::openOutputFolder(Job &job)
+{
+    // Opened once, now: whatever takes the folder's name later, a link
+    // included, the file goes where the folder was when the conversion began.
+    job.output = m_outputFolder;
+    SettingsStore &settings = SettingsStore::standard();
+    if (!job.output && settings.contains(SettingKey::bookmarkData)) {
+        job.outUrl = FolderBookmark::platform().resolve(settings.requiredData(SettingKey::bookmarkData));
+        if (job.outUrl)
+            job.output = OutputFolder::open(job.outUrl->toLocalFile());
+    }
+    // However it is reached, the package's own folders are never written into.
+    if (!job.output || !job.output->isInside(prezOrigPath()))
+        return true;
+    setErrorOccurred(OutputNotWritten);
+    setErrorReason(QStringLiteral("the output folder is inside the package, which is never changed"));
+    post(ConversionEvents::finishedWithErrorNotKeynoteFour);
+    return false;
+}
+
 bool Converter::openScratch(Job &job)
 {
     // The scratch folder is this run's own.
@@ -303,38 +329,35 @@ bool Converter::openScratch(Job &job)
     return true;
 }
 
-std::optional<QUrl> Converter::bookmarkedOutputFolder()
-{
-    SettingsStore &settings = SettingsStore::standard();
-    if (!settings.contains(SettingKey::bookmarkData))
-        return std::nullopt;
-    return FolderBookmark::platform().resolve(settings.requiredData(SettingKey::bookmarkData));
-}
-
 bool Converter::placeScratch(Job &job)
 {
-    const std::optional<QUrl> outUrl = bookmarkedOutputFolder();
-    const QString output = outUrl ? outUrl->toLocalFile() : QString();
-    // Run folders a killed conversion left in the output folder go first.
-    const int outputFd
-        = output.isEmpty() ? -1 : ::open(QFile::encodeName(output).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (outputFd >= 0) {
-        ScratchRun::sweepStaleInOutputFolder(outputFd);
-        ::close(outputFd);
-    }
+    // Run folders and hidden files a killed conversion left in the output folder go first.
+    const bool output = job.output && job.output->isOpen();
+    if (output)
+        ScratchRun::sweepStaleInOutputFolder(job.output->descriptor());
 
     const qint64 bytes = FileTree::bytesOfFiles(prezOrigPath());
     const qint64 needed = DiskSpace::sum(DiskSpace::sum(bytes, bytes), DiskSpace::sum(bytes / 10, spareScratchBytes));
     const qint64 scratchFree = DiskSpace::available(ScratchDir::path());
     if (scratchFree < 0 || scratchFree >= needed)
         return true;
-    const qint64 outputFree = output.isEmpty() ? -1 : DiskSpace::available(output);
-    if (outputFree >= needed) {
-        DW_LOG(QLatin1String("working in the output folder : ") + output);
-        job.fileUtils->runInFolder(output);
+    const qint64 outputFree = output ? job.output->available() : -1;
+    // Never where another user could rename the run folder while the tools use its path.
+    const QString openToOthers = outputFree >= needed ? job.output->openToOthersAt() : QString();
+    if (outputFree >= needed && openToOthers.isEmpty()) {
+        DW_LOG(QLatin1String("working in the output folder : ") + job.output->path());
+        job.fileUtils->runInFolder(job.output);
         return true;
     }
     setErrorOccurred(OutputNotWritten);
+    if (!openToOthers.isEmpty()) {
+        setErrorReason(QStringLiteral("there is not enough free space in the scratch folder to convert it (it needs "
+                                      "about %1, and there are %2 free), and the output folder cannot serve instead: "
+                                      "other users may rename what is in %3")
+                           .arg(DiskSpace::describe(needed), DiskSpace::describe(scratchFree), openToOthers));
+        post(ConversionEvents::finishedWithErrorNotKeynoteFour);
+        return false;
+    }
     setErrorReason(QStringLiteral("there is not enough free space to convert it: it needs about %1, and there are "
                                   "%2 free for the scratch folder and %3 for the output folder")
                        .arg(DiskSpace::describe(needed), DiskSpace::describe(scratchFree),
@@ -379,7 +402,9 @@ bool Converter::checkCopy(Job &job)
 bool Converter::unpackDocument(Job &job)
 {
     job.gunzip = KeynoteDocument::unpack(*job.fileUtils, job.copyPath + QLatin1String("/index.apxl.gz"));
-    DW_LOG(QLatin1String("gunzip said ''") + FileUtils::decodeOutput(job.gunzip.standardError) + QLatin1String("''"));
+    // What the command printed, as runCommand returns it: standard output, a blank, standard error.
+    DW_LOG(QLatin1String("expOutput ''") + FileUtils::decodeOutput(job.gunzip.standardOutput) + QLatin1Char(' ')
+           + FileUtils::decodeOutput(job.gunzip.standardError) + QLatin1String("''"));
     if (stopIfAsked(job))
         return false;
     if (KeynoteDocument::wasMissing(job.gunzip)) {
@@ -400,7 +425,9 @@ bool Converter::readDocument(Job &job, QString *document)
                                ? KeynoteDocument::singleFileProblem(job.copyPath)
                                : KeynoteDocument::read(job.gunzip, job.indexPath(), document);
     if (!reason.isEmpty()) {
-        rejectPackage(job, QStringLiteral("Error : the document is not taken: ") + reason, reason);
+        rejectPackage(
+            job, QStringLiteral("Error : could not find the index.apxl file. probably not a keynote 08 presentation"),
+            reason);
         return false;
     }
     return true;
@@ -492,13 +519,21 @@ bool Converter::packArchive(Job &job)
     return !stopIfAsked(job);
 }
 
-void Converter::chooseFreeName(const QString &outputPath, const QString &prezName)
+void Converter::chooseFreeName(Job &job, const QString &outputPath)
 {
-    // Anything at the name, a dangling link included, takes it.
-    setOutputPrezName(prezName);
+    // Anything at the name, a dangling link included, takes it. Looked up in
+    // the folder as opened; only one that could not be opened is looked up by path.
+    setOutputPrezName(job.prezName);
     m_number = 0;
     DW_LOG(QLatin1String("checking : ") + outputPrezName());
-    auto taken = [&] { return FileTree::kindAt(outputPath + QLatin1Char('/') + outputPrezName(), nullptr); };
+    auto taken = [&] {
+        struct stat st = {};
+        if (job.output && job.output->isOpen())
+            return ::fstatat(job.output->descriptor(), QFile::encodeName(outputPrezName()).constData(), &st,
+                             AT_SYMLINK_NOFOLLOW)
+                   == 0;
+        return FileTree::kindAt(outputPath + QLatin1Char('/') + outputPrezName(), nullptr);
+    };
     if (taken()) {
         DW_LOG(QLatin1String("already saved it"));
         m_number = 1;
@@ -513,23 +548,28 @@ void Converter::chooseFreeName(const QString &outputPath, const QString &prezNam
 
 bool Converter::writeIntoOutputFolder(Job &job, const QString &outputPath)
 {
-    // The folder is reached through the bookmark the person granted; the plain
-    // path only names the file in a message.
-    if (!SettingsStore::standard().contains(SettingKey::bookmarkData))
+    // The folder is the one the person granted through the bookmark (or the
+    // batch opened), as opened at the start; the plain path only names the
+    // file in a message when there is no such folder.
+    if (!m_outputFolder && !SettingsStore::standard().contains(SettingKey::bookmarkData))
         Fatal::fail(QStringLiteral("no output folder was chosen (the setting bookmarkData is missing)"));
-    FolderBookmark &bookmarks = FolderBookmark::platform();
-    const std::optional<QUrl> outUrl = bookmarkedOutputFolder();
-    if (!outUrl) {
+    if (!job.output || !job.output->exists()) {
+        const int error = job.output ? job.output->error() : 0;
         failWith(job, OutputNotWritten,
-                 QStringLiteral("could not write %1 (the output folder no longer exists)")
-                     .arg(outputPath + QLatin1Char('/') + outputPrezName()));
+                 QStringLiteral("could not write %1 (%2)")
+                     .arg(outputPath + QLatin1Char('/') + outputPrezName(),
+                          error && error != ENOENT ? errnoText(error)
+                                                   : QStringLiteral("the output folder no longer exists")));
         return false;
     }
-    DW_LOG(QLatin1String("outUrl : ") + outUrl->toString());
-
-    bookmarks.startAccessing(*outUrl);
-    const bool written = writeOutput(job.copyPath, outUrl->toLocalFile());
-    bookmarks.stopAccessing(*outUrl);
+    FolderBookmark &bookmarks = FolderBookmark::platform();
+    if (job.outUrl) {
+        DW_LOG(QLatin1String("outUrl : ") + job.outUrl->toString());
+        bookmarks.startAccessing(*job.outUrl);
+    }
+    const bool written = writeOutput(job.copyPath, *job.output);
+    if (job.outUrl)
+        bookmarks.stopAccessing(*job.outUrl);
     if (stopIfAsked(job))
         return false;
     if (!written) {
@@ -563,6 +603,7 @@ void Converter::failWith(Job &job, qint64 code, const QString &reason)
 void Converter::rejectPackage(Job &job, const QString &logText, const QString &reason)
 {
     DW_LOG(logText);
+    DW_LOG(reason); // the particulars, on a line of their own after the log's own words
     failWith(job, NotKeynoteFour, reason);
 }
 
@@ -583,23 +624,20 @@ bool Converter::stopIfAsked(Job &job)
 
 void Converter::waitForTurnToName() {}
 
-bool Converter::writeOutput(const QString &archivePath, const QString &folder)
+bool Converter::writeOutput(const QString &archivePath, const OutputFolder &folder)
 {
-    QString folderPath = folder;
-    while (folderPath.size() > 1 && folderPath.endsWith(QLatin1Char('/')))
-        folderPath.chop(1);
     auto fail = [&](const QString &why) {
         setErrorReason(
-            QStringLiteral("could not write %1 (%2)").arg(folderPath + QLatin1Char('/') + outputPrezName(), why));
+            QStringLiteral("could not write %1 (%2)").arg(folder.path() + QLatin1Char('/') + outputPrezName(), why));
         return false;
     };
     // On the folder's own disk the archive is moved in, not copied: no time,
     // and no second copy of a large deck on a disk that may be short of room.
-    // Two mounts of one disk look alike but refuse the move: then it is copied.
-    bool move = DiskSpace::sameFileSystem(archivePath, folderPath);
+    // Another disk, or two mounts of one that refuse the move: then it is copied.
+    bool move = true;
     bool turnTaken = false;
     for (;;) {
-        OutputFile output(folderPath);
+        OutputFile output(folder.descriptor());
         OutputFile::Result result = move ? output.adopt(archivePath) : output.fill(archivePath);
         if (result == OutputFile::Stopped)
             return false;

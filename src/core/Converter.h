@@ -9,7 +9,7 @@
 #include <optional>
 
 class FileUtils;
-class QUrl;
+class OutputFolder;
 
 // Turns one Keynote '08 package into a Keynote '09 file in the output folder.
 // Progress and outcome are told only through the conversion events, whose
@@ -81,16 +81,21 @@ public:
     // here, so that the package is read as itself and never through a link.
     static QString resolvedPackagePath(const QString &path);
 
-    // outputPath is the output folder as a plain path, used to find a free name;
-    // the file itself goes to the folder kept under the setting bookmarkData.
+    // The file goes to the folder kept under the setting bookmarkData, opened
+    // once at the start (OutputFolder) and named by the path it was opened at;
+    // outputPath, the same folder as a plain path, names it where it cannot
+    // be opened.
     virtual void doConvert(const QString &outputPath);
+    // Converts into this folder, already open, instead: a batch opens its
+    // output folder once for all its conversions.
+    void useOutputFolder(std::shared_ptr<const OutputFolder> folder) { m_outputFolder = std::move(folder); }
 
 protected:
     virtual std::unique_ptr<FileUtils> createFileUtils(const QString &prezOrigPath);
     // Writes the archive into the folder under outputPrezName, whole or not
     // at all, never over anything; a name taken meanwhile gets the next
     // number (outputPrezName follows). False with errorReason set otherwise.
-    virtual bool writeOutput(const QString &archivePath, const QString &folder);
+    virtual bool writeOutput(const QString &archivePath, const OutputFolder &folder);
     // Called by writeOutput once the archive is whole and on disk, just
     // before it takes its name in the output folder. Does nothing here; a
     // batch that converts several packages at once waits in it so that files
@@ -116,6 +121,9 @@ private:
     bool checkPackageName(const QString &givenPath);
     // Refuses a compressed document too large to be real before anything is copied or placed.
     bool checkDocumentSize(Job &job);
+    // Opens the output folder, unless one was given; refuses one that is the
+    // package or lies inside it, whose files are never changed.
+    bool openOutputFolder(Job &job);
     // Takes this run's own scratch folder and the names the copy goes under.
     bool openScratch(Job &job);
     // Works in the output folder when the package will not fit on the
@@ -136,12 +144,10 @@ private:
     // Zips the copy and puts the archive where the copy was.
     bool packArchive(Job &job);
     // Sets outputPrezName to the first name not taken in the output folder.
-    void chooseFreeName(const QString &outputPath, const QString &prezName);
+    void chooseFreeName(Job &job, const QString &outputPath);
     // Writes the archive into the folder kept under the setting bookmarkData.
     bool writeIntoOutputFolder(Job &job, const QString &outputPath);
 
-    // The folder the bookmark in the settings grants; none without one.
-    static std::optional<QUrl> bookmarkedOutputFolder();
     // Removes the copy, under either of its names, from the scratch folder.
     void clearScratch(Job &job);
     // Ends the conversion with this outcome once the copy is removed.
@@ -158,4 +164,5 @@ private:
     double m_stageShare = 0.0;
     QString m_prezNameWithoutExt;
     qint64 m_number = 0;
+    std::shared_ptr<const OutputFolder> m_outputFolder; // given by the batch
 };

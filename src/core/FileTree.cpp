@@ -44,7 +44,7 @@ int openFolder(int parent, const char *name, bool makeEnterable)
     if (fd < 0 && errno == EACCES && makeEnterable) {
         struct stat st = {};
         if (::fstatat(parent, name, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISDIR(st.st_mode) && st.st_uid == ::geteuid()
-            && ::fchmodat(parent, name, (st.st_mode & 07777) | S_IRWXU, 0) == 0)
+            && ::fchmodat(parent, name, (st.st_mode & 07777) | S_IRWXU, AT_SYMLINK_NOFOLLOW) == 0)
             fd = ::openat(parent, name, kDirFlags);
     }
     // A folder we could open but not write (copied from a read-only
@@ -229,38 +229,29 @@ FileTree::WalkResult FileTree::walk(const QString &rootPath, const Visitor &visi
     return result;
 }
 
-bool FileTree::removeAt(int folderDescriptor, const QByteArray &name, int *error)
+int FileTree::emptyFolder(int folder)
 {
     int firstError = 0;
     auto note = [&](int e) {
         if (!firstError && e != ENOENT)
             firstError = e;
     };
-
-    struct stat st = {};
-    if (::fstatat(folderDescriptor, name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
-        if (error)
-            *error = errno == ENOENT ? 0 : errno;
-        return errno == ENOENT;
-    }
-    if (!S_ISDIR(st.st_mode)) {
-        const bool removed = ::unlinkat(folderDescriptor, name.constData(), 0) == 0 || errno == ENOENT;
-        if (error)
-            *error = removed ? 0 : errno;
-        return removed;
-    }
-
     // Depth first, one folder open at a time; a folder is emptied of its
-    // files when entered and removed once its last subfolder is gone.
+    // files when entered and removed once its last subfolder is gone. Each
+    // is opened without following a link, and going back up must lead to
+    // the very folder we came down from, so that nothing moved meanwhile
+    // can lead the removal out of the tree.
     std::vector<Frame> frames;
-    int current = openFolder(folderDescriptor, name.constData(), true);
-    if (current < 0) {
-        if (error)
-            *error = errno;
-        return false;
-    }
+    struct stat top = {};
+    if (::fstat(folder, &top) == 0 && top.st_uid == ::geteuid() && (top.st_mode & S_IRWXU) != S_IRWXU)
+        ::fchmod(folder, (top.st_mode & 07777) | S_IRWXU);
+    int current = ::fcntl(folder, F_DUPFD_CLOEXEC, 0);
+    if (current < 0)
+        return errno;
     auto empty = [&](const std::string &folderName) {
-        Frame frame{folderName, {}};
+        struct stat self = {};
+        ::fstat(current, &self);
+        Frame frame{folderName, {}, self.st_dev, self.st_ino};
         std::vector<std::string> entries;
         int readError = 0;
         if (!readNames(current, &entries, &readError))
@@ -276,15 +267,19 @@ bool FileTree::removeAt(int folderDescriptor, const QByteArray &name, int *error
         }
         frames.push_back(std::move(frame));
     };
-    empty(name.toStdString());
+    empty(std::string());
     while (!frames.empty()) {
         Frame &frame = frames.back();
         if (!frame.pending.empty()) {
             const std::string child = frame.pending.back();
             frame.pending.pop_back();
             const int next = openFolder(current, child.c_str(), true);
-            if (next < 0) {
-                note(errno);
+            struct stat st = {};
+            if (next < 0 || ::fstat(next, &st) != 0 || st.st_dev != frames.front().device) {
+                // Another file system mounted here is not ours to empty.
+                note(next < 0 ? errno : EBUSY);
+                if (next >= 0)
+                    ::close(next);
                 continue;
             }
             ::close(current);
@@ -294,22 +289,68 @@ bool FileTree::removeAt(int folderDescriptor, const QByteArray &name, int *error
         }
         const std::string done = frame.name;
         frames.pop_back();
-        const int parent = frames.empty() ? -1 : ::openat(current, "..", kDirFlags);
+        if (frames.empty())
+            break;
+        const int parent
+            = frames.size() == 1 ? ::fcntl(folder, F_DUPFD_CLOEXEC, 0) : ::openat(current, "..", kDirFlags);
         ::close(current);
         current = parent;
-        const int holder = frames.empty() ? folderDescriptor : current;
-        if (holder < 0) {
-            note(errno);
+        struct stat st = {};
+        if (current < 0 || ::fstat(current, &st) != 0 || st.st_dev != frames.back().device
+            || st.st_ino != frames.back().inode) {
+            note(current < 0 ? errno : ESTALE);
             break;
         }
-        if (::unlinkat(holder, done.c_str(), AT_REMOVEDIR) != 0)
+        if (::unlinkat(current, done.c_str(), AT_REMOVEDIR) != 0)
             note(errno);
     }
     if (current >= 0)
         ::close(current);
+    return firstError;
+}
+
+bool FileTree::removeFolder(int parentDescriptor, const QByteArray &name, int folderDescriptor, int *error)
+{
+    int e = emptyFolder(folderDescriptor);
+    // The name goes only while it still names this folder: one renamed away
+    // and replaced meanwhile leaves the replacement alone.
+    struct stat self = {};
+    struct stat named = {};
+    if (::fstat(folderDescriptor, &self) != 0
+        || ::fstatat(parentDescriptor, name.constData(), &named, AT_SYMLINK_NOFOLLOW) != 0)
+        e = e ? e : errno == ENOENT ? ESTALE : errno;
+    else if (self.st_dev != named.st_dev || self.st_ino != named.st_ino)
+        e = e ? e : ESTALE;
+    else if (::unlinkat(parentDescriptor, name.constData(), AT_REMOVEDIR) != 0 && errno != ENOENT)
+        e = e ? e : errno;
     if (error)
-        *error = firstError;
-    return firstError == 0;
+        *error = e;
+    return e == 0;
+}
+
+bool FileTree::removeAt(int folderDescriptor, const QByteArray &name, int *error)
+{
+    struct stat st = {};
+    if (::fstatat(folderDescriptor, name.constData(), &st, AT_SYMLINK_NOFOLLOW) != 0) {
+        if (error)
+            *error = errno == ENOENT ? 0 : errno;
+        return errno == ENOENT;
+    }
+    if (!S_ISDIR(st.st_mode)) {
+        const bool removed = ::unlinkat(folderDescriptor, name.constData(), 0) == 0 || errno == ENOENT;
+        if (error)
+            *error = removed ? 0 : errno;
+        return removed;
+    }
+    const int folder = openFolder(folderDescriptor, name.constData(), true);
+    if (folder < 0) {
+        if (error)
+            *error = errno;
+        return false;
+    }
+    const bool removed = removeFolder(folderDescriptor, name, folder, error);
+    ::close(folder);
+    return removed;
 }
 
 bool FileTree::remove(const QString &path, QString *error)
@@ -325,9 +366,9 @@ bool FileTree::remove(const QString &path, QString *error)
             *error = QString::fromLocal8Bit(std::strerror(EINVAL));
         return false;
     }
-    // The folder that holds it may be reached through links (a person's own
-    // choice of path); the item itself never is.
-    const int holder = ::open(folder.constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    // Neither the item nor the folder that holds it is reached through a
+    // link there: a run folder swapped for one would lead us elsewhere.
+    const int holder = ::open(folder.constData(), kDirFlags);
     if (holder < 0) {
         const int e = errno;
         if (error)

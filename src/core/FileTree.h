@@ -57,6 +57,11 @@ public:
     static bool remove(const QString &path, QString *error = nullptr);
     // The same for the item `name` in the open folder `folderDescriptor`.
     static bool removeAt(int folderDescriptor, const QByteArray &name, int *error = nullptr);
+    // Empties the folder open at folderDescriptor, wherever it lies now, then
+    // removes its name in the parent only if that still names this very
+    // folder (same device and inode): a folder of ours renamed away and
+    // replaced by a link or another folder leaves the replacement alone.
+    static bool removeFolder(int parentDescriptor, const QByteArray &name, int folderDescriptor, int *error = nullptr);
 
     // The sizes of the regular files below the folder, added up (at most the
     // largest qint64), links not followed; of a regular file, its size.
@@ -80,4 +85,8 @@ public:
     static bool readFile(const QString &path, qint64 maxBytes, QByteArray *bytes, int *error, bool *tooLarge);
     // Replaces the contents of an existing regular file, never through a link.
     static bool rewriteFile(const QString &path, const QByteArray &bytes, int *error);
+
+private:
+    // Removes everything in the open folder; the first error, 0 when all went.
+    static int emptyFolder(int folderDescriptor);
 };

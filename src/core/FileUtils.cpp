@@ -72,7 +72,13 @@ void FileUtils::rmFile(const QString &path)
         return;
     }
     QString failure;
-    if (FileTree::remove(path, &failure))
+    // The run's own items are named from the folder made for it, whatever became of its path.
+    const QString run = m_run && m_run->isValid() ? m_run->path() : QString();
+    const QString name = path.mid(run.size());
+    const bool removed = !run.isEmpty() && path.startsWith(run) && !name.isEmpty() && !name.contains(QLatin1Char('/'))
+                             ? m_run->removeEntry(name)
+                             : FileTree::remove(path, &failure);
+    if (removed)
         DW_LOG(QLatin1String("Remove successful"));
     else
         DW_LOG(QLatin1String("Remove failed: ")
@@ -97,7 +103,7 @@ QString FileUtils::runCommand(const QString &launchPath, const QStringList &argu
 std::optional<QString> FileUtils::getTmpDir()
 {
     if (!m_run) {
-        m_run = m_runFolder.isEmpty() ? std::make_unique<ScratchRun>() : std::make_unique<ScratchRun>(m_runFolder);
+        m_run = m_runFolder ? std::make_unique<ScratchRun>(*m_runFolder) : std::make_unique<ScratchRun>();
         m_tmpDirError = m_run->errorString();
     }
     if (!m_run->isValid())

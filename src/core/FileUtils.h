@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 
+class OutputFolder;
 class ScratchRun;
 
 // Names derived from a package path, child processes, scratch files.
@@ -25,7 +26,8 @@ public:
     virtual QString getPrezName();           // last "/" piece: Talk.key
     virtual QString getPrezNameWithoutExt(); // first "." piece of that: Talk
     virtual QString getZipName();            // Talk.zip
-    // Never follows a link: a link is removed, not what it points to.
+    // Never follows a link: a link is removed, not what it points to. An
+    // item of the run folder is removed through the folder made for the run.
     virtual void rmFile(const QString &path);
     // Standard output, one blank, standard error; " " when the command cannot start.
     // Output that is not UTF-8 is decoded with replacement characters.
@@ -42,9 +44,9 @@ public:
     void setCommandWatcher(ChildProcess::Watcher watcher) { m_commandWatcher = std::move(watcher); }
     // A cap on the size of any file the next commands write (0: none).
     void setFileSizeLimit(qint64 bytes) { m_fileSizeLimit = bytes; }
-    // Makes getTmpDir's run folder in this folder (an output folder) instead
+    // Makes getTmpDir's run folder in this folder (the output folder) instead
     // of the scratch folder; before the first getTmpDir.
-    void runInFolder(const QString &folder) { m_runFolder = folder; }
+    void runInFolder(std::shared_ptr<const OutputFolder> folder) { m_runFolder = std::move(folder); }
     // The folder the next commands start in (empty: ours).
     void setWorkingDirectory(const QString &folder) { m_workingDirectory = folder; }
     // Why getTmpDir gave none.
@@ -64,7 +66,7 @@ private:
     ChildProcess::Result m_lastCommand;
     qint64 m_fileSizeLimit = 0;
     QString m_workingDirectory;
-    QString m_runFolder;
+    std::shared_ptr<const OutputFolder> m_runFolder;
     ChildProcess::Watcher m_commandWatcher;
     std::unique_ptr<ScratchRun> m_run;
     QString m_tmpDirError;

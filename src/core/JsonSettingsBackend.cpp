@@ -9,14 +9,80 @@
 #include <QSaveFile>
 #include <QStandardPaths>
 
+#include <cerrno>
 #include <cmath>
 #include <cstdio>
+#include <cstring>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 const QLatin1String kBytesKey("base64");
+
+// Far more than the program ever writes (a batch's refused names are the
+// most of it). A larger file is none of ours, and reading it would cost the
+// start several times its size in memory.
+constexpr qint64 kMaxFileBytes = 8 * 1024 * 1024;
+
+QString kindOf(mode_t mode)
+{
+    if (S_ISFIFO(mode))
+        return QStringLiteral("it is a FIFO");
+    if (S_ISSOCK(mode))
+        return QStringLiteral("it is a socket");
+    if (S_ISCHR(mode) || S_ISBLK(mode))
+        return QStringLiteral("it is a device");
+    return QStringLiteral("it is not a regular file");
 }
+
+// The file's bytes, read only from a regular file of a sane size; opening
+// never waits (a FIFO would wait for a writer for ever). Otherwise why not,
+// left empty when there is no file.
+bool readSettingsFile(const QString &path, QByteArray *bytes, QString *why)
+{
+    const QByteArray name = QFile::encodeName(path);
+    struct stat st = {};
+    if (::stat(name.constData(), &st) != 0) {
+        if (errno != ENOENT)
+            *why = QString::fromLocal8Bit(std::strerror(errno));
+        return false;
+    }
+    const int fd = S_ISREG(st.st_mode) ? ::open(name.constData(), O_RDONLY | O_NONBLOCK | O_CLOEXEC) : -1;
+    if (S_ISREG(st.st_mode) && fd < 0) {
+        *why = QString::fromLocal8Bit(std::strerror(errno));
+        return false;
+    }
+    // Checked again on what was opened: the name may have changed hands meanwhile.
+    const QString tooLarge = QStringLiteral("it is larger than %1 MB").arg(kMaxFileBytes / (1024 * 1024));
+    if (fd < 0 || ::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        *why = kindOf(st.st_mode);
+    } else if (st.st_size > kMaxFileBytes) {
+        *why = tooLarge;
+    } else {
+        bytes->reserve(st.st_size);
+        char chunk[65536];
+        for (;;) {
+            const ssize_t n = ::read(fd, chunk, sizeof chunk);
+            if (n < 0 && errno == EINTR)
+                continue;
+            if (n < 0)
+                *why = QString::fromLocal8Bit(std::strerror(errno));
+            if (n <= 0)
+                break;
+            bytes->append(chunk, n);
+            if (bytes->size() > kMaxFileBytes) { // it grew meanwhile
+                *why = tooLarge;
+                break;
+            }
+        }
+    }
+    if (fd >= 0)
+        ::close(fd);
+    return why->isEmpty();
+}
+} // namespace
 
 JsonSettingsBackend::JsonSettingsBackend(QString path)
     : m_path(std::move(path))
@@ -80,6 +146,8 @@ QVariant JsonSettingsBackend::decode(const QJsonValue &value)
     }
     case QJsonValue::Bool:
         return value.toBool();
+    case QJsonValue::Null:
+        return QVariant::fromValue(nullptr); // a kind of its own, named as such when it is read
     default:
         return {};
     }
@@ -109,24 +177,29 @@ QVariantMap JsonSettingsBackend::load()
                      qPrintable(m_path));
         return values;
     }
-    QFile file(m_path);
-    if (!file.open(QIODevice::ReadOnly))
-        return values; // no settings yet
+    QByteArray bytes;
+    QString why;
     QJsonParseError error{};
-    const QJsonDocument doc = QJsonDocument::fromJson(file.readAll(), &error);
-    if (!doc.isObject()) {
+    QJsonDocument doc;
+    if (readSettingsFile(m_path, &bytes, &why)) {
+        doc = QJsonDocument::fromJson(bytes, &error);
+        if (!doc.isObject())
+            why = error.errorString();
+    } else if (why.isEmpty()) {
+        return values; // no settings yet
+    }
+    if (!why.isEmpty()) {
         // A damaged file must not cost the person their program: keep it aside and start afresh.
-        const QString aside = m_path + QLatin1String(".damaged");
-        QFile::remove(aside);
-        file.close();
-        if (QFile::rename(m_path, aside))
+        const QByteArray aside = QFile::encodeName(m_path + QLatin1String(".damaged"));
+        ::unlink(aside.constData());
+        if (::rename(QFile::encodeName(m_path).constData(), aside.constData()) == 0)
             std::fprintf(stderr, "deckwright: the settings file %s could not be read (%s); it was kept as %s\n",
-                         qPrintable(m_path), qPrintable(error.errorString()), qPrintable(aside));
+                         qPrintable(m_path), qPrintable(why), aside.constData());
         else
             std::fprintf(stderr,
                          "deckwright: the settings file %s could not be read (%s), nor kept aside; "
                          "it is replaced when settings are next saved\n",
-                         qPrintable(m_path), qPrintable(error.errorString()));
+                         qPrintable(m_path), qPrintable(why));
         m_fingerprint = fingerprint();
         return values;
     }

@@ -6,11 +6,15 @@
 
 #include <QFile>
 
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <vector>
 
+#include <dirent.h>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -19,11 +23,31 @@ constexpr mode_t kMode = 0644; // narrowed by the person's umask, as any new fil
 
 bool g_unnamedFilesTried = true;
 
+constexpr char kHiddenPrefix[] = ".dw-";
+
+// The name a hidden file of ours has: the prefix and six letters or digits.
+bool isHiddenName(const char *name)
+{
+    if (std::strncmp(name, kHiddenPrefix, sizeof kHiddenPrefix - 1) != 0)
+        return false;
+    const char *rest = name + sizeof kHiddenPrefix - 1;
+    for (int i = 0; i < 6; ++i) {
+        if (!std::isalnum(static_cast<unsigned char>(rest[i])))
+            return false;
+    }
+    return rest[6] == '\0';
+}
+
+bool sameFile(const struct stat &a, const struct stat &b)
+{
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
 } // namespace
 
-OutputFile::OutputFile(const QString &folder)
+OutputFile::OutputFile(int folderDescriptor)
 {
-    m_folderFd = ::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    // A descriptor of our own: its lock is not that of the one shared with other processes.
+    m_folderFd = ::openat(folderDescriptor, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (m_folderFd < 0)
         failed(errno);
 }
@@ -43,18 +67,65 @@ bool OutputFile::create()
         }
     }
     // A short name, so that names of 255 bytes still fit when it is renamed.
+    // It is locked as long as it is written, and made and locked under the
+    // folder's lock, so that a sweep never takes it for a killed write's.
+    while (::flock(m_folderFd, LOCK_EX) != 0 && errno == EINTR) {}
+    int error = 0;
     for (int attempt = 0; attempt < 100; ++attempt) {
-        const QByteArray name = FileTree::randomName(".dw-");
+        const QByteArray name = FileTree::randomName(kHiddenPrefix);
         m_fd = ::openat(m_folderFd, name.constData(), O_CREAT | O_EXCL | O_WRONLY | O_NOFOLLOW | O_CLOEXEC, kMode);
         if (m_fd >= 0) {
             m_hiddenName = name;
-            return true;
+            ::flock(m_fd, LOCK_EX | LOCK_NB);
+            break;
         }
-        if (errno != EEXIST)
+        error = errno;
+        if (error != EEXIST)
             break;
     }
-    failed(errno);
-    return false;
+    ::flock(m_folderFd, LOCK_UN);
+    if (m_fd < 0)
+        failed(error);
+    return m_fd >= 0;
+}
+
+int OutputFile::sweepStale(int folderDescriptor)
+{
+    const int dup = ::fcntl(folderDescriptor, F_DUPFD_CLOEXEC, 0);
+    DIR *dir = dup >= 0 ? ::fdopendir(dup) : nullptr;
+    if (!dir) {
+        if (dup >= 0)
+            ::close(dup);
+        return 0;
+    }
+    std::vector<QByteArray> names;
+    ::rewinddir(dir);
+    while (const dirent *entry = ::readdir(dir)) {
+        if (isHiddenName(entry->d_name))
+            names.emplace_back(entry->d_name);
+    }
+    ::closedir(dir);
+
+    int removed = 0;
+    for (const QByteArray &name : names) {
+        // Ours and a regular file (never a link), opened as the very file
+        // looked at, and held by no live writer: then, and only while the
+        // name is still that file, it goes.
+        struct stat named = {};
+        struct stat opened = {};
+        if (::fstatat(folderDescriptor, name.constData(), &named, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(named.st_mode)
+            || named.st_uid != ::getuid())
+            continue;
+        const int fd = ::openat(folderDescriptor, name.constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+        if (fd < 0)
+            continue;
+        if (::fstat(fd, &opened) == 0 && sameFile(named, opened) && ::flock(fd, LOCK_EX | LOCK_NB) == 0
+            && ::fstatat(folderDescriptor, name.constData(), &named, AT_SYMLINK_NOFOLLOW) == 0
+            && sameFile(named, opened) && ::unlinkat(folderDescriptor, name.constData(), 0) == 0)
+            ++removed;
+        ::close(fd);
+    }
+    return removed;
 }
 
 OutputFile::Result OutputFile::adopt(const QString &archivePath)

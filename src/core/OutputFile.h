@@ -8,15 +8,15 @@
 // system has none), flushed to disk, and only then given its name, by an
 // operation that fails rather than replaces and never follows a link. So the
 // folder shows the whole file or nothing, a kill leaves nothing (or, without
-// O_TMPFILE, at most the hidden file), and nothing already there is touched.
+// O_TMPFILE, at most the hidden file, which the next run removes: it is
+// locked while it is written), and nothing already there is touched.
 // An archive already on the folder's file system is moved in the same way
 // instead of copied.
 class OutputFile
 {
 public:
-    // Opens the folder; a link in the folder's own path is followed (the
-    // person chose that path), nothing below it is.
-    explicit OutputFile(const QString &folder);
+    // Works in the open folder (OutputFolder); nothing below it is reached through a link.
+    explicit OutputFile(int folderDescriptor);
     ~OutputFile(); // discards the file if it never got its name
     OutputFile(const OutputFile &) = delete;
     OutputFile &operator=(const OutputFile &) = delete;
@@ -40,6 +40,12 @@ public:
     // Whether unnamed files are tried at all; tests turn them off to try
     // the hidden-name way that file systems without them get.
     static void setUnnamedFilesTried(bool tried);
+
+    // Removes the hidden files that writes killed meanwhile left in the open
+    // folder: regular files of ours named as ours are, that no live process
+    // holds. Called under the folder's lock, which a write takes to make its
+    // file and lock it. Returns how many.
+    static int sweepStale(int folderDescriptor);
 
 private:
     Result failed(int error);

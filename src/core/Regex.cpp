@@ -4,6 +4,11 @@
 
 #include <QTextBoundaryFinder>
 
+namespace {
+// A noncharacter: valid UTF-16 that no document holds and our patterns never name.
+constexpr char16_t kUnmatchable = 0xFFFF;
+} // namespace
+
 Regex::Regex(const QString &pattern)
     : m_internalExpression(pattern, QRegularExpression::CaseInsensitiveOption)
     , m_pattern(pattern)
@@ -44,6 +49,22 @@ qsizetype Regex::graphemeCount(const QString &text)
 
 bool Regex::hasMatch(const QString &input) const
 {
-    const qsizetype n = graphemeCount(input);
-    return m_internalExpression.match(QStringView(input).left(n)).hasMatch();
+    const QStringView range = QStringView(input).left(graphemeCount(input));
+    // The range may end inside a surrogate pair, and a text may hold half a
+    // pair alone. Qt's matcher refuses such text outright and finds nothing at
+    // all, where a UTF-16 matcher takes the half for a character of its own
+    // that our patterns never match: a noncharacter in its place does the same.
+    QString mended;
+    for (qsizetype i = 0; i < range.size(); ++i) {
+        if (!range[i].isSurrogate())
+            continue;
+        if (range[i].isHighSurrogate() && i + 1 < range.size() && range[i + 1].isLowSurrogate()) {
+            ++i; // a whole pair
+            continue;
+        }
+        if (mended.isNull())
+            mended = range.toString();
+        mended[i] = QChar(kUnmatchable);
+    }
+    return m_internalExpression.match(mended.isNull() ? range : QStringView(mended)).hasMatch();
 }

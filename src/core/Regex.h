@@ -14,7 +14,8 @@ public:
     // input, n being its count of user-perceived characters. For plain ASCII
     // text that is the whole text; where characters take more than one unit,
     // the tail of the text is not searched. The converter's rewrite covers the
-    // whole text on its own.
+    // whole text on its own. Half a surrogate pair, where the range cuts one
+    // or where it stands alone, is a character that nothing matches.
     virtual bool hasMatch(const QString &input) const;
 
     const QString &pattern() const { return m_pattern; }

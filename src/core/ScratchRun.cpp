@@ -2,6 +2,8 @@
 
 #include "core/Fatal.h"
 #include "core/FileTree.h"
+#include "core/OutputFile.h"
+#include "core/OutputFolder.h"
 #include "core/ScratchDir.h"
 
 #include <QFile>
@@ -61,18 +63,22 @@ ScratchRun::ScratchRun()
     makeRun(root, "run-");
 }
 
-ScratchRun::ScratchRun(const QString &outputFolder)
+ScratchRun::ScratchRun(const OutputFolder &outputFolder)
 {
-    QString root = outputFolder;
-    if (!root.endsWith(QLatin1Char('/')))
-        root += QLatin1Char('/');
-    // The person chose this folder's path, so a link in it is followed; nothing below it is.
-    m_rootFd = ::open(QFile::encodeName(root).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    // The folder as opened, locked through a descriptor of our own: one shared
+    // with other processes (workers inherit the command's) shares its lock.
+    m_rootFd = ::openat(outputFolder.descriptor(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (m_rootFd < 0) {
-        m_error = QStringLiteral("the output folder %1 cannot be opened (%2)").arg(outputFolder, errnoText(errno));
+        m_error
+            = QStringLiteral("the output folder %1 cannot be opened (%2)").arg(outputFolder.path(), errnoText(errno));
         return;
     }
-    makeRun(root, outputRunPrefix);
+    const QString open = outputFolder.openToOthersAt();
+    if (!open.isEmpty()) {
+        m_error = QStringLiteral("other users may rename what is in %1").arg(open);
+        return;
+    }
+    makeRun(outputFolder.path() + QLatin1Char('/'), outputRunPrefix);
 }
 
 void ScratchRun::makeRun(const QString &root, const QByteArray &prefix)
@@ -124,9 +130,14 @@ void ScratchRun::remove()
     runs.erase(std::remove(runs.begin(), runs.end(), this), runs.end());
     if (m_runFd < 0)
         return;
-    FileTree::removeAt(m_rootFd, m_name);
+    FileTree::removeFolder(m_rootFd, m_name, m_runFd);
     ::close(m_runFd); // releases the lock, after the folder is gone
     m_runFd = -1;
+}
+
+bool ScratchRun::removeEntry(const QString &name)
+{
+    return m_runFd >= 0 && FileTree::removeAt(m_runFd, QFile::encodeName(name));
 }
 
 void ScratchRun::removeAll()
@@ -136,7 +147,7 @@ void ScratchRun::removeAll()
         run->remove();
 }
 
-int ScratchRun::sweepStale(const QString &outputFolder)
+int ScratchRun::sweepStale(const OutputFolder &outputFolder)
 {
     int removed = 0;
     const QString root = ScratchDir::path();
@@ -151,12 +162,8 @@ int ScratchRun::sweepStale(const QString &outputFolder)
     }
     if (rootFd >= 0)
         ::close(rootFd);
-    // The person chose the output folder's path, so a link in it is followed; nothing below it is.
-    const int outputFd = ::open(QFile::encodeName(outputFolder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (outputFd >= 0) {
-        removed += sweepStaleInOutputFolder(outputFd);
-        ::close(outputFd);
-    }
+    if (outputFolder.isOpen())
+        removed += sweepStaleInOutputFolder(outputFolder.descriptor());
     return removed;
 }
 
@@ -167,10 +174,15 @@ int ScratchRun::sweepStale(int scratchFolderDescriptor)
 
 int ScratchRun::sweepStaleInOutputFolder(int outputFolderDescriptor)
 {
-    // Under the folder's lock, so a run being made there is never taken for a stale one.
-    while (::flock(outputFolderDescriptor, LOCK_EX) != 0 && errno == EINTR) {}
-    const int removed = sweep(outputFolderDescriptor, true);
-    ::flock(outputFolderDescriptor, LOCK_UN);
+    // Under the folder's lock, so a run or a hidden file being made there is
+    // never taken for a stale one; taken through a descriptor of our own.
+    const int folder = ::openat(outputFolderDescriptor, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (folder < 0)
+        return 0;
+    while (::flock(folder, LOCK_EX) != 0 && errno == EINTR) {}
+    const int removed = sweep(folder, true) + OutputFile::sweepStale(folder);
+    ::flock(folder, LOCK_UN);
+    ::close(folder);
     return removed;
 }
 
@@ -219,7 +231,10 @@ int ScratchRun::sweep(int scratchFolderDescriptor, bool outputFolder)
             ::close(fd);
             continue;
         }
-        if (FileTree::removeAt(scratchFolderDescriptor, QByteArray::fromStdString(name)))
+        // The folder locked is the folder removed, whatever takes its name meanwhile.
+        const QByteArray entry = QByteArray::fromStdString(name);
+        if (fd >= 0 ? FileTree::removeFolder(scratchFolderDescriptor, entry, fd)
+                    : FileTree::removeAt(scratchFolderDescriptor, entry))
             ++removed;
         if (fd >= 0)
             ::close(fd);

@@ -3,6 +3,8 @@
 #include <QByteArray>
 #include <QString>
 
+class OutputFolder;
+
 // The private folder of one conversion, inside the scratch folder (ScratchDir):
 // <scratch>/run-XXXXXX, mode 0700, made fresh for the run and removed with
 // it, whatever the outcome. No two runs, in one process or in two, ever share
@@ -15,13 +17,17 @@
 // A package too large for the scratch folder's disk (usually a small tmpfs)
 // runs in the output folder instead: <output>/.deckwright-run-XXXXXX, hidden,
 // mode 0700, swept the same way, and only folders of that name that are ours,
-// closed to others and held by no live run are ever removed there.
+// closed to others and held by no live run are ever removed there. Never
+// where another user may rename it: the tools reach it by its path.
+//
+// A run is removed through the folder it made, held open from the start, and
+// its name goes only while it still names that folder.
 class ScratchRun
 {
 public:
     ScratchRun();
     // A run in the output folder; see above.
-    explicit ScratchRun(const QString &outputFolder);
+    explicit ScratchRun(const OutputFolder &outputFolder);
     ~ScratchRun();
     ScratchRun(const ScratchRun &) = delete;
     ScratchRun &operator=(const ScratchRun &) = delete;
@@ -32,6 +38,8 @@ public:
     QString path() const { return m_path; }
     // Removes the folder now (also done on destruction).
     void remove();
+    // Removes the item of that name in the folder, never through a link.
+    bool removeEntry(const QString &name);
 
     // Removes the folders of every live run of this process, for an ending
     // that will not unwind to their owners.
@@ -40,12 +48,13 @@ public:
     // Removes the run folders no live run holds, and the scratch copies
     // older versions left in the scratch folder; returns how many items.
     static int sweepStale(int scratchFolderDescriptor);
-    // The same in an output folder: only stale run folders of ours.
+    // The same in an output folder: only stale run folders of ours, and the
+    // hidden files of writes that were killed (OutputFile).
     static int sweepStaleInOutputFolder(int outputFolderDescriptor);
     // Both where a run for this output folder may lie, the scratch folder
     // and the output folder itself, for a process that saw a run of another
     // one end without cleaning up (it was killed).
-    static int sweepStale(const QString &outputFolder);
+    static int sweepStale(const OutputFolder &outputFolder);
 
     static constexpr const char *outputRunPrefix = ".deckwright-run-";
 

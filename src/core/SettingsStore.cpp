@@ -16,6 +16,8 @@ QString kindName(int typeId, const char *typeName = nullptr)
         return QStringLiteral("a byte block");
     case QMetaType::LongLong:
         return QStringLiteral("an integer");
+    case QMetaType::Nullptr:
+        return QStringLiteral("null");
     default:
         return QStringLiteral("a value of type ") + QString::fromLatin1(typeName);
     }
@@ -149,9 +151,29 @@ void SettingsStore::requireKey(const QString &key) const
         Fatal::fail(QStringLiteral("the setting %1 is missing").arg(key));
 }
 
+QString SettingsStore::switchText(const QString &key) const
+{
+    if (!contains(key))
+        return QStringLiteral("true");
+    // A number reads as the platform's string reader gives it ("1" for 1,
+    // for a truth too): never "true", so off. Anything else not a string is a damaged file.
+    const QVariant value = object(key);
+    switch (value.typeId()) {
+    case QMetaType::LongLong:
+    case QMetaType::Int:
+        return QString::number(value.toLongLong());
+    case QMetaType::Double:
+        return QString::number(value.toDouble());
+    case QMetaType::Bool:
+        return QString::number(int(value.toBool()));
+    default:
+        return ofKind(key, value, QMetaType::QString).toString();
+    }
+}
+
 bool SettingsStore::isOn(const QString &key) const
 {
-    return string(key, QStringLiteral("true")) == QLatin1String("true");
+    return switchText(key) == QLatin1String("true");
 }
 
 void SettingsStore::useBackend(std::unique_ptr<SettingsBackend> backend)

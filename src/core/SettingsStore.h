@@ -33,7 +33,10 @@ public:
     qint64 integer(const QString &key, qint64 fallback) const;
     QStringList stringList(const QString &key, const QStringList &fallback) const;
     QByteArray requiredData(const QString &key) const;
-    // Absent means "true"; on exactly when the stored string is "true".
+    // The text of an on/off setting: "true" when absent, a stored number's
+    // own text (never "true"); fatal for a list, a byte block or anything else.
+    QString switchText(const QString &key) const;
+    // On exactly when that text is "true".
     bool isOn(const QString &key) const;
 
     // Scopes: a file of its own (tests, other profiles), or memory only (tests, headless use).

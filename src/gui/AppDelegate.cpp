@@ -90,7 +90,7 @@ void AppDelegate::applicationDidFinishLaunching()
     SettingsStore &settings = SettingsStore::standard();
     SoftwareUpdater *updater = m_updater;
     updater->setUpdateCheckInterval(double(settings.integer(SettingKey::updateInterval, 86400)));
-    const QString checkForUpdatesPref = settings.string(SettingKey::checkUpdates, QStringLiteral("true"));
+    const QString checkForUpdatesPref = settings.switchText(SettingKey::checkUpdates);
     DW_LOG(QLatin1String("checkForUpdatesPref : ") + checkForUpdatesPref);
     updater->setAutomaticallyChecksForUpdates(checkForUpdatesPref == QLatin1String("true"));
 

@@ -145,7 +145,7 @@ void Preferences::viewDidLoad()
     // A value that names no item leaves the combo box as it is.
     m_ui->finishedActionCombo->setCurrentText(completedAction);
 
-    const QString playSound = settings.string(SettingKey::playSound, kTrue);
+    const QString playSound = settings.switchText(SettingKey::playSound);
     DW_LOG(QLatin1String("viewdidload : playSound : ") + playSound);
     DW_LOG(QLatin1String("soundCheckBox : ") + playSound);
     m_ui->sendSoundButton->setChecked(playSound == kTrue);
@@ -153,13 +153,13 @@ void Preferences::viewDidLoad()
     showInterval();
 
     // Logged under the sound's labels; the log has always read this way.
-    const QString checkUpdates = settings.string(SettingKey::checkUpdates, kTrue);
+    const QString checkUpdates = settings.switchText(SettingKey::checkUpdates);
     DW_LOG(QLatin1String("viewdidload : playSound : ") + checkUpdates);
     DW_LOG(QLatin1String("soundCheckBox : ") + checkUpdates);
     m_ui->checkForUpdates->setChecked(checkUpdates == kTrue);
     m_ui->intervalCombo->setEnabled(checkUpdates == kTrue);
 
-    const QString stopForErrors = settings.string(SettingKey::stopForErrors, kTrue);
+    const QString stopForErrors = settings.switchText(SettingKey::stopForErrors);
     DW_LOG(QLatin1String("viewdidload : stopForErrors : ") + stopForErrors);
     m_ui->stopForErrors->setChecked(stopForErrors == kTrue);
 

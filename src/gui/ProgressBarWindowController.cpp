@@ -351,7 +351,7 @@ void ProgressBarWindowController::finishedConversion()
     DW_LOG(QLatin1String("output prezname : ") + outputPrezName);
     SettingsStore &settings = SettingsStore::standard();
     const QString completedAction = settings.string(SettingKey::completedAction, QStringLiteral("Do Nothing"));
-    const QString playSound = settings.string(SettingKey::playSound, QStringLiteral("true"));
+    const QString playSound = settings.switchText(SettingKey::playSound);
     DW_LOG(QLatin1String("soundCheckBox : ") + playSound);
     if (playSound == QLatin1String("true"))
         DesktopServices::instance().playSound(QStringLiteral("Glass"));

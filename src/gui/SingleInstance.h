@@ -18,8 +18,12 @@ public:
 
     // Sends the request to a running copy and returns true if one took it;
     // otherwise starts listening as the running copy and returns false.
+    // Something not ours at the name is left alone and a name after it
+    // (NAME-1, NAME-2, ...) serves.
     bool forwardToRunningInstance(const QStringList &absolutePaths);
     bool isListening() const;
+    // Why this copy neither handed its request over nor listens.
+    const QString &problem() const { return m_problem; }
 
     static QString defaultServerName();
 
@@ -29,8 +33,9 @@ Q_SIGNALS:
 
 private:
     void onNewConnection();
-    bool listen();
+    bool listen(const QString &name);
 
     QString m_serverName;
     QLocalServer *m_server = nullptr;
+    QString m_problem;
 };

@@ -23,8 +23,14 @@ const QString SoftwareUpdater::feedNamespace
     = QStringLiteral("http://www.bramblefox.com/xml-namespaces/deckwright-update");
 
 namespace {
-// However short an interval the settings hold, never ask the server more often than this.
-constexpr double minimumInterval = 60;
+// However short an interval the settings hold, never ask the server more
+// often than this; however long, still within ten years, which also keeps
+// every sum of times below far from the largest integer.
+constexpr qint64 minimumInterval = 60;
+constexpr qint64 maximumInterval = 10 * 365 * 86400LL;
+// A stored last check later than this after now is no time a check ran at
+// (a clock set back a little keeps its count): it counts as none.
+constexpr qint64 clockSlack = 86400;
 // QTimer counts in int milliseconds; longer waits are taken in steps and re-checked.
 constexpr qint64 longestTimerStep = 24 * 3600 * 1000LL;
 
@@ -125,7 +131,16 @@ void SoftwareUpdater::checkForUpdates(QObject *sender)
 
 qint64 SoftwareUpdater::lastCheckTime() const
 {
-    return SettingsStore::standard().integer(lastCheckTimeKey, 0);
+    const qint64 last = SettingsStore::standard().integer(lastCheckTimeKey, 0);
+    return last > QDateTime::currentSecsSinceEpoch() + clockSlack ? 0 : last;
+}
+
+qint64 SoftwareUpdater::intervalSeconds() const
+{
+    // NaN fails every comparison: it takes the shortest.
+    return m_interval >= double(maximumInterval)  ? maximumInterval
+           : m_interval > double(minimumInterval) ? qint64(m_interval)
+                                                  : minimumInterval;
 }
 
 QUrl SoftwareUpdater::feedUrl() const
@@ -288,7 +303,7 @@ void SoftwareUpdater::finishCheck(Result result, const FeedItem &item, const QSt
 bool SoftwareUpdater::isCheckDue() const
 {
     const qint64 last = lastCheckTime();
-    return last <= 0 || QDateTime::currentSecsSinceEpoch() >= last + qint64(std::max(m_interval, minimumInterval));
+    return last <= 0 || QDateTime::currentSecsSinceEpoch() >= last + intervalSeconds();
 }
 
 void SoftwareUpdater::scheduleNextCheck()
@@ -300,8 +315,8 @@ void SoftwareUpdater::scheduleNextCheck()
     }
     const qint64 now = QDateTime::currentSecsSinceEpoch();
     const qint64 last = lastCheckTime();
-    m_nextCheckTime = last <= 0 ? now : last + qint64(std::max(m_interval, minimumInterval));
-    const qint64 wait = std::clamp((m_nextCheckTime - now) * 1000, qint64(0), longestTimerStep);
+    m_nextCheckTime = last <= 0 ? now : last + intervalSeconds();
+    const qint64 wait = std::clamp(m_nextCheckTime - now, qint64(0), longestTimerStep / 1000) * 1000;
     m_timer.start(int(wait));
 }
 

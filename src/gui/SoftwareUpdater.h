@@ -48,6 +48,7 @@ public:
     bool isChecking() const { return m_checking; }
     // When the next automatic check is due (seconds since the epoch); 0 when none is planned.
     qint64 nextCheckTime() const { return m_nextCheckTime; }
+    // 0 for none, and for a stored time too far ahead to be one.
     qint64 lastCheckTime() const;
 
     // The feed address: DECKWRIGHT_APPCAST_URL when set, else the one configured at build time.
@@ -96,6 +97,8 @@ private:
     void onTimer();
     void scheduleNextCheck();
     bool isCheckDue() const;
+    // The interval in whole seconds, within the bounds a schedule can keep.
+    qint64 intervalSeconds() const;
 
     QNetworkAccessManager *m_network = nullptr;
     QNetworkReply *m_reply = nullptr;

@@ -44,6 +44,15 @@ public:
         return QFileIconProvider::type(info);
     }
 };
+// QFileDialog does not own the icon provider it is given, and its file model
+// asks the provider for icons as long as the model lives. So the provider
+// belongs to a child made after the model, which the dialog deletes after it.
+class IconProviderOwner : public QObject
+{
+public:
+    using QObject::QObject;
+    PackageIconProvider provider;
+};
 // In folder mode packages are documents, not places to save into: not shown.
 class HidePackagesProxy : public QSortFilterProxyModel
 {
@@ -65,7 +74,7 @@ PackageFileDialog::PackageFileDialog(Mode mode, QWidget *parent)
 {
     setWindowFlags(Qt::Widget);
     setOption(QFileDialog::DontUseNativeDialog, true);
-    setIconProvider(new PackageIconProvider);
+    setIconProvider(&(new IconProviderOwner(this))->provider);
     switch (mode) {
     case FileOrPackage:
         setFileMode(QFileDialog::ExistingFile);

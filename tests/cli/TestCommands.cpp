@@ -117,6 +117,10 @@ private Q_SLOTS:
             "<key:presentation key:version=\"72007061400\"><key:master-slides><key:master-slide/></key:master-slides>"
             "<key:slide-list><key:slide key:id=\"1\"/><key:slide>\n<key:slide-list><key:slide\tkey:id=\"3\">"
             "</key:slide></key:slide-list></key:slide></key:slide-list><key:slide-number/></key:presentation>");
+        // The searched range, as many units as the text has characters, ends inside the emoji.
+        row("101 emoji", "", convertible, false,
+            "<key:presentation key:version=\"72007061400\"><key:slide/><t>"
+                + QByteArray("\xF0\x9F\x98\x80").repeated(101) + "</t></key:presentation>\n");
         row("through a link", "mv $P Real.key; ln -s Real.key $P", convertible);
         // Its folders lack the rights the converter gives its own copy; the check gives none.
         row("read-only package", "find $P -type f -exec chmod 444 {} +; find $P -type d -exec chmod 555 {} +",

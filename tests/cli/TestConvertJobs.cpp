@@ -1,4 +1,5 @@
 #include "cli/ConvertJobs.h"
+#include "core/OutputFolder.h"
 #include "support/Archive.h"
 #include "support/PackageFactory.h"
 #include "support/Program.h"
@@ -224,7 +225,7 @@ private Q_SLOTS:
         QString printed;
         QTextStream out(&printed);
         ConvertJobs batch(script.isEmpty() ? m_work.filePath(u"nowhere/deckwright"_s) : u"/bin/sh"_s, {u"-c"_s, script},
-                          u"/out"_s, out);
+                          OutputFolder::open(u"/out"_s), out);
         const QList<ConvertJobs::Item> items{{u"x.key"_s, u"/in/x.key"_s, std::nullopt},
                                              {u"folder"_s, QString(), ConvertOutcome(ConvertOutcome::NoPackages)},
                                              {u"y.key"_s, u"/in/y.key"_s, std::nullopt},

@@ -1,10 +1,13 @@
 #include "core/FileUtils.h"
 #include "core/Regex.h"
+#include "core/ScratchDir.h"
 #include "support/FatalTrap.h"
 #include "support/Program.h"
 #include "support/Tree.h"
 
 #include <QtTest>
+
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 
@@ -70,6 +73,7 @@ private Q_SLOTS:
     {
         QTemporaryDir dir;
         QVERIFY(Program::sh(u"mkdir -p pkg/Data/deep; ln -s \"$PWD/pkg\" link"_s, dir.path()));
+        m_utils.rmFile(dir.filePath(u"link/Data"_s)); // nor through a link on the way
         m_utils.rmFile(dir.filePath(u"link"_s));
         QCOMPARE(Tree::of(dir.path()).keys(), (QList<QByteArray>{".", "pkg", "pkg/Data", "pkg/Data/deep"}));
         m_utils.rmFile(dir.filePath(u"pkg"_s));
@@ -77,11 +81,22 @@ private Q_SLOTS:
         QCOMPARE(Tree::of(dir.path()).keys(), QList<QByteArray>{"."});
     }
 
-    void tmpDirFromEnvironmentText()
+    // The scratch folder's base too: with $TMPDIR naming no folder or the
+    // root, $XDG_RUNTIME_DIR relative or the root, /tmp serves.
+    void tmpDirFromTheEnvironment()
     {
         QCOMPARE(FileUtils::tmpDirFromEnvText(u"HOME=/root\nTMPDIR=/a/\nX=1\nTMPDIR=/b/\n"_s), u"/b/"_s);
         QCOMPARE(FileUtils::tmpDirFromEnvText(u"MYTMPDIR=/no\n"_s), QString());
         QVERIFY_FATAL(FileUtils::tmpDirFromEnvText(u"TMPDIR=\n"_s), "TMPDIR");
+        QTemporaryDir dir; // holds run/, which the relative $XDG_RUNTIME_DIR names
+        QVERIFY(QDir(dir.path()).mkdir(u"run"_s, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner)
+                && QDir::setCurrent(dir.path()));
+        for (const auto &[runtime, tmpdir] :
+             {std::pair{"", "/nonexistent"}, {"", "nonexistent"}, {"", "/"}, {"run", "/nonexistent"}, {"/", ""}}) {
+            *runtime ? qputenv("XDG_RUNTIME_DIR", runtime) : qunsetenv("XDG_RUNTIME_DIR");
+            *tmpdir ? qputenv("TMPDIR", tmpdir) : qunsetenv("TMPDIR");
+            QVERIFY2(ScratchDir::path().startsWith(u"/tmp/deckwright-%1"_s.arg(::getuid())), tmpdir);
+        }
     }
 
     void searchesAsManyUnitsAsTheTextHasCharacters_data()
@@ -96,6 +111,10 @@ private Q_SLOTS:
         QTest::newRow("accents") << u"Cafe\u0301 na\u00efve"_s << 10;
         // Each emoji is one character but two UTF-16 units or more.
         QTest::newRow("emoji") << u"\U0001F469\u200D\U0001F4BB and \U0001F1E9\U0001F1EA"_s << 7;
+        // The range after a tag then ends inside a pair, or on a half of one left alone.
+        QTest::newRow("100 emoji") << u"\U0001F600"_s.repeated(100) << 100;
+        QTest::newRow("101 emoji") << u"\U0001F600"_s.repeated(101) << 101;
+        QTest::newRow("a lone half") << u"\xD83D\U0001F600"_s << 2;
     }
 
     void searchesAsManyUnitsAsTheTextHasCharacters()

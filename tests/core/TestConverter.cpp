@@ -1,6 +1,7 @@
 #include "core/Converter.h"
 #include "core/DiskSpace.h"
 #include "core/OutputFile.h"
+#include "core/OutputFolder.h"
 #include "core/ScratchDir.h"
 #include "core/StopRequest.h"
 #include "support/Archive.h"
@@ -151,6 +152,8 @@ private Q_SLOTS:
         // Told, not fatal.
         row("output folder gone", "Gone.key", "gone", four, 8, Converter::OutputNotWritten,
             "could not write OUT/Gone.key (the output folder no longer exists)");
+        row("output folder inside the package", "Self.key", "inside", four, 0, Converter::OutputNotWritten,
+            "the output folder is inside the package, which is never changed");
         for (int n = 1; n <= 9; ++n)
             row(n == 9 ? "stopped while waiting for its turn" : qPrintable(u"stopped after progress %1"_s.arg(n)),
                 "Turn.key", "package", four, qMin(n, 8), Converter::Stopped, "stopped", n);
@@ -174,6 +177,8 @@ private Q_SLOTS:
             content.isEmpty() ? PackageFactory(m_in).makeWithoutIndex(name)
                               : PackageFactory(m_in).makeWithRawIndex(name, content);
         QVERIFY(shape != u"gone"_s || QDir(m_out).removeRecursively());
+        if (shape == u"inside"_s)
+            TestSettings::useOutputFolder(package);
         const Tree source = Tree::of(package, Tree::WithTimes);
         EventRecorder events;
         TurnTaker converter(package);
@@ -247,9 +252,9 @@ private Q_SLOTS:
         TurnTaker converter(m_in + u"/A.key"_s);
         const QString archive = (sameDisk ? m_work.path() : elsewhere.path()) + u"/archive.zip"_s;
         const QByteArray bytes = PackageFactory::noise(9 * 1024 * 1024 + 5, 7);
+        const auto out = OutputFolder::open(m_out);
         const auto write = [&] {
-            return put(archive, bytes) && converter.writeOutput(archive, m_out) ? converter.outputPrezName()
-                                                                                : QString();
+            return put(archive, bytes) && converter.writeOutput(archive, *out) ? converter.outputPrezName() : QString();
         };
         converter.setOutputPrezName(u"A.key"_s);
         QCOMPARE(write(), u"A.key"_s);
@@ -263,7 +268,7 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo::exists(m_work.filePath(u"elsewhere.key"_s)));
 
         converter.setOutputPrezName(u"B.key"_s);
-        QVERIFY(!converter.writeOutput(m_work.filePath(u"missing.zip"_s), m_out));
+        QVERIFY(!converter.writeOutput(m_work.filePath(u"missing.zip"_s), *out));
         QVERIFY2(converter.errorReason().startsWith(u"could not write %1/B.key ("_s.arg(m_out)),
                  qPrintable(converter.errorReason()));
         QCOMPARE(entries(m_out), QStringList({u"A.1.key"_s, u"A.2.key"_s, u"A.3.key"_s, u"A.key"_s}));

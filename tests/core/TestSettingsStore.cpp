@@ -1,6 +1,7 @@
 #include "core/JsonSettingsBackend.h"
 #include "core/SettingsStore.h"
 #include "support/FatalTrap.h"
+#include "support/Program.h"
 
 #include <QtTest>
 
@@ -78,42 +79,58 @@ private Q_SLOTS:
             store().setObject(SettingKey::playSound, text);
             QCOMPARE(store().isOn(SettingKey::playSound), text == u"true"_s);
         }
+        // A number, a JSON truth among them, reads as its text: never "true".
+        handWrite(R"({"playSound": 1, "stopForErrors": 1.5, "checkUpdates": true})");
+        store().useFile(path());
+        for (const QString &key : {SettingKey::playSound, SettingKey::stopForErrors, SettingKey::checkUpdates})
+            QVERIFY(!store().isOn(key));
     }
 
     void aValueOfTheWrongKindIsFatal()
     {
         handWrite(
-            R"({"updateInterval": "86400", "checkUpdates": 1, "errorPrezzes": "one", "bookmarkData": "/home/ann/Out",
-                      "stopForErrors": true, "outputPath": {"x": 1}, "prezPath": 3600.5, "completedAction": ["a", 2]})");
+            R"({"updateInterval": "86400", "checkUpdates": ["true"], "errorPrezzes": "one", "bookmarkData": "/home/ann/Out",
+                      "stopForErrors": {"x": 1}, "outputPath": {"base64": ""}, "prezPath": 3600.5,
+                      "completedAction": ["a", 2], "playSound": null})");
         QVERIFY_FATAL(store().integer(SettingKey::updateInterval, 86400), "updateInterval");
-        QVERIFY_FATAL(store().isOn(SettingKey::checkUpdates), "checkUpdates holds an integer, not a string");
+        QVERIFY_FATAL(store().isOn(SettingKey::checkUpdates), "checkUpdates holds a list of strings, not a string");
+        QVERIFY_FATAL(store().isOn(SettingKey::playSound), "playSound holds null, not a string");
         QVERIFY_FATAL(store().stringList(SettingKey::errorPrezzes, {}), "errorPrezzes");
         QVERIFY_FATAL(store().requiredData(SettingKey::bookmarkData), "bookmarkData");
         QVERIFY_FATAL(store().isOn(SettingKey::stopForErrors), "stopForErrors");
         QVERIFY_FATAL(store().string(SettingKey::outputPath, {}), "outputPath");
         QVERIFY_FATAL(store().integer(SettingKey::prezPath, 0), "prezPath");
         QVERIFY_FATAL(store().stringList(SettingKey::completedAction, {}), "completedAction");
-        QVERIFY_FATAL(store().requiredString(SettingKey::playSound), "the setting playSound is missing");
+        QVERIFY_FATAL(store().requiredString(u"absent"_s), "the setting absent is missing");
     }
 
-    // The message must say what really happened to the damaged file.
+    // The message must say what really happened to the damaged file. Only a
+    // regular file of a sane size is read: a FIFO would stop the start for ever.
     void aDamagedFileIsKeptAsideWhereItCanBe_data()
     {
+        QTest::addColumn<QString>("script"); // makes the settings file, $F
+        QTest::addColumn<QString>("why");
         QTest::addColumn<bool>("asideTaken");
-        QTest::newRow("kept aside") << false;
+        QTest::newRow("kept aside") << u"printf '{ not json' > $F"_s << "could not be read (" << false;
         // A folder of someone else's holds the name the file would be kept under.
-        QTest::newRow("the name is taken") << true;
+        QTest::newRow("the name is taken") << u"printf '{ not json' > $F"_s << "could not be read (" << true;
+        QTest::newRow("a FIFO") << u"mkfifo $F"_s << "could not be read (it is a FIFO)" << false;
+        QTest::newRow("100 MB") << u"truncate -s 100M $F"_s << "could not be read (it is larger than 8 MB)" << false;
     }
     void aDamagedFileIsKeptAsideWhereItCanBe()
     {
+        QFETCH(QString, script);
+        QFETCH(QString, why);
         QFETCH(bool, asideTaken);
         const QString aside = path() + u".damaged"_s;
         if (asideTaken)
             QVERIFY(QDir().mkpath(aside + u"/theirs"_s));
-        handWrite("{ not json");
+        QVERIFY(Program::sh(script, m_dir->path(), {{u"F"_s, path()}}));
         const QString message = stderrOf([&] { QVERIFY(!store().contains(SettingKey::outputPath)); });
-        QVERIFY2(message.contains(asideTaken ? u"nor kept aside"_s : "it was kept as " + aside), qPrintable(message));
-        QCOMPARE(QFileInfo(aside).isFile(), !asideTaken);
+        QVERIFY2(message.contains(why)
+                     && message.contains(asideTaken ? u"nor kept aside"_s : "it was kept as " + aside),
+                 qPrintable(message));
+        QVERIFY(QFileInfo::exists(aside));
         QCOMPARE(QFileInfo::exists(aside + u"/theirs"_s), asideTaken);
 
         store().setObject(SettingKey::outputPath, u"file:///tmp/"_s);

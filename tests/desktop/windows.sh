@@ -25,12 +25,12 @@ title() { xprop -id "$1" -notype _NET_WM_NAME 2>/dev/null | sed -n 's/^_NET_WM_N
 
 # Waits until the command succeeds; two minutes at most, which only a hang
 # reaches on a loaded machine.
-until_() { for _ in $(seq 1200); do "$@" && return 0; sleep 0.1; done; return 1; }
+until_() { for _ in $(seq "${tries:-1200}"); do "$@" && return 0; sleep 0.1; done; return 1; }
 
 # Waits for a visible window whose whole title is $1; prints its id.
 window() {
     local id
-    for _ in $(seq 1200); do
+    for _ in $(seq "${tries:-1200}"); do
         for id in $(xdotool search --onlyvisible --name . 2>/dev/null); do
             [[ "$(title "$id")" == "$1" ]] && { echo "$id"; return 0; }
         done
@@ -39,6 +39,14 @@ window() {
     return 1
 }
 press() { xdotool windowfocus --sync "$1" 2>/dev/null || true; xdotool key "$2"; }
+# Presses a key in window $1 until what it should bring about ($3...) is seen.
+# A key sent while the window manager still moves the focus is lost, so it is
+# sent again after ten seconds without an effect.
+press_until() {
+    local id="$1" key="$2"; shift 2
+    for _ in $(seq 12); do press "$id" "$key"; tries=100 "$@" && return 0; done
+    return 1
+}
 
 exec 3>"$work/display"
 Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp >/dev/null 2>&1 &
@@ -64,12 +72,10 @@ chooser="$(window "Choose Folder To Save To")" || fail "no window titled exactly
 press "$chooser" Escape
 
 main="$(window Deckwright)" || fail "no main window titled \"Deckwright\""
-press "$main" ctrl+o
-open="$(window "Choose File To Convert")" || fail "no open dialog titled exactly \"Choose File To Convert\""
+open="$(press_until "$main" ctrl+o window "Choose File To Convert")" || fail "no open dialog titled exactly \"Choose File To Convert\""
 press "$open" Escape
 
-press "$main" ctrl+comma
-prefs="$(window General)" || fail "no preferences window titled exactly \"General\""
+prefs="$(press_until "$main" ctrl+comma window General)" || fail "no preferences window titled exactly \"General\""
 
 for id in "$main" "$prefs"; do
     name="$(title "$id")"
@@ -81,7 +87,10 @@ for id in "$main" "$prefs"; do
 done
 
 # Quit from the preferences window, not the main window.
-press "$prefs" ctrl+q
 gone() { ! kill -0 "$app_pid" 2>/dev/null; }
-until_ gone || fail "Ctrl+Q in the preferences window did not quit"
+press_until "$prefs" ctrl+q until_ gone || fail "Ctrl+Q in the preferences window did not quit"
+# Ended, and how: a crash or a sanitizer's report at exit is no quit.
+status=0
+wait "$app_pid" || status=$?
+((status == 0)) || { cat "$work/app.log"; fail "Deckwright ended with status $status after Ctrl+Q"; }
 echo "PASS"

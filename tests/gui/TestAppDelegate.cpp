@@ -8,6 +8,7 @@
 #include "gui/TrayIcon.h"
 #include "support/PackageFactory.h"
 #include "support/Program.h"
+#include "support/Tree.h"
 #include "support/gui/BatchFixture.h"
 #include "widgets/PanelButton.h"
 #include "widgets/PreferencesWindow.h"
@@ -82,6 +83,7 @@ private Q_SLOTS:
         QTest::newRow("empty store") << QVariantMap() << 86400.0 << true;
         QTest::newRow("checks off") << QVariantMap{{Key::checkUpdates, "false"}} << 86400.0 << false;
         QTest::newRow("capital TRUE") << QVariantMap{{Key::checkUpdates, "TRUE"}} << 86400.0 << false;
+        QTest::newRow("a number") << QVariantMap{{Key::checkUpdates, qint64(1)}} << 86400.0 << false;
         QTest::newRow("a week") << QVariantMap{{Key::updateInterval, qint64(604800)}, {Key::checkUpdates, "true"}}
                                 << 604800.0 << true;
     }
@@ -182,30 +184,48 @@ private Q_SLOTS:
         QTRY_VERIFY(preferences->isVisible());
     }
 
+    void aSecondStartHandsItsPackagesToTheFirst_data()
+    {
+        QTest::addColumn<QString>("planted"); // at the socket's name, $N, before either start
+        QTest::newRow("nothing there") << QString();
+        // Not ours: left alone, another name serves.
+        QTest::newRow("a folder") << u"mkdir -p \"$N/inner\""_s;
+        QTest::newRow("another user's file") << u"printf theirs > \"$N\"; [ $(id -u) != 0 ] || chown nobody \"$N\""_s;
+        // Neither start can listen: the second one says why and ends.
+        QTest::newRow("no folder for it") << u"cd ..; rmdir \"$OLDPWD\""_s;
+    }
+
     void aSecondStartHandsItsPackagesToTheFirst()
     {
+        QFETCH(QString, planted);
         AppDelegate &delegate = launch();
-        const QString name = f.work(u"instance.sock"_s);
+        const QString folder = f.work(QString::fromUtf8(QTest::currentDataTag())), name = folder + u"/instance.sock"_s;
+        QVERIFY(QDir().mkpath(folder) && Program::sh(planted, folder, {{u"N"_s, name}}));
+        const Tree theirs = Tree::of(name, Tree::WithTimes);
+        const bool listens = !planted.contains(u"rmdir"_s);
         SingleInstance first(name);
-        QVERIFY(!first.forwardToRunningInstance({}) && first.isListening());
+        QVERIFY(!first.forwardToRunningInstance({}) && first.isListening() == listens);
         QObject::connect(&first, &SingleInstance::activated, &delegate, [&delegate](const QStringList &paths) {
             delegate.applicationShouldHandleReopen(delegate.window()->isVisible());
             delegate.openPackages(paths);
         });
         // One path relative to the second start's folder, one absolute, and a folder to search.
-        const QString folder = f.work(u"Handed Over"_s);
-        PackageFactory(folder + u"/Inner"_s).make(u"Found.key"_s);
+        const QString handed = f.work(u"Handed Over"_s);
+        PackageFactory(handed + u"/Inner"_s).make(u"Found.key"_s);
         Program second(f.work(u"second"_s));
         second.env.insert(u"DECKWRIGHT_INSTANCE_NAME"_s, name);
         second.env.insert(u"QT_QPA_PLATFORM"_s, u"offscreen"_s);
         second.workingFolder = f.in({});
-        const auto process = second.start(Program::deckwright({u"My Talk.key"_s, f.in(u"Plain.key"_s), folder}));
+        const auto process = second.start(Program::deckwright({u"My Talk.key"_s, f.in(u"Plain.key"_s), handed}));
         // The first one answers only while its event loop turns.
         QTRY_VERIFY_WITH_TIMEOUT(process->state() == QProcess::NotRunning, BatchFixture::patience);
-        QCOMPARE(process->exitCode(), 0);
-        QTRY_COMPARE_WITH_TIMEOUT(f.outputs(), QStringList({"Found.key", "My Talk.key", "Plain.key"}),
+        QCOMPARE(process->exitCode(), listens ? 0 : 1);
+        QVERIFY(listens || process->readAllStandardError().startsWith("deckwright: there may be another Deckwright"));
+        QTRY_COMPARE_WITH_TIMEOUT(f.outputs(),
+                                  listens ? QStringList({"Found.key", "My Talk.key", "Plain.key"}) : QStringList(),
                                   BatchFixture::patience);
-        QVERIFY(delegate.window()->isVisible() && f.alerts.isEmpty());
+        QVERIFY(delegate.window()->isVisible() == listens && f.alerts.isEmpty());
+        QVERIFY(planted.isEmpty() || Tree::of(name, Tree::WithTimes) == theirs);
     }
 
     // A drop converts what its folders hold, in order. A folder without

@@ -371,6 +371,7 @@ private Q_SLOTS:
         const QString sound = "playSound(\"Glass\")", action = Key::completedAction, quiet = "false";
         row("nothing stored", {}, {sound});
         row("quiet unless exactly true", {{Key::playSound, "True"}}, {});
+        row("quiet for a number", {{Key::playSound, qint64(1)}}, {});
         row("unknown action", {{action, "Print It"}, {Key::playSound, quiet}}, {});
         row("show", {{action, "Show in Finder"}}, {sound, u"revealFile(\"OUT/My Talk.key\", \"ROOT/My Talk.key\")"_s});
         row("open", {{action, "Open in Keynote"}, {Key::playSound, quiet}},

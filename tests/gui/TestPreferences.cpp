@@ -61,6 +61,9 @@ private Q_SLOTS:
                            {"stopForErrors", "false"},
                            {"updateInterval", qint64(604800)}}
             << "Open in Keynote, sound off, updates off, stop off, Week (disabled), Not Set, Deckwright layout";
+        QTest::newRow("numbers are off")
+            << QVariantMap{{"playSound", qint64(1)}, {"checkUpdates", qint64(1)}, {"stopForErrors", qint64(0)}}
+            << "Do Nothing, sound off, updates off, stop off, Day (disabled), Not Set, Deckwright layout";
         QTest::newRow("four weeks, as written for Year")
             << QVariantMap{{"updateInterval", qint64(2419200)}}
             << "Do Nothing, sound on, updates on, stop on, Month, Not Set, Deckwright layout";

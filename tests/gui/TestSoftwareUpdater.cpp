@@ -124,6 +124,23 @@ private Q_SLOTS:
                                     ? QStringList{u"openUrl(\"https://example.invalid/deckwright/1.10.0/\")"_s}
                                     : QStringList());
     }
+
+    // An absurd interval or last check: neither a check now nor a timer that
+    // fires at once for ever, but the next check within ten years.
+    void anAbsurdScheduleWaitsAnIntervalAtMost()
+    {
+        const qint64 now = QDateTime::currentSecsSinceEpoch(), largest = std::numeric_limits<qint64>::max();
+        for (const auto &[last, interval] :
+             {std::pair{now - 10, 1e16}, {now - 10, qQNaN()}, {largest - 10, 3600.0}, {largest, 1e300}}) {
+            SettingsStore::standard().setInteger(SoftwareUpdater::lastCheckTimeKey, last);
+            SoftwareUpdater updater;
+            updater.setUpdateCheckInterval(interval);
+            updater.setAutomaticallyChecksForUpdates(true);
+            updater.start();
+            QVERIFY(!updater.isChecking() && updater.nextCheckTime() > now
+                    && updater.nextCheckTime() - now <= 10 * 366 * 86400LL);
+        }
+    }
 };
 
 QTEST_MAIN(TestSoftwareUpdater)

@@ -445,6 +445,17 @@ private Q_SLOTS:
         row("too large to count", u"m in 16m"_s, 16,
             u"failed: %1: there is not enough free space to convert it: it needs about 8.0 EB*"_s,
             u"truncate -s 4E Data/huge"_s);
+        // Never where another user may rename the run folder, as nobody tries here, and plant a link in its place.
+        const QString open
+            = u"failed: %1: there is not enough free space in the scratch folder to convert it (it "
+              u"needs about 64.1 MB, and there are 1.0 MB free), and the output folder cannot serve "
+              u"instead: other users may rename what is in "_s;
+        row("output folder open to all", u"m runtime 1m; chmod 777 out; attack"_s, 64, open + u"%2"_s);
+        row("output folder open to a group", u"m runtime 1m; chgrp nogroup out; chmod 775 out; attack"_s, 64,
+            open + u"%2"_s);
+        row("a folder above open to all", u"m runtime 1m; chmod 777 ."_s, 64, open + u"*"_s);
+        row("output folder open to all, sticky", u"m runtime 1m; chmod 1777 out; attack"_s, 64,
+            u"converted: %1 -> %2/Talk.key"_s);
     }
 
     void placesLargePackagesWhereThereIsRoom()
@@ -455,7 +466,14 @@ private Q_SLOTS:
         QFETCH(QString, script);
         const Site s = site();
         const auto unmount = qScopeGuard([&] { s.unmount(); });
-        if (!Program::sh(u"m() { mount -t tmpfs -o size=$2,mode=0700 tmpfs $1; }; "_s + mounts, s.dir))
+        if (mounts.contains(u"attack"_s) && !Program::canRunAsNobody())
+            QSKIP(Program::whyNotAsNobody());
+        if (!Program::sh(u"m() { mount -t tmpfs -o size=$2,mode=0700 tmpfs $1; }; attack() { chmod o+x .. .; setpriv "
+                         u"--reuid=nobody --regid=nogroup --clear-groups sh -c 'for i in $(seq 20000); do for d in "
+                         u"out/.deckwright-run-*; do [ -d $d ] && mv $d out/moved && ln -s \"$V\" $d && exit; "
+                         u"done; done' & }; "_s
+                             + mounts,
+                         s.dir, {{u"V"_s, m_victim}}))
             QSKIP("a small tmpfs cannot be mounted here");
         const QString package = PackageFactory(s.in).makeLarge(u"Talk.key"_s, mediaKiB * 1024, 7);
         QVERIFY(
@@ -489,6 +507,89 @@ private Q_SLOTS:
         convert(s, packages, lines, Program::Nobody,
                 QStringList{u"prlimit"_s, limit, u"--"_s}
                     + Program::deckwright(QStringList{u"convert"_s, u"--jobs"_s, u"50"_s, u"-o"_s, s.out} + packages));
+    }
+
+    void aSwappedOutputFolderRedirectsNothing_data()
+    {
+        QTest::addColumn<QString>("jobs");
+        QTest::newRow("in the command") << u"1"_s;
+        QTest::newRow("in workers") << u"2"_s;
+    }
+
+    // Once zip runs, the output folder is moved away and a link to someone
+    // else's folder takes its name: the files still go where it was opened.
+    void aSwappedOutputFolderRedirectsNothing()
+    {
+        QFETCH(QString, jobs);
+        const Site s = site();
+        const QStringList packages{PackageFactory(s.in).makeLarge(u"A.key"_s, 16 << 20, 1),
+                                   PackageFactory(s.in).makeLarge(u"B.key"_s, 16 << 20, 2)};
+        const auto process
+            = s.start(Program::deckwright(QStringList{u"convert"_s, u"-j"_s, jobs, u"-o"_s, s.out} + packages));
+        QVERIFY(Program::waitUntil(*process, [&] {
+            const auto running = Program::mentioning(QFile::encodeName(s.scratch()));
+            return std::any_of(running.begin(), running.end(), [](auto &p) { return p.program == u"zip"_s; });
+        }));
+        QVERIFY(QFile::rename(s.out, s.out + u".old"_s) && QFile::link(m_victim, s.out));
+        QCOMPARE(Program::finish(*process).lines(),
+                 QStringList({u"converted: %1 -> %2/A.key"_s.arg(packages[0], s.out),
+                              u"converted: %1 -> %2/B.key"_s.arg(packages[1], s.out)}));
+        QCOMPARE(QDir(s.out + u".old"_s).entryList(QDir::Files), QStringList({u"A.key"_s, u"B.key"_s}));
+        QVERIFY(outside() == m_outside);
+    }
+
+    void refusesAnOutputFolderInsideThePackage_data()
+    {
+        QTest::addColumn<QString>("output"); // from the case's folder
+        QTest::addColumn<QString>("script"); // run there first
+        QTest::newRow("the package") << u"in/Talk.key"_s << QString();
+        QTest::newRow("a folder in it") << u"in/Talk.key/Data"_s << QString();
+        QTest::newRow("through a link") << u"alias/Data"_s << u"ln -s in/Talk.key alias"_s;
+        QTest::newRow("a bind mount of it") << u"mnt/Data"_s << u"mkdir mnt; mount --bind in/Talk.key mnt"_s;
+    }
+
+    void refusesAnOutputFolderInsideThePackage()
+    {
+        QFETCH(QString, output);
+        QFETCH(QString, script);
+        const Site s = site();
+        const QString package = PackageFactory(s.in).make(u"Talk.key"_s);
+        const auto unmount = qScopeGuard([&] { s.run({u"umount"_s, u"-l"_s, s.dir + u"/mnt"_s}); });
+        if (!Program::sh(script, s.dir))
+            QSKIP("a bind mount needs root");
+        convert(s, {package}, {u"failed: %1: the output folder is inside the package, which is never changed"_s},
+                Program::Me, Program::deckwright({u"convert"_s, u"--output"_s, s.dir + u'/' + output, package}));
+    }
+
+    // File systems without unnamed files (FUSE) get the file under a hidden
+    // name while it is written: one a kill leaves is the next run's to remove.
+    void aKilledWriteLeavesAHiddenFileTheNextRunRemoves()
+    {
+        const Site s = site();
+        const auto unmount = qScopeGuard([&] { s.run({u"umount"_s, u"-l"_s, s.out}); });
+        if (!Program::sh(u"mkdir real; bindfs real out"_s, s.dir))
+            QSKIP("bindfs cannot mount a FUSE file system here");
+        // Not ours to remove: another user's, a link, another name, one a live process holds.
+        QVERIFY(
+            Program::sh(u"printf x > .dw-Other1; chown nobody .dw-Other1; ln -s \"$V\" .dw-Link01; "
+                        u"printf x > .dw-short; printf x > .dw-Held01"_s,
+                        s.out, {{u"V"_s, m_victim}}));
+        const int held = ::open(qPrintable(s.out + u"/.dw-Held01"_s), O_RDONLY | O_CLOEXEC);
+        QVERIFY(::flock(held, LOCK_EX) == 0);
+        const Tree planted = Tree::of(s.out);
+        const auto count = [&] { return QDir(s.out).entryList(QDir::AllEntries | QDir::Hidden | QDir::System).size(); };
+        const qsizetype before = count();
+        const auto process = s.start(s.convert({PackageFactory(s.in).makeLarge(u"Big.key"_s, 64 << 20, 3)}));
+        QVERIFY(Program::waitUntil(*process, [&] { return count() > before; }));
+        ::kill(-pid_t(process->processId()), SIGKILL);
+        Program::finish(*process);
+        QCOMPARE(count(), before + 1);
+        QCOMPARE(s.run(s.convert({PackageFactory(s.in).make(u"Small.key"_s)})).lines(),
+                 QStringList(u"converted: %1/Small.key -> %2/Small.key"_s.arg(s.in, s.out)));
+        Tree left = Tree::of(s.out);
+        ::close(held);
+        QVERIFY(left.remove("Small.key"));
+        QCOMPARE(left, planted);
     }
 
     void refusesAPackagePathThatIsNotUtf8_data()
