@@ -48,11 +48,10 @@ struct Descriptor
     int release() { return std::exchange(fd, -1); }
 };
 
-// A folder on the way down: its name, the folders in it still to visit
-// (taken from the back), and who it is, to know it again on the way up.
+// A folder on the way down: the folders in it still to visit (taken from
+// the back), and who it is, to know it again on the way up.
 struct Frame
 {
-    std::string name;
     std::vector<std::string> pending;
     dev_t device = 0;
     ino_t inode = 0;
@@ -148,11 +147,13 @@ private:
     }
 
     // The walk keeps to the package's own mount: another disk, or a folder
-    // mounted over one of the package's, is no part of it.
+    // mounted over one of the package's, is no part of it. The mount tells
+    // where the kernel can: an overlay gives its files the device number of
+    // the layer below, while its folders have its own.
     bool onOwnMount(int fd, const struct stat &st) const
     {
         unsigned long long mount = 0;
-        return st.st_dev == m_device && (!m_knowsMount || (SystemCalls::mountId(fd, &mount) && mount == m_mount));
+        return m_knowsMount ? SystemCalls::mountId(fd, &mount) && mount == m_mount : st.st_dev == m_device;
     }
 
     bool makeFolder(int into, const char *name, mode_t mode, Descriptor *made)
@@ -259,21 +260,21 @@ private:
     {
         std::vector<Frame> frames;
         QByteArray path;
-        const auto enter = [&](const std::string &name) {
+        const auto enter = [&] {
             struct stat self = {};
             ::fstat(source.fd, &self);
-            frames.push_back({name, {}, self.st_dev, self.st_ino});
+            frames.push_back({{}, self.st_dev, self.st_ino});
             std::vector<std::string> names, folders;
             int error = 0;
             if (!FileTree::readNames(source.fd, &names, &error))
                 return refuse(unreadable("folder", path));
-            for (const std::string &name : names)
-                if (!entry(source.fd, copy.fd, name, joined(path, name), &folders))
+            for (const std::string &entryName : names)
+                if (!entry(source.fd, copy.fd, entryName, joined(path, entryName), &folders))
                     return false;
             frames.back().pending.assign(folders.rbegin(), folders.rend());
             return true;
         };
-        if (!enter(std::string()))
+        if (!enter())
             return;
         while (!frames.empty()) {
             if (!frames.back().pending.empty()) {
@@ -298,7 +299,7 @@ private:
                 source.reset(next.release());
                 copy.reset(made.release());
                 path = relative;
-                if (!enter(child))
+                if (!enter())
                     return;
                 continue;
             }

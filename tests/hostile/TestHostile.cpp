@@ -168,6 +168,11 @@ private Q_SLOTS:
             "cd ..; rm -r Talk.key; cp \"$V/doc.apxl.gz\" Talk.key");
         row("package a FIFO", skip("*"), "cd ..; rm -r Talk.key; mkfifo Talk.key");
         row("mounted inside itself", holds("a mount point: loop"), "mkdir loop; mount --bind . loop");
+        // Files of an overlay carry the device number of the disk below; the package is still one mount.
+        row("on an overlay of two disks", talk,
+            "cd ..; mkdir low up on; mv Talk.key low; mount -t tmpfs tmpfs up; mkdir up/u up/w; "
+            "mount -t overlay -o lowerdir=low,upperdir=up/u,workdir=up/w overlay on",
+            "on/Talk.key");
         row("index.apxl a folder", skip("index.apxl is a folder"), "mkdir -p index.apxl/Sub");
         row("document a sparse 8 GB file", skip("the document is larger than 256 MB"), "truncate -s 8G index.apxl.gz");
         // Names said as what they are; a long one shortened between two characters, never inside one.
