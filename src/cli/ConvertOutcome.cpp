@@ -5,8 +5,12 @@
 #include "core/NotificationCenter.h"
 #include "core/PackageSearch.h"
 
-#include <QFileInfo>
+#include <QFile>
 #include <QUrl>
+
+#include <cerrno>
+
+#include <sys/stat.h>
 
 ConvertOutcome::ConvertOutcome(Kind kind, const QString &detail)
     : m_kind(kind)
@@ -37,8 +41,11 @@ QString ConvertOutcome::line(const QString &item, const QString &outputFolder) c
 ConvertOutcome ConvertOutcome::convert(Converter &converter, const QString &outputFolder)
 {
     const QString path = converter.prezOrigPath();
-    // A name that is not UTF-8 names nothing on disk either; the converter says which it is.
-    if (!QFileInfo::exists(path) && !Converter::cannotRepresent(path))
+    // A name that is not UTF-8 names nothing on disk either, and a path too
+    // long to open may name a package: the converter says which it is.
+    struct stat st = {};
+    if (::stat(QFile::encodeName(path).constData(), &st) != 0 && (errno == ENOENT || errno == ENOTDIR)
+        && !Converter::cannotRepresent(path))
         return ConvertOutcome(NotFound);
 
     ConvertOutcome outcome(Failed, QStringLiteral("the conversion told no outcome"));

@@ -10,7 +10,7 @@
 #include "core/NotificationCenter.h"
 #include "core/OutputFile.h"
 #include "core/OutputFolder.h"
-#include "core/PackageScan.h"
+#include "core/PackageCopy.h"
 #include "core/ScratchDir.h"
 #include "core/ScratchRun.h"
 #include "core/SettingsStore.h"
@@ -147,7 +147,7 @@ QString Converter::resolvedPackagePath(const QString &path)
     return target.isEmpty() ? path : target;
 }
 
-QString Converter::nameProblem(const QString &path, Outcome *outcome)
+QString Converter::nameProblem(const QString &path, Outcome *outcome, const QString &givenPath)
 {
     // A name that cannot be represented is refused as it is, never copied under a mangled one.
     if (cannotRepresent(path)) {
@@ -164,6 +164,11 @@ QString Converter::nameProblem(const QString &path, Outcome *outcome)
     if (!url.isValid() || extension != QLatin1String("key")) {
         if (outcome)
             *outcome = NotKeynote;
+        // Say what it is: a link named as a package, a name that is all extension.
+        if (!givenPath.isEmpty() && givenPath != path)
+            return QStringLiteral("it links to %1, whose name does not end in .key").arg(path);
+        if (path.section(QLatin1Char('/'), -1, -1, QString::SectionSkipEmpty) == QLatin1String(".key"))
+            return QStringLiteral("its name is only the extension .key");
         return QStringLiteral("its name does not end in .key");
     }
     return QString();
@@ -189,7 +194,7 @@ struct Converter::Job
     std::shared_ptr<const OutputFolder> output; // none when no folder was chosen
     std::optional<QUrl> outUrl;                 // the bookmarked folder
     FileTree::Kind copyKind = FileTree::Kind::Other;
-    ChildProcess::Result copy;
+    PackageCopy::Result copy;
     ChildProcess::Result gunzip;
     std::unique_ptr<StepProgress> stages; // only while a window follows the stages
 
@@ -203,14 +208,16 @@ void Converter::watchStage(Job &job, const std::function<double(const QByteArray
         job.fileUtils->setCommandWatcher(nullptr);
         return;
     }
-    job.fileUtils->setCommandWatcher([this, share](const QByteArray &output) {
-        const double now = share(output);
-        // The bar only goes forward, and only when there is something new to show.
-        if (now > m_stageShare + 0.001) {
-            m_stageShare = now;
-            post(ConversionEvents::stageProgress);
-        }
-    });
+    job.fileUtils->setCommandWatcher([this, share](const QByteArray &output) { advanceStage(share(output)); });
+}
+
+void Converter::advanceStage(double share)
+{
+    // The bar only goes forward, and only when there is something new to show.
+    if (share > m_stageShare + 0.001) {
+        m_stageShare = share;
+        post(ConversionEvents::stageProgress);
+    }
 }
 
 void Converter::doConvert(const QString &outputPath)
@@ -219,11 +226,14 @@ void Converter::doConvert(const QString &outputPath)
 
     setErrorOccurred(NoError);
     setErrorReason(QString());
-    setPrezOrigPath(resolvedPackagePath(prezOrigPath()));
+    const QString given = prezOrigPath();
+    setPrezOrigPath(resolvedPackagePath(given));
     Job job;
     job.fileUtils = createFileUtils(prezOrigPath());
 
-    if (!checkPackageName())
+    if (!checkPackageName(given))
+        return;
+    if (!checkDocumentSize(job))
         return;
     if (!openOutputFolder(job))
         return;
@@ -252,10 +262,10 @@ void Converter::doConvert(const QString &outputPath)
     post(ConversionEvents::finished);
 }
 
-bool Converter::checkPackageName()
+bool Converter::checkPackageName(const QString &givenPath)
 {
     Outcome outcome = NoError;
-    const QString problem = nameProblem(prezOrigPath(), &outcome);
+    const QString problem = nameProblem(prezOrigPath(), &outcome, givenPath);
     if (problem.isEmpty())
         return true;
     DW_LOG(QLatin1String("not a keynote file...!"));
@@ -263,6 +273,15 @@ bool Converter::checkPackageName()
     setErrorReason(problem);
     post(outcome == NotKeynote ? ConversionEvents::finishedWithErrorNotKeynote
                                : ConversionEvents::finishedWithErrorNotKeynoteFour);
+    return false;
+}
+
+bool Converter::checkDocumentSize(Job &job)
+{
+    const QString reason = KeynoteDocument::compressedSizeProblem(prezOrigPath());
+    if (reason.isEmpty())
+        return true;
+    rejectPackage(job, QStringLiteral("error : index.apxl.gz is too large"), reason);
     return false;
 }
 
@@ -318,7 +337,7 @@ bool Converter::placeScratch(Job &job)
         ScratchRun::sweepStaleInOutputFolder(job.output->descriptor());
 
     const qint64 bytes = FileTree::bytesOfFiles(prezOrigPath());
-    const qint64 needed = 2 * bytes + bytes / 10 + spareScratchBytes;
+    const qint64 needed = DiskSpace::sum(DiskSpace::sum(bytes, bytes), DiskSpace::sum(bytes / 10, spareScratchBytes));
     const qint64 scratchFree = DiskSpace::available(ScratchDir::path());
     if (scratchFree < 0 || scratchFree >= needed)
         return true;
@@ -357,10 +376,12 @@ bool Converter::copyToScratch(Job &job)
 
     if (NotificationCenter::defaultCenter().observerCount(ConversionEvents::stageProgress) > 0)
         job.stages = std::make_unique<StepProgress>(prezOrigPath());
-    watchStage(job, [&](const QByteArray &) { return job.stages->copyShare(job.copyPath); });
-    job.fileUtils->runCommand(QStringLiteral("/bin/cp"), {QStringLiteral("-r"), prezOrigPath(), job.tmpDir});
-    watchStage(job, nullptr);
-    job.copy = job.fileUtils->lastCommand();
+    // By descriptor, never by name: nothing swapped in meanwhile can send it elsewhere.
+    m_stageShare = 0.0;
+    job.copy = PackageCopy::copy(prezOrigPath(), job.tmpDir, job.prezName, [&](qint64 bytes) {
+        if (job.stages)
+            advanceStage(job.stages->copyShare(bytes));
+    });
     DW_LOG(QLatin1String("prezName ") + job.prezName);
     post(ConversionEvents::progress);
     DW_LOG(QLatin1String("posted notif"));
@@ -369,35 +390,12 @@ bool Converter::copyToScratch(Job &job)
 
 bool Converter::checkCopy(Job &job)
 {
-    // The copy must be whole and hold only folders and regular files.
-    if (!QFileInfo::exists(prezOrigPath())) {
-        rejectPackage(job, QStringLiteral("error : could not find index.apxl.gz to unzip"),
-                      QStringLiteral("it was not found"));
+    // The copy is whole and holds only folders and regular files, or the walk said why not.
+    if (!job.copy.problem.isEmpty()) {
+        rejectPackage(job, QStringLiteral("error : the copy is not whole"), job.copy.problem);
         return false;
     }
-    if (!job.copy.succeeded()) {
-        QString reason = PackageScan::whyNotCopied(prezOrigPath(), job.copyPath);
-        if (reason.isEmpty()) {
-            const QString complaint = lastComplaint(job.copy.standardError);
-            reason = complaint.isEmpty()
-                         ? QStringLiteral("it could not be copied to the scratch folder")
-                         : QStringLiteral("it could not be copied to the scratch folder (%1)").arg(complaint);
-        }
-        rejectPackage(job, QStringLiteral("error : the copy is not whole"), reason);
-        return false;
-    }
-    FileTree::kindAt(job.copyPath, &job.copyKind);
-    if (job.copyKind == FileTree::Kind::Folder) {
-        const PackageScan::Result scan = PackageScan::scanCopy(job.copyPath);
-        if (!scan.problem.isEmpty()) {
-            rejectPackage(job, QStringLiteral("error : the package holds more than folders and files"), scan.problem);
-            return false;
-        }
-    } else if (job.copyKind != FileTree::Kind::File) {
-        rejectPackage(job, QStringLiteral("error : the package is a special file"),
-                      QStringLiteral("it is %1").arg(FileTree::kindName(job.copyKind)));
-        return false;
-    }
+    job.copyKind = job.copy.kind;
     return true;
 }
 
@@ -458,8 +456,11 @@ bool Converter::writeDocumentBack(Job &job, QString &document)
     const bool rewritten = FileTree::rewriteFile(job.indexPath(), document.toUtf8(), &writeError);
     document = QString();
     if (!rewritten) {
-        failWith(job, OutputNotWritten,
-                 QStringLiteral("could not write the document in the scratch folder (%1)").arg(errnoText(writeError)));
+        failWith(
+            job, OutputNotWritten,
+            DiskSpace::isFull(writeError)
+                ? DiskSpace::fullReason()
+                : QStringLiteral("could not write the document in the scratch folder (%1)").arg(errnoText(writeError)));
         return false;
     }
     return true;
@@ -500,8 +501,10 @@ bool Converter::packArchive(Job &job)
         return false;
     if (!zip.succeeded()) {
         const QString complaint = lastComplaint(zip.standardError);
+        // zip tells of a full disk on its standard output.
         const QString reason
-            = complaint.isEmpty()
+            = DiskSpace::saysFull(zip.standardOutput + zip.standardError) ? DiskSpace::fullReason()
+              : complaint.isEmpty()
                   ? QStringLiteral("could not make the archive (zip ended with status %1)").arg(zip.exitCode)
                   : QStringLiteral("could not make the archive (%1)").arg(complaint);
         failWith(job, OutputNotWritten, reason);
@@ -588,8 +591,11 @@ void Converter::clearScratch(Job &job)
 
 void Converter::failWith(Job &job, qint64 code, const QString &reason)
 {
-    setErrorOccurred(code);
-    setErrorReason(reason);
+    // A disk that filled up is no fault of the package. It is the scratch
+    // folder's, or the output folder's when the run was placed there.
+    const bool full = reason == DiskSpace::fullReason();
+    setErrorOccurred(full ? OutputNotWritten : code);
+    setErrorReason(full ? DiskSpace::fullReason(!job.tmpDir.startsWith(ScratchDir::path())) : reason);
     clearScratch(job);
     post(ConversionEvents::finishedWithErrorNotKeynoteFour);
 }

@@ -75,7 +75,8 @@ public:
     static bool cannotRepresent(const QString &path);
     // Why the converter refuses a package by its name alone, with the outcome
     // it ends in (NotKeynote or NotKeynoteFour); empty when the name is taken.
-    static QString nameProblem(const QString &path, Outcome *outcome = nullptr);
+    // givenPath: the path as given, when path is what a link there named.
+    static QString nameProblem(const QString &path, Outcome *outcome = nullptr, const QString &givenPath = QString());
     // The package a path names: a link in its last place is followed once,
     // here, so that the package is read as itself and never through a link.
     static QString resolvedPackagePath(const QString &path);
@@ -109,13 +110,17 @@ private:
     void post(const QString &eventName);
     // Lets an observer of stageProgress follow the next command of the stage.
     void watchStage(Job &job, const std::function<double(const QByteArray &)> &share);
+    // Tells an observer of stageProgress that the stage is this far.
+    void advanceStage(double share);
     QString numberedName(qint64 n) const;
 
     // The stages of doConvert, in order. Each posts its own progress events;
     // one that returns false has ended the conversion and told its outcome.
 
     // Refuses a name that is not valid UTF-8 or does not end in .key.
-    bool checkPackageName();
+    bool checkPackageName(const QString &givenPath);
+    // Refuses a compressed document too large to be real before anything is copied or placed.
+    bool checkDocumentSize(Job &job);
     // Opens the output folder, unless one was given; refuses one that is the
     // package or lies inside it, whose files are never changed.
     bool openOutputFolder(Job &job);
@@ -124,9 +129,9 @@ private:
     // Works in the output folder when the package will not fit on the
     // scratch folder's disk; refuses it when it fits on neither.
     bool placeScratch(Job &job);
-    // Copies the package into the scratch folder.
+    // Copies the package into the scratch folder, refusing what it may not hold as it goes.
     bool copyToScratch(Job &job);
-    // Refuses a copy that is not whole or holds more than folders and files.
+    // Refuses a package whose copy said why it is not whole.
     bool checkCopy(Job &job);
     // Decompresses index.apxl.gz in the copy, within the document size limit.
     bool unpackDocument(Job &job);

@@ -1,5 +1,7 @@
 #include "core/FileTree.h"
 
+#include "core/DiskSpace.h"
+
 #include <QFile>
 #include <QRandomGenerator>
 
@@ -495,11 +497,25 @@ QByteArray FileTree::randomName(const QByteArray &prefix)
 
 qint64 FileTree::bytesOfFiles(const QString &rootPath)
 {
+    Kind kind;
     qint64 bytes = 0;
+    if (kindAt(rootPath, &kind, &bytes) && kind == Kind::File)
+        return bytes;
+    bytes = 0;
     walk(rootPath, [&](const Entry &entry) {
         if (entry.kind == Kind::File)
-            bytes += entry.size;
+            bytes = DiskSpace::sum(bytes, entry.size);
         return true;
     });
     return bytes;
+}
+
+FileTree::Kind FileTree::kindOf(unsigned mode)
+{
+    return ::kindOf(mode_t(mode));
+}
+
+bool FileTree::readNames(int folderDescriptor, std::vector<std::string> *names, int *error)
+{
+    return ::readNames(folderDescriptor, names, error);
 }

@@ -4,6 +4,7 @@
 #include <QString>
 
 #include <functional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -62,13 +63,20 @@ public:
     // replaced by a link or another folder leaves the replacement alone.
     static bool removeFolder(int parentDescriptor, const QByteArray &name, int folderDescriptor, int *error = nullptr);
 
-    // The sizes of the regular files below the folder, added up, links not followed.
+    // The sizes of the regular files below the folder, added up (at most the
+    // largest qint64), links not followed; of a regular file, its size.
     static qint64 bytesOfFiles(const QString &rootPath);
 
-    // What is at the path, without following a link there; nothing there: false.
+    // What is at the path, without following a link there; nothing there: false, errno saying why.
     static bool kindAt(const QString &path, Kind *kind, qint64 *size = nullptr);
 
     static QString kindName(Kind kind); // "a symbolic link", "a FIFO", ...
+    static Kind kindOf(unsigned mode);  // of an lstat's st_mode
+
+    // The names in an open folder but "." and "..", in byte order, so that
+    // every walk meets a tree's entries, and its first fault, in one order.
+    // The folder stays open and is read from its start.
+    static bool readNames(int folderDescriptor, std::vector<std::string> *names, int *error);
 
     // prefix + six random letters and digits, for names we make beside others.
     static QByteArray randomName(const QByteArray &prefix);

@@ -23,7 +23,8 @@ KernelFileCopy::Result fail(int *error, int code)
 }
 } // namespace
 
-KernelFileCopy::Result KernelFileCopy::copyRest(int fromDescriptor, int toDescriptor, int *error)
+KernelFileCopy::Result KernelFileCopy::copyRest(int fromDescriptor, int toDescriptor, int *error,
+                                                const std::function<void(long long)> &copied)
 {
     if (error)
         *error = 0;
@@ -34,6 +35,8 @@ KernelFileCopy::Result KernelFileCopy::copyRest(int fromDescriptor, int toDescri
         const ssize_t n = SystemCalls::copyFileRange(fromDescriptor, toDescriptor, kKernelChunk);
         if (n > 0) {
             copiedAny = true;
+            if (copied)
+                copied(n);
             continue;
         }
         if (n == 0)
@@ -68,5 +71,7 @@ KernelFileCopy::Result KernelFileCopy::copyRest(int fromDescriptor, int toDescri
             }
             done += put;
         }
+        if (copied)
+            copied(got);
     }
 }

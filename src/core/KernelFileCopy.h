@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 // Copies the rest of one open file into another. Inside the kernel where it
 // can (copy_file_range: an archive of hundreds of megabytes never passes
 // through our memory, and shares blocks where the file system allows),
@@ -14,7 +16,9 @@ public:
         Stopped, // a stop was requested
     };
 
-    static Result copyRest(int fromDescriptor, int toDescriptor, int *error = nullptr);
+    // copied, when given, hears of every piece as it lands: its bytes.
+    static Result copyRest(int fromDescriptor, int toDescriptor, int *error = nullptr,
+                           const std::function<void(long long bytes)> &copied = {});
 
     static constexpr long long bufferSize = 128 * 1024;
 };

@@ -1,9 +1,12 @@
 #include "core/KeynoteDocument.h"
 
+#include "core/DiskSpace.h"
 #include "core/Fatal.h"
 #include "core/FileTree.h"
 #include "core/FileUtils.h"
 #include "core/Regex.h"
+#include "core/StopRequest.h"
+#include "core/Waiting.h"
 
 #include <QFile>
 #include <QRegularExpression>
@@ -12,19 +15,76 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <vector>
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <zlib.h>
 
 namespace {
 const QString kKeynoteFourTag = QStringLiteral("key:version=\"72007061400\"");
 const QString kKeynoteFiveTag = QStringLiteral("key:version=\"92008102400\"");
 } // namespace
 
+namespace {
+// How many bytes gzip -d would write for the file at path, counted up to
+// limit + 1 and no further; what zlib cannot read as gzip counts as far as it
+// got, and gunzip then says what it is. In memory, a piece at a time: a few
+// kilobytes of compressed zeros must not fill the scratch disk before their
+// size is known.
+qint64 decompressedSize(const QString &path, qint64 limit)
+{
+    const int fd = ::open(QFile::encodeName(path).constData(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
+    struct stat st = {};
+    if (fd < 0 || ::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        if (fd >= 0)
+            ::close(fd);
+        return 0;
+    }
+    z_stream stream = {};
+    std::vector<unsigned char> in(64 * 1024), out(256 * 1024);
+    qint64 total = 0;
+    bool ended = inflateInit2(&stream, 16 + MAX_WBITS) != Z_OK; // gzip members only
+    while (!ended && total <= limit && !StopRequest::pending()) {
+        if (stream.avail_in == 0) {
+            const ssize_t got = ::read(fd, in.data(), in.size());
+            if (got < 0 && errno == EINTR)
+                continue;
+            if (got <= 0)
+                break;
+            stream.next_in = in.data();
+            stream.avail_in = uInt(got);
+        }
+        stream.next_out = out.data();
+        stream.avail_out = uInt(out.size());
+        const int status = inflate(&stream, Z_NO_FLUSH);
+        total += qint64(out.size() - stream.avail_out);
+        // Members follow one another, as gzip -d reads them.
+        if (status == Z_STREAM_END)
+            ended = inflateReset(&stream) != Z_OK;
+        else if (status != Z_OK && (status != Z_BUF_ERROR || stream.avail_in > 0))
+            ended = true;
+        Waiting::turnEvents();
+    }
+    inflateEnd(&stream);
+    ::close(fd);
+    return total;
+}
+} // namespace
+
 ChildProcess::Result KeynoteDocument::unpack(FileUtils &tools, const QString &gzPath)
 {
-    // One byte over the limit is how an outgrown document shows.
+    const qint64 size = decompressedSize(gzPath, sizeLimit);
+    if (StopRequest::pending())
+        return ChildProcess::Result();
+    if (size > sizeLimit) {
+        ChildProcess::Result outgrown;
+        outgrown.started = outgrown.crashed = true;
+        outgrown.exitCode = SIGXFSZ;
+        return outgrown;
+    }
+    // One byte over the limit is how an outgrown document shows, should the count have missed it.
     tools.setFileSizeLimit(sizeLimit + 1);
     tools.runCommand(QStringLiteral("/usr/bin/gunzip"), {QStringLiteral("-f"), gzPath});
     tools.setFileSizeLimit(0);
@@ -48,7 +108,10 @@ QString KeynoteDocument::read(const ChildProcess::Result &gunzip, const QString 
         = (gunzip.crashed && gunzip.exitCode == SIGXFSZ) || gunzip.standardError.contains("File too large");
     if (outgrew || !FileTree::readFile(indexPath, sizeLimit, &bytes, &readError, &tooLarge)) {
         if (outgrew || tooLarge)
-            return QStringLiteral("the document is larger than %1 MB").arg(sizeLimit / (1024 * 1024));
+            return tooLargeReason();
+        // Whatever it wrote until then, the document did not fit on the disk.
+        if (DiskSpace::saysFull(gunzip.standardError))
+            return DiskSpace::fullReason();
         if (!gunzip.succeeded())
             return damagedReason();
         return QStringLiteral("index.apxl could not be read (%1)")
@@ -146,4 +209,18 @@ QString KeynoteDocument::missingReason()
 QString KeynoteDocument::damagedReason()
 {
     return QStringLiteral("the document is damaged");
+}
+
+QString KeynoteDocument::compressedSizeProblem(const QString &packagePath)
+{
+    FileTree::Kind kind;
+    qint64 bytes = 0;
+    const bool tooLarge = FileTree::kindAt(packagePath + QLatin1String("/index.apxl.gz"), &kind, &bytes)
+                          && kind == FileTree::Kind::File && compressedTooLarge(bytes);
+    return tooLarge ? tooLargeReason() : QString();
+}
+
+QString KeynoteDocument::tooLargeReason()
+{
+    return QStringLiteral("the document is larger than %1 MB").arg(sizeLimit / (1024 * 1024));
 }

@@ -22,7 +22,9 @@ public:
 
     // Decompresses the index.apxl.gz at gzPath into index.apxl beside it
     // (gunzip -f, run through tools); no file gunzip writes may outgrow the
-    // size limit.
+    // size limit. A document that would is found by decompressing it first
+    // in memory, a piece at a time, up to the limit: then gunzip is not run,
+    // and the result reads as that of a gunzip stopped at the size limit.
     static ChildProcess::Result unpack(FileUtils &tools, const QString &gzPath);
     // Whether unpack found no index.apxl.gz to decompress.
     static bool wasMissing(const ChildProcess::Result &gunzip);
@@ -47,6 +49,14 @@ public:
     // Why a .key that is a single file is not converted.
     static QString singleFileProblem(const QString &path);
 
+    // Whether a compressed document of this size is over the limit: gzip
+    // never shrinks a document into more bytes than it had, so one this large
+    // is refused before it is copied or decompressed.
+    static bool compressedTooLarge(qint64 bytes) { return bytes > sizeLimit; }
+    // The same test on the package's index.apxl.gz, never through a link: the reason, or empty.
+    static QString compressedSizeProblem(const QString &packagePath);
+
     static QString missingReason();
     static QString damagedReason();
+    static QString tooLargeReason();
 };

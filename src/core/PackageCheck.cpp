@@ -1,11 +1,12 @@
 #include "core/PackageCheck.h"
 
 #include "core/Converter.h"
+#include "core/DiskSpace.h"
 #include "core/FileTree.h"
 #include "core/FileUtils.h"
 #include "core/KernelFileCopy.h"
 #include "core/KeynoteDocument.h"
-#include "core/PackageScan.h"
+#include "core/PackageCopy.h"
 #include "core/StopRequest.h"
 
 #include <QFile>
@@ -52,10 +53,10 @@ QString copyDocument(const QString &from, const QString &to)
         return errno == ENOENT ? KeynoteDocument::missingReason()
                                : QStringLiteral("index.apxl.gz could not be read (%1)").arg(errnoText(errno));
     struct stat st = {};
-    if (::fstat(in, &st) != 0 || !S_ISREG(st.st_mode)) {
+    if (::fstat(in, &st) != 0 || !S_ISREG(st.st_mode) || KeynoteDocument::compressedTooLarge(st.st_size)) {
         // gunzip passes over a folder of that name and leaves nothing to read.
         ::close(in);
-        return KeynoteDocument::damagedReason();
+        return S_ISREG(st.st_mode) ? KeynoteDocument::tooLargeReason() : KeynoteDocument::damagedReason();
     }
     const int out
         = ::open(QFile::encodeName(to).constData(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600);
@@ -66,6 +67,8 @@ QString copyDocument(const QString &from, const QString &to)
         error = errno;
     if (copied == KernelFileCopy::Stopped)
         return QStringLiteral("stopped");
+    if ((copied != KernelFileCopy::Done || error) && DiskSpace::isFull(error))
+        return DiskSpace::fullReason();
     if (copied != KernelFileCopy::Done || error)
         return QStringLiteral("it could not be copied to the scratch folder (%1)").arg(errnoText(error));
     return QString();
@@ -92,13 +95,17 @@ Verdict checkFolder(const QString &package)
     const std::optional<QString> scratch = tools.getTmpDir();
     if (!scratch)
         return refused(QStringLiteral("there is no private scratch folder to check in (%1)").arg(tools.tmpDirError()));
-    // The converter's copy would be at the same depth in a run of its own.
-    const PackageScan::Result scan = PackageScan::scanInPlace(package, *scratch + tools.getPrezName());
+    // The converter's own tests, in its order: the document's size, then its
+    // copy's walk, for a copy at the same depth in a run of its own.
+    QString reason = KeynoteDocument::compressedSizeProblem(package);
+    if (!reason.isEmpty())
+        return refused(reason);
+    const PackageCopy::Result scan = PackageCopy::scan(package, *scratch + tools.getPrezName());
     if (!scan.problem.isEmpty())
         return refused(scan.problem);
 
     const QString gzPath = *scratch + QLatin1String("index.apxl.gz");
-    QString reason = copyDocument(package + QLatin1String("/index.apxl.gz"), gzPath);
+    reason = copyDocument(package + QLatin1String("/index.apxl.gz"), gzPath);
     if (!reason.isEmpty())
         return refused(reason, scan.bytes);
     const ChildProcess::Result gunzip = KeynoteDocument::unpack(tools, gzPath);
@@ -123,13 +130,13 @@ PackageCheck::Verdict PackageCheck::check(const QString &path)
     const CheckScope scope;
     // Taken as the converter takes it: a link in the last place names the package.
     const QString package = Converter::resolvedPackagePath(path);
-    const QString nameProblem = Converter::nameProblem(package);
+    const QString nameProblem = Converter::nameProblem(package, nullptr, path);
     if (!nameProblem.isEmpty())
         return refused(nameProblem);
     FileTree::Kind kind;
     qint64 size = 0;
     if (!FileTree::kindAt(package, &kind, &size))
-        return refused(QStringLiteral("it was not found"));
+        return refused(PackageCopy::openProblem(errno));
     Verdict verdict;
     if (kind == FileTree::Kind::Folder)
         verdict = checkFolder(package);

@@ -1,5 +1,6 @@
 #include "core/StepProgress.h"
 
+#include "core/DiskSpace.h"
 #include "core/FileTree.h"
 
 #include <QDir>
@@ -13,7 +14,7 @@ StepProgress::StepProgress(const QString &packagePath)
     FileTree::walk(packagePath, [this](const FileTree::Entry &entry) {
         if (entry.kind == FileTree::Kind::File) {
             m_sizes.insert(entry.relativePath, entry.size);
-            m_total += entry.size;
+            m_total = DiskSpace::sum(m_total, entry.size);
         }
         return true;
     });
@@ -26,23 +27,14 @@ double StepProgress::share(qint64 bytes) const
     return std::clamp(double(bytes) / double(m_total), 0.0, 1.0);
 }
 
-qint64 StepProgress::bytesOfFilesIn(const QString &folder, bool descend)
+qint64 StepProgress::bytesOfFilesIn(const QString &folder)
 {
+    // Our own run folder: only the archive zip is writing stands there beside the copy.
     qint64 bytes = 0;
-    if (descend) {
-        bytes = FileTree::bytesOfFiles(folder);
-    } else {
-        // Our own run folder: only the archive zip is writing stands there beside the copy.
-        const QFileInfoList files = QDir(folder).entryInfoList(QDir::Files | QDir::Hidden | QDir::NoSymLinks);
-        for (const QFileInfo &file : files)
-            bytes += file.size();
-    }
+    const QFileInfoList files = QDir(folder).entryInfoList(QDir::Files | QDir::Hidden | QDir::NoSymLinks);
+    for (const QFileInfo &file : files)
+        bytes = DiskSpace::sum(bytes, file.size());
     return bytes;
-}
-
-double StepProgress::copyShare(const QString &copyPath) const
-{
-    return share(bytesOfFilesIn(copyPath, true));
 }
 
 double StepProgress::zipShare(const QByteArray &zipOutput, const QString &packedFolder, const QString &archiveFolder)
@@ -76,7 +68,7 @@ double StepProgress::zipShare(const QByteArray &zipOutput, const QString &packed
         }
     }
     // The file zip is on: as far as the archive has grown since it began.
-    const qint64 archive = bytesOfFilesIn(archiveFolder, false);
+    const qint64 archive = bytesOfFilesIn(archiveFolder);
     if (current != m_current) {
         m_current = current;
         m_archiveAtCurrent = archive;

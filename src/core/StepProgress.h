@@ -5,7 +5,7 @@
 #include <QString>
 
 // How far the two long stages of a conversion are, as a share of the
-// package's bytes: the copy by what already stands in the scratch copy, zip
+// package's bytes: the copy by the bytes it has copied, zip
 // by the names it prints as it adds them (each a file done) and, for the file
 // it is working on, by the growth of the archive it writes.
 class StepProgress
@@ -16,8 +16,8 @@ public:
 
     qint64 totalBytes() const { return m_total; }
 
-    // The share of the copy done, from the files now in copyPath.
-    double copyShare(const QString &copyPath) const;
+    // The share of the copy done, with this many bytes copied.
+    double copyShare(qint64 bytesCopied) const { return share(bytesCopied); }
 
     // The share of zip's work done, from its output so far. packedFolder is
     // the folder zipped (its entries are printed under that path, less the
@@ -27,7 +27,7 @@ public:
 
 private:
     double share(qint64 bytes) const;
-    static qint64 bytesOfFilesIn(const QString &folder, bool descend);
+    static qint64 bytesOfFilesIn(const QString &folder);
 
     QHash<QByteArray, qint64> m_sizes; // by path inside the package
     qint64 m_total = 0;

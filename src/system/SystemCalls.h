@@ -26,6 +26,10 @@ public:
     // Renames (within one file system), failing with EEXIST rather than
     // replacing anything, a dangling link included.
     static int renameNoReplace(int fromFolder, const char *from, int toFolder, const char *to);
+    // The mount an open file or folder lies on, which tells a bind mount from
+    // the folder around it where the device number cannot. False where the
+    // kernel cannot tell; the caller then goes by the device number alone.
+    static bool mountId(int descriptor, unsigned long long *id);
     // How many processes (threads, as the kernel counts them against
     // RLIMIT_NPROC) the user with this real id has now; -1 when unknown.
     static long tasksOfUser(uid_t user);

@@ -130,7 +130,7 @@ private Q_SLOTS:
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("shape");      // package, file, nothing, or a package for a gone output folder
         QTest::addColumn<QByteArray>("content"); // the package's index.apxl.gz (none when empty), the file's bytes
-        QTest::addColumn<int>("stopAt");         // the progress event after which a stop comes; 9: the turn
+        QTest::addColumn<int>("stopAt");         // progress events before a stop; 9: the turn, 10: the copy
         QTest::addColumn<int>("progress");       // events before the ending
         QTest::addColumn<qint64>("code");
         QTest::addColumn<QString>("reason"); // OUT: the output folder
@@ -157,6 +157,7 @@ private Q_SLOTS:
         for (int n = 1; n <= 9; ++n)
             row(n == 9 ? "stopped while waiting for its turn" : qPrintable(u"stopped after progress %1"_s.arg(n)),
                 "Turn.key", "package", four, qMin(n, 8), Converter::Stopped, "stopped", n);
+        row("stopped while it copies", "Turn.key", "package", four, 2, Converter::Stopped, "stopped", 10);
         row("converted, its name taken meanwhile", "Turn.key", "package", four, 8, Converter::NoError, "");
     }
 
@@ -186,6 +187,8 @@ private Q_SLOTS:
             if (++seen == stopAt)
                 StopRequest::request();
         });
+        const auto stopInCopy = [&](const Notification &) { stopAt == 10 ? StopRequest::request() : void(); };
+        NotificationCenter::defaultCenter().addObserver(this, ConversionEvents::stageProgress, stopInCopy);
         QStringList named;
         converter.onTurn = [&] {
             named = entries(m_out);

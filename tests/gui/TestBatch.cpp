@@ -133,10 +133,10 @@ private Q_SLOTS:
     void stopUndoesTheFileAtOnce()
     {
         QFETCH(QString, how);
-        // The copy takes half a minute once it has said it started; it waits in a
+        // zip takes half a minute once it has said it started; it waits in a
         // subshell whose command line names that file: a stop must end the whole group.
-        const QString started = f.work(u"copying-"_s + how);
-        Controller c(f.in(u"Plain.key"_s), u"/bin/cp"_s, u": > '%1'; (sleep 30; :)"_s.arg(started));
+        const QString started = f.work(u"zipping-"_s + how);
+        Controller c(f.in(u"Plain.key"_s), u"/usr/bin/zip"_s, u": > '%1'; (sleep 30; :)"_s.arg(started));
         c.beginBatch(3);
         QElapsedTimer sinceStop;
         QTimer ticks;

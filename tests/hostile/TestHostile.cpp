@@ -38,6 +38,11 @@ struct Site : Program
     {
         return deckwright(QStringList{u"convert"_s, u"--output"_s, out + u"/../out/./"_s} + packages);
     }
+    // Takes away what a case mounted below its folder, the deepest first.
+    void unmount() const
+    {
+        sh(u"awk -v d=\"$PWD/\" 'index($2, d) == 1 {print $2}' /proc/mounts | sort -r | xargs -r umount -l"_s, dir);
+    }
 
     QString dir, in = dir + u"/in"_s, out = dir + u"/out"_s;
 };
@@ -103,6 +108,16 @@ class TestHostile : public QObject
         }
         QVERIFY2(ok, qPrintable(got.join(u'\n')));
         QCOMPARE(r.status, archives.size() == lines.size() ? 0 : 1);
+        // deckwright check says the same of each package, in the same words.
+        for (qsizetype i = 0; i < lines.size() && command.isEmpty(); ++i) {
+            const bool converted = lines[i].startsWith(u"converted: "_s);
+            if (lines[i].contains(u'*') || (!converted && !lines[i].contains(u" file ("_s)))
+                continue;
+            const QString verdict = converted ? u"Keynote '08 package, convertible"_s
+                                              : u"not convertible ("_s + lines[i].section(u" file ("_s, 1);
+            const QString said = s.run(Program::deckwright({u"check"_s, packages[i]}), as).lines().value(0);
+            QVERIFY2(said.startsWith(packages[i] + u": "_s + verdict), qPrintable(said));
+        }
         QCOMPARE(Tree::of(s.in, Tree::WithTimes), sources);
         checkOutcome(s, archives, planted);
     }
@@ -152,6 +167,25 @@ private Q_SLOTS:
         row("package a single file", skip("it is a single file, not a Keynote '08 package"),
             "cd ..; rm -r Talk.key; cp \"$V/doc.apxl.gz\" Talk.key");
         row("package a FIFO", skip("*"), "cd ..; rm -r Talk.key; mkfifo Talk.key");
+        row("mounted inside itself", holds("a mount point: loop"), "mkdir loop; mount --bind . loop");
+        // Files of an overlay carry the device number of the disk below; the package is still one mount.
+        row("on an overlay of two disks", talk,
+            "cd ..; mkdir low up on; mv Talk.key low; mount -t tmpfs tmpfs up; mkdir up/u up/w; "
+            "mount -t overlay -o lowerdir=low,upperdir=up/u,workdir=up/w overlay on",
+            "on/Talk.key");
+        row("index.apxl a folder", skip("index.apxl is a folder"), "mkdir -p index.apxl/Sub");
+        row("document a sparse 8 GB file", skip("the document is larger than 256 MB"), "truncate -s 8G index.apxl.gz");
+        // Names said as what they are; a long one shortened between two characters, never inside one.
+        const QString emoji = u"\U0001F600"_s, mark = u"e\u0301"_s;
+        row("name shortened",
+            holds(u"a symbolic link: "_s + QString(38, u'x') + emoji + u"…"_s + mark + QString(39, u'y')),
+            u"ln -s Data "_s + QString(38, u'x') + emoji + mark.repeated(11) + QString(39, u'y'));
+        row("link named as a package",
+            u"skipped: %1: not a Keynote file (it links to "_s + m_victim + u", whose name does not end in .key)"_s,
+            "ln -s \"$V\" ../$ARG", "Etc.key");
+        row("named .key", u"skipped: %1: not a Keynote file (its name is only the extension .key)"_s,
+            "cd ..; mv Talk.key $ARG", ".key");
+        row("path too long to open", skip("its path is too long to open"), "", u"d/"_s.repeated(2100) + u"T.key"_s);
         // Root reads everything: rows that take permissions away run as nobody,
         // and what nobody cannot read is refused, not half copied.
         row("unreadable file", holds("a file that could not be read: Data/secret.jpg"),
@@ -198,6 +232,9 @@ private Q_SLOTS:
         if (asNobody && !Program::canRunAsNobody())
             QSKIP(Program::whyNotAsNobody());
         const Site s = site();
+        const auto unmount = qScopeGuard([&] { s.unmount(); });
+        if (script.contains(u"mount"_s) && ::geteuid() != 0)
+            QSKIP("mounting needs root");
         // Everything on the way is open to nobody; the scratch and output folders are nobody's.
         QVERIFY(!asNobody || Program::sh(u"chmod o+rx .. . in"_s, s.dir));
         QVERIFY(!asNobody || (Program::giveToNobody(s.runtime()) && Program::giveToNobody(s.out)));
@@ -205,6 +242,45 @@ private Q_SLOTS:
                             {{u"V"_s, m_victim}, {u"ARG"_s, argument}, {u"OUT"_s, s.out}}));
         convert(s, {s.in + u'/' + argument, PackageFactory(s.in).make(u"After.key"_s)},
                 {line, u"converted: %1 -> %2/After.key"_s}, Program::As(asNobody));
+    }
+
+    void neverCopiesThroughALinkSwappedInWhileItCopies_data()
+    {
+        // A folder of the package, holding a decoy named as a private file, is
+        // swapped for a link to the victim's folder and back, again and again.
+        QTest::addColumn<QString>("folder");
+        QTest::newRow("subfolder") << u"Data"_s;
+        QTest::newRow("folder in a subfolder") << u"Data/Sub"_s;
+    }
+
+    // Converts until a private byte reaches an archive, 150 times or for a minute at most.
+    void neverCopiesThroughALinkSwappedInWhileItCopies()
+    {
+        QFETCH(QString, folder);
+        const Site s = site();
+        const QString package = PackageFactory(s.in).make(u"Talk.key"_s, PackageFactory::keynoteFourDocument(),
+                                                          {{folder + u"/secret.txt"_s, "decoy"}});
+        QVERIFY(QFile::link(m_victim, s.dir + u"/link"_s));
+        const auto swapper
+            = s.start({u"perl"_s, u"-e"_s,
+                       u"($p, $l) = @ARGV; until (-e \"$l.stop\") { syscall(316, -100, $p, -100, $l, 2); "
+                       "select(undef, undef, undef, 0.0003) }"_s, // renameat2(RENAME_EXCHANGE)
+                       package + u'/' + folder, s.dir + u"/link"_s});
+        const QList<QByteArray> secrets = Tree::of(m_victim).fileHashes().values();
+        QElapsedTimer clock;
+        clock.start();
+        for (int run = 0; run < 150 && clock.elapsed() < 60000; ++run) {
+            const QString line = s.run(s.convert({package})).lines().value(0);
+            if (!line.startsWith(u"converted: "_s))
+                continue;
+            const QString archive = line.section(u" -> "_s, 1);
+            for (const QByteArray &hash : Archive(archive).packageFiles().values())
+                QVERIFY2(!secrets.contains(hash), qPrintable(u"a private file in the archive, run %1"_s.arg(run)));
+            QVERIFY(QFile::remove(archive));
+        }
+        QVERIFY(QFile(s.dir + u"/link.stop"_s).open(QIODevice::WriteOnly));
+        QCOMPARE(Program::finish(*swapper).status, 0);
+        checkOutcome(s, {});
     }
 
     void sweepsStaleRunsButLeavesLiveRunsAndPlantedNamesAlone_data()
@@ -347,27 +423,44 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("mounts"); // "m FOLDER SIZE" mounts a small tmpfs there
         QTest::addColumn<int>("mediaKiB");
-        QTest::addColumn<QString>("line"); // %1 the package, %2 the output folder
+        QTest::addColumn<QString>("line");   // %1 the package, %2 the output folder
+        QTest::addColumn<QString>("script"); // then run in Talk.key; "doc N" gives it a document of N bytes
+        const auto row = [](const char *tag, const QString &mounts, int kib, const QString &line,
+                            const QString &script = {}) { QTest::newRow(tag) << mounts << kib << line << script; };
         // Far too small for the copy and its archive: the work moves to a
         // hidden run folder in the output folder, which goes with it.
-        QTest::newRow("scratch too small") << u"m runtime 1m"_s << 3072 << u"converted: %1 -> %2/Talk.key"_s;
-        QTest::newRow("too large for both")
-            << u"m runtime 1m; m out 8m"_s << 3072
-            << u"failed: %1: there is not enough free space to convert it: it needs about 70.3 MB, and there are "
-               u"1.0 MB free for the scratch folder and 8.0 MB for the output folder"_s;
-        QTest::newRow("output folder full")
-            << u"m out 256k"_s << 1024 << u"failed: %1: could not write %2/Talk.key (No space left on device)"_s;
+        row("scratch too small", u"m runtime 1m"_s, 3072, u"converted: %1 -> %2/Talk.key"_s);
+        row("too large for both", u"m runtime 1m; m out 8m"_s, 3072,
+            u"failed: %1: there is not enough free space to convert it: it needs about 70.3 MB, and there are "
+            u"1.0 MB free for the scratch folder and 8.0 MB for the output folder"_s);
+        row("output folder full", u"m out 256k"_s, 1024,
+            u"failed: %1: could not write %2/Talk.key (No space left on device)"_s);
+        // The size of what is read decides, before anything large is written; a disk full anyway is named.
+        const QString full = u"failed: %1: the %2 folder's disk is full"_s;
+        row("single file, scratch too small", u"m runtime 100m"_s, 153600,
+            u"skipped: %1: not a Keynote 4 file (it is a single file, not a Keynote '08 package)"_s,
+            u"mv Data/media.bin ../x; cd ..; rm -r Talk.key; mv x Talk.key"_s);
+        row("gzip bomb, small scratch", u"m runtime 100m"_s, 16,
+            u"skipped: %1: not a Keynote 4 file (the document is larger than 256 MB)"_s,
+            u"head -c 300M /dev/zero | gzip -1 > index.apxl.gz"_s);
+        row("gunzip fills the scratch", u"m runtime 100m"_s, 16, full.arg(u"%1", u"scratch"), u"doc 200M"_s);
+        row("zip fills the scratch", u"m runtime 150m"_s, 40960, full.arg(u"%1", u"scratch"), u"doc 80M"_s);
+        row("gunzip fills the output folder", u"m runtime 1m; m out 100m"_s, 16, full.arg(u"%1", u"output"),
+            u"doc 200M"_s);
+        row("too large to count", u"m in 16m"_s, 16,
+            u"failed: %1: there is not enough free space to convert it: it needs about 8.0 EB*"_s,
+            u"truncate -s 4E Data/huge"_s);
         // Never where another user may rename the run folder, as nobody tries here, and plant a link in its place.
         const QString open
             = u"failed: %1: there is not enough free space in the scratch folder to convert it (it "
               u"needs about 64.1 MB, and there are 1.0 MB free), and the output folder cannot serve "
               u"instead: other users may rename what is in "_s;
-        QTest::newRow("output folder open to all") << u"m runtime 1m; chmod 777 out; attack"_s << 64 << open + u"%2"_s;
-        QTest::newRow("output folder open to a group")
-            << u"m runtime 1m; chgrp nogroup out; chmod 775 out; attack"_s << 64 << open + u"%2"_s;
-        QTest::newRow("a folder above open to all") << u"m runtime 1m; chmod 777 ."_s << 64 << open + u"*"_s;
-        QTest::newRow("output folder open to all, sticky")
-            << u"m runtime 1m; chmod 1777 out; attack"_s << 64 << u"converted: %1 -> %2/Talk.key"_s;
+        row("output folder open to all", u"m runtime 1m; chmod 777 out; attack"_s, 64, open + u"%2"_s);
+        row("output folder open to a group", u"m runtime 1m; chgrp nogroup out; chmod 775 out; attack"_s, 64,
+            open + u"%2"_s);
+        row("a folder above open to all", u"m runtime 1m; chmod 777 ."_s, 64, open + u"*"_s);
+        row("output folder open to all, sticky", u"m runtime 1m; chmod 1777 out; attack"_s, 64,
+            u"converted: %1 -> %2/Talk.key"_s);
     }
 
     void placesLargePackagesWhereThereIsRoom()
@@ -375,8 +468,9 @@ private Q_SLOTS:
         QFETCH(QString, mounts);
         QFETCH(int, mediaKiB);
         QFETCH(QString, line);
+        QFETCH(QString, script);
         const Site s = site();
-        const auto unmount = qScopeGuard([&] { s.run({u"umount"_s, u"-l"_s, s.runtime(), s.out}); });
+        const auto unmount = qScopeGuard([&] { s.unmount(); });
         if (mounts.contains(u"attack"_s) && !Program::canRunAsNobody())
             QSKIP(Program::whyNotAsNobody());
         if (!Program::sh(u"m() { mount -t tmpfs -o size=$2,mode=0700 tmpfs $1; }; attack() { chmod o+x .. .; setpriv "
@@ -386,7 +480,13 @@ private Q_SLOTS:
                              + mounts,
                          s.dir, {{u"V"_s, m_victim}}))
             QSKIP("a small tmpfs cannot be mounted here");
-        convert(s, {PackageFactory(s.in).makeLarge(u"Talk.key"_s, mediaKiB * 1024, 7)}, {line});
+        const QString package = PackageFactory(s.in).makeLarge(u"Talk.key"_s, mediaKiB * 1024, 7);
+        QVERIFY(
+            Program::sh(u"doc() { { printf '<a key:version=\"72007061400\">'; head -c $1 /dev/zero | tr '\\0' a; "
+                        "printf '</a>'; } | gzip -1 > index.apxl.gz; }; "_s
+                            + script,
+                        package));
+        convert(s, {package}, {line});
     }
 
     void convertsEveryPackageWithinTheMachinesLimits_data()

@@ -10,6 +10,7 @@
 
 #include <fcntl.h>
 #include <sys/prctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 bool SystemCalls::dieWithParent(pid_t parent)
@@ -42,6 +43,15 @@ int SystemCalls::openUnnamedFile(int folderDescriptor, mode_t mode)
 int SystemCalls::renameNoReplace(int fromFolder, const char *from, int toFolder, const char *to)
 {
     return ::renameat2(fromFolder, from, toFolder, to, RENAME_NOREPLACE);
+}
+
+bool SystemCalls::mountId(int descriptor, unsigned long long *id)
+{
+    struct statx st = {};
+    if (::statx(descriptor, "", AT_EMPTY_PATH, STATX_MNT_ID, &st) != 0 || !(st.stx_mask & STATX_MNT_ID))
+        return false;
+    *id = st.stx_mnt_id;
+    return true;
 }
 
 long SystemCalls::tasksOfUser(uid_t user)

@@ -30,6 +30,11 @@ int SystemCalls::renameNoReplace(int, const char *, int, const char *)
     return -1;
 }
 
+bool SystemCalls::mountId(int, unsigned long long *)
+{
+    return false;
+}
+
 long SystemCalls::tasksOfUser(uid_t)
 {
     return -1;
