@@ -18,7 +18,7 @@ public:
         NotFound,       // nothing at that path
         NotKeynote,     // detail: why
         NotKeynoteFour, // detail: why
-        Failed,         // converted but not written, or its worker was lost; detail: why
+        Failed,         // could not finish (space, disks, writing), or its worker was lost; detail: why
         NoPackages,     // a folder that holds no package; detail: or why it could not be searched
     };
 

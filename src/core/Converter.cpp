@@ -401,13 +401,18 @@ bool Converter::checkCopy(Job &job)
 
 bool Converter::unpackDocument(Job &job)
 {
-    job.gunzip = KeynoteDocument::unpack(*job.fileUtils, job.copyPath + QLatin1String("/index.apxl.gz"));
+    const QString gzPath = job.copyPath + QLatin1String("/index.apxl.gz");
+    // gunzip's complaint names the path, and a long name of wide characters
+    // can push it past what the version test's measure searches: the copy
+    // itself says whether the document was there.
+    const bool absent = job.copyKind == FileTree::Kind::Folder && !FileTree::kindAt(gzPath, nullptr);
+    job.gunzip = KeynoteDocument::unpack(*job.fileUtils, gzPath);
     // What the command printed, as runCommand returns it: standard output, a blank, standard error.
     DW_LOG(QLatin1String("expOutput ''") + FileUtils::decodeOutput(job.gunzip.standardOutput) + QLatin1Char(' ')
            + FileUtils::decodeOutput(job.gunzip.standardError) + QLatin1String("''"));
     if (stopIfAsked(job))
         return false;
-    if (KeynoteDocument::wasMissing(job.gunzip)) {
+    if (absent || KeynoteDocument::wasMissing(job.gunzip)) {
         rejectPackage(job, QStringLiteral("error : could not find index.apxl.gz to unzip"),
                       KeynoteDocument::missingReason());
         return false;

@@ -298,9 +298,9 @@ void ProgressBarWindowController::reportRejectedFile(const QString &name, qint64
     QString informative = QStringLiteral("The file \"") + name;
     if (code == Converter::OutputNotWritten)
         informative += QStringLiteral(
-            "\" was converted but could not be saved in the output folder.\n\n"
+            "\" could not be converted and saved in the output folder.\n\n"
             "Check that the folder still exists, that you may write in it and that "
-            "its disk has room. This file will be skipped.");
+            "the disks have room. This file will be skipped.");
     else
         informative += QStringLiteral(
             "\" is not a Keynote 4 file.\n\nThis converter will only convert Keynote 4 "

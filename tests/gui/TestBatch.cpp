@@ -260,7 +260,7 @@ private Q_SLOTS:
         row("a file in its place, cancelled", "a file", "cancel", gone, {});
         // Gone while the file converts: the file is told and rejected, not the folder asked for.
         row("deleted while converting", "deleted while converting", "none",
-            {u"A problem occurred.|The file \"My%20Talk.key\" was converted but could not be saved|OUT"_s,
+            {u"A problem occurred.|The file \"My%20Talk.key\" could not be converted and saved|OUT"_s,
              u"Some problems occurred.|"_s},
             {});
     }
