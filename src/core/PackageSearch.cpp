@@ -58,7 +58,9 @@ QList<PackageSearch::Item> searchFolder(const QString &given, const QString &roo
     found.insert(found.end(), walk.unreadFolders.begin(), walk.unreadFolders.end());
     if (found.empty())
         return {Item{Item::NoPackages, given, 0, QString()}};
-    QCollator collator;
+    // The C locale compares code points and knows no numbers: English, whose
+    // order is the common one, serves there.
+    QCollator collator(QLocale().language() == QLocale::C ? QLocale(QLocale::English) : QLocale());
     collator.setNumericMode(true);
     std::stable_sort(found.begin(), found.end(),
                      [&collator](const auto &a, const auto &b) { return comesBefore(collator, a.first, b.first); });
