@@ -104,14 +104,17 @@ void ConvertReport::end()
     m_err.flush();
 }
 
-QString ConvertReport::progressLine() const
+int ConvertReport::currentItem() const
 {
-    // The first item under way: the one whose result comes next.
+    // The first item under way, as its result comes next (an item done waits only for those before it).
     int current = m_printed;
     while (current < m_items.size() && m_shares[size_t(current)] >= 1.0)
         ++current;
-    if (current >= m_items.size() || m_shares[size_t(current)] < 0)
-        return QString();
+    return current < m_items.size() && m_shares[size_t(current)] >= 0 ? current : -1;
+}
+
+QString ConvertReport::progressLine(int current) const
+{
     double left = 0, done = 0;
     for (size_t i = 0; i < m_shares.size(); ++i) {
         if (!m_counted[i])
@@ -139,16 +142,11 @@ void ConvertReport::draw(bool now)
 {
     if (!m_options.progress)
         return;
-    int current = m_printed;
-    while (current < int(m_shares.size()) && m_shares[size_t(current)] >= 1.0)
-        ++current;
+    const int current = currentItem();
     // A new item is shown at once; its progress at most every tenth of a second.
-    if (!now && current == m_drawnItem && m_sinceDraw.isValid() && m_sinceDraw.elapsed() < kDrawEveryMs)
+    if (current < 0 || (!now && current == m_drawnItem && m_sinceDraw.elapsed() < kDrawEveryMs))
         return;
-    const QString line = progressLine();
-    if (line.isEmpty())
-        return;
-    m_err << '\r' << line << "\x1b[K";
+    m_err << '\r' << progressLine(current) << "\x1b[K";
     m_err.flush();
     m_lineShown = true;
     m_drawnItem = current;

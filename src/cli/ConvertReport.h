@@ -52,7 +52,8 @@ public:
 private:
     void draw(bool now);
     void clear();
-    QString progressLine() const;
+    int currentItem() const; // -1: none under way
+    QString progressLine(int current) const;
 
     QTextStream &m_out;
     QTextStream &m_err;
