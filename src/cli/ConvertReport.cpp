@@ -130,11 +130,12 @@ QString ConvertReport::progressLine(int current) const
     if (elapsed >= kEstimateAfterMs && done > 0)
         tail += QStringLiteral(" · about %1 left").arg(timeLeft(left / (done / (double(elapsed) / 1000))));
     const QString head = QStringLiteral("%1/%2 ").arg(current + 1).arg(m_items.size());
-    // The name gives way, in its middle, so that the line never wraps and can rewrite itself.
+    // The name gives way from its start, keeping the package's own name, so
+    // that the line never wraps and can rewrite itself.
     QString name = ConvertOutcome::quoted(m_items[current].shown);
     const qsizetype room = std::max<qsizetype>(8, m_options.width - 1 - head.size() - tail.size());
     if (name.size() > room)
-        name = name.left(room / 2 - 1) + QStringLiteral("…") + name.right(room - room / 2);
+        name = QStringLiteral("…") + name.right(room - 1);
     return (head + name + tail).left(std::max(1, m_options.width - 1));
 }
 

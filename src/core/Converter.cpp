@@ -267,9 +267,9 @@ void Converter::doConvert(const QString &outputPath)
         return;
     if (!packArchive(job))
         return;
-    if (!chooseFreeName(job, outputPath))
+    if (!chooseFreeName(job))
         return;
-    if (!writeIntoOutputFolder(job, outputPath))
+    if (!writeIntoOutputFolder(job))
         return;
 
     clearScratch(job);
@@ -312,12 +312,10 @@ bool Converter::openOutputFolder(Job &job, const QString &outputPath)
     }
     // The subfolder asked for, as far as it exists yet: a link or a file in
     // its way is refused now, before any work. It is made when the file is written.
-    const bool open = job.output && job.output->isOpen();
-    job.targetPath = (open ? job.output->path() : outputPath)
-                     + (m_subfolder.isEmpty() ? QString() : QLatin1Char('/') + m_subfolder);
+    job.targetPath = m_subfolder.isEmpty() ? outputPath : outputPath + QLatin1Char('/') + m_subfolder;
     job.target = job.output;
     QString problem;
-    if (open && !m_subfolder.isEmpty())
+    if (job.output && job.output->isOpen() && !m_subfolder.isEmpty())
         job.target = job.output->subfolder(m_subfolder, false, &problem);
     if (!problem.isEmpty()) {
         failWith(job, OutputNotWritten,
@@ -566,8 +564,12 @@ bool Converter::packArchive(Job &job)
     return !stopIfAsked(job);
 }
 
-bool Converter::chooseFreeName(Job &job, const QString &outputPath)
+bool Converter::chooseFreeName(Job &job)
 {
+    // Taken since the start, skipping existing files: the same package given
+    // twice, and the first of them converted under that name.
+    if (skipIfDone(job))
+        return false;
     // Anything at the name, a dangling link included, takes it. Looked up in
     // the folder as opened; only one that could not be opened is looked up by path.
     setOutputPrezName(job.prezName);
@@ -579,15 +581,8 @@ bool Converter::chooseFreeName(Job &job, const QString &outputPath)
         // A subfolder not made yet holds nothing.
         if (job.output && job.output->isOpen())
             return false;
-        return FileTree::kindAt(
-            (m_subfolder.isEmpty() ? outputPath : job.targetPath) + QLatin1Char('/') + outputPrezName(), nullptr);
+        return FileTree::kindAt(job.targetPath + QLatin1Char('/') + outputPrezName(), nullptr);
     };
-    if (taken() && m_skipExisting) {
-        // Taken since the start: the same package given twice, converted first under that name.
-        failWith(job, AlreadyDone,
-                 QStringLiteral("%1 exists").arg(job.targetPath + QLatin1Char('/') + outputPrezName()));
-        return false;
-    }
     if (taken()) {
         DW_LOG(QLatin1String("already saved it"));
         m_number = 1;
@@ -601,7 +596,7 @@ bool Converter::chooseFreeName(Job &job, const QString &outputPath)
     return true;
 }
 
-bool Converter::writeIntoOutputFolder(Job &job, const QString &outputPath)
+bool Converter::writeIntoOutputFolder(Job &job)
 {
     // The folder is the one the person granted through the bookmark (or the
     // batch opened), as opened at the start; the plain path only names the
@@ -612,7 +607,7 @@ bool Converter::writeIntoOutputFolder(Job &job, const QString &outputPath)
         const int error = job.output ? job.output->error() : 0;
         failWith(job, OutputNotWritten,
                  QStringLiteral("could not write %1 (%2)")
-                     .arg((m_subfolder.isEmpty() ? outputPath : job.targetPath) + QLatin1Char('/') + outputPrezName(),
+                     .arg(job.targetPath + QLatin1Char('/') + outputPrezName(),
                           error && error != ENOENT ? errnoText(error)
                                                    : QStringLiteral("the output folder no longer exists")));
         return false;

@@ -157,9 +157,9 @@ private:
     bool skipIfDone(Job &job);
     // Sets outputPrezName to the first name not taken in the output folder
     // (or ends as AlreadyDone); false when the conversion has ended.
-    bool chooseFreeName(Job &job, const QString &outputPath);
+    bool chooseFreeName(Job &job);
     // Writes the archive into the folder kept under the setting bookmarkData.
-    bool writeIntoOutputFolder(Job &job, const QString &outputPath);
+    bool writeIntoOutputFolder(Job &job);
 
     // Removes the copy, under either of its names, from the scratch folder.
     void clearScratch(Job &job);
