@@ -26,7 +26,8 @@ QString mainUsage()
 {
     return QStringLiteral(
         "Usage: deckwright [PACKAGE_OR_FOLDER...]\n"
-        "       deckwright convert [--jobs N] [--layout reference|root] --output DIR\n"
+        "       deckwright convert [--jobs N] [--layout reference|root] [--keep-folders]\n"
+        "                          [--skip-existing] [--json] [--quiet] --output DIR\n"
         "                          PACKAGE_OR_FOLDER...\n"
         "       deckwright check PATH...\n"
         "Upgrades Keynote '08 presentations to the Keynote '09 file format.\n"

@@ -2,9 +2,11 @@
 
 #include "cli/ConvertJobs.h"
 #include "cli/ConvertOutcome.h"
+#include "cli/ConvertReport.h"
 #include "cli/ConvertWorker.h"
 #include "cli/Usage.h"
 #include "core/Converter.h"
+#include "core/FileTree.h"
 #include "core/FileUrl.h"
 #include "core/MachineLimits.h"
 #include "core/OutputFolder.h"
@@ -20,12 +22,14 @@
 #include <algorithm>
 #include <limits>
 
+#include <sys/ioctl.h>
 #include <unistd.h>
 
 QString ConvertCommand::usage()
 {
     const QString text = QStringLiteral(
         "Usage: deckwright convert --output DIR [--layout reference|root] [--jobs N]\n"
+        "                          [--keep-folders] [--skip-existing] [--json] [--quiet]\n"
         "                          PACKAGE_OR_FOLDER...\n"
         "Converts Keynote '08 packages to Keynote '09 files in DIR.\n"
         "\n"
@@ -42,22 +46,52 @@ QString ConvertCommand::usage()
         "                       its own (default: as many as there are processors);\n"
         "                       never more than there are packages, nor than this\n"
         "                       machine can run: %1\n"
+        "      --keep-folders   a package found in a folder given goes into the same\n"
+        "                       folders below DIR: Decks/2008/Misc/Talk.key from Decks\n"
+        "                       becomes DIR/2008/Misc/Talk.key; the folders are made as\n"
+        "                       needed, never through a symbolic link, and names are\n"
+        "                       numbered within each\n"
+        "      --skip-existing  skip a package whose name is already taken in its\n"
+        "                       folder in DIR, as converted before: it is told as\n"
+        "                       already-done, copies nothing and takes no number\n"
+        "      --json           one JSON object per item instead of the lines below\n"
+        "  -q, --quiet          no progress line and no summary on standard error\n"
         "  -h, --help           show this help\n"
         "\n"
         "A folder is searched for packages through its subfolders, but never into a\n"
         "package and never through a symbolic link, so no --recursive is needed. Its\n"
-        "packages, in name order and named from the folder as given, take the\n"
-        "folder's place among the arguments.\n"
+        "packages, in name order as file managers sort (Talk 2 before Talk 10) and\n"
+        "named from the folder as given, take the folder's place among the arguments.\n"
         "\n"
         "For each package one line is printed, in the order given (with --jobs too,\n"
         "each as soon as it and the lines before it are known):\n"
         "  converted: PACKAGE -> OUTPUT_FILE\n"
+        "  already-done: PACKAGE: OUTPUT_FILE exists       (with --skip-existing)\n"
         "  skipped: PACKAGE: not found\n"
         "  skipped: PACKAGE: not a Keynote file (REASON)\n"
         "  skipped: PACKAGE: not a Keynote 4 file (REASON)\n"
         "  failed: PACKAGE: REASON\n"
         "  skipped: FOLDER: no Keynote packages in it\n"
         "  skipped: FOLDER: a folder that could not be read (SYSTEM'S REASON)\n"
+        "A name or reason holding control characters (a line break) is quoted as\n"
+        "'ls --quoting-style=shell-escape' quotes it: 'Talk'$'\\n''2.key'.\n"
+        "With --json each item is instead one object on a line of its own, for\n"
+        "example:\n"
+        "  {\"bytes\":2097152,\"code\":0,\"input\":\"Decks/Talk.key\",\"outcome\":\"converted\",\n"
+        "   \"output\":\"DIR/Talk.key\",\"reason\":null,\"seconds\":0.412}\n"
+        "outcome: converted, skipped, failed or already-done; output: the file\n"
+        "written (or found, already done), else null; reason: why it was not\n"
+        "converted, else null; code: the converter's outcome (0 converted, 1 not a\n"
+        "Keynote file, 2 not a Keynote 4 file, 3 not written, 5 already done), null\n"
+        "when no conversion was tried; bytes: the package's files added up;\n"
+        "seconds: the time its conversion took.\n"
+        "\n"
+        "On a terminal, standard error shows one line that rewrites itself: the\n"
+        "item (12/300), its name, how far it is, the bytes left in the batch and\n"
+        "the time left; it is gone before each result is printed. At the end a\n"
+        "summary follows there, terminal or not:\n"
+        "  298 converted, 2 skipped, 0 failed in 3 min 12 s\n"
+        "(with --skip-existing: 290 converted, 8 already done, 2 skipped, ...).\n"
         "\n"
         "Why a package is skipped (README lists what each means):\n"
         "  its name does not end in .key | its name is only the extension .key\n"
@@ -75,19 +109,31 @@ QString ConvertCommand::usage()
         "  it could not be copied to the scratch folder (SYSTEM'S REASON)\n"
         "Why a package fails: not enough free space to convert it; the output folder\n"
         "is inside the package; the scratch (output) folder's disk is full; zip or\n"
-        "the write of the document or the file failed (could not write OUTPUT_FILE);\n"
-        "with --jobs, its worker could not start or ended unexpectedly.\n"
+        "the write of the document or the file failed (could not write OUTPUT_FILE,\n"
+        "with --keep-folders also because a symbolic link or a file stands where a\n"
+        "folder goes); with --jobs, its worker could not start or ended unexpectedly.\n"
         "Nothing already in DIR is ever replaced: a name in use gets a number\n"
         "(Talk.1.key, Talk.2.key, ...), and a file appears in DIR whole or not at all.\n"
         "Packages converted at once are numbered as they would be one after another:\n"
         "the first Talk.key given gets Talk.key, the second Talk.1.key.\n"
         "\n"
-        "Exit status: 0 when every package was converted, 1 when any was not,\n"
-        "2 for a usage error, 3 when a line could not be written to standard\n"
-        "output (a full disk, a closed descriptor, or a pipe whose reader is gone,\n"
-        "as with '| head -1': no SIGPIPE); the conversions under way are then\n"
-        "undone and none is started. Interrupted (Ctrl+C, SIGTERM, SIGHUP), the\n"
-        "conversions under way are undone and the command ends by that signal.\n");
+        "Examples:\n"
+        "  deckwright convert -o ~/Converted ~/Decks/2008 ~/Desktop/Pitch.key\n"
+        "  deckwright convert --jobs 2 -o ~/Converted ~/Decks\n"
+        "  deckwright convert --layout root -o ~/Converted ~/Old/Talk.key\n"
+        "  deckwright convert --keep-folders -o ~/Converted ~/Decks\n"
+        "  deckwright convert --keep-folders --skip-existing -o ~/Converted ~/Decks\n"
+        "  deckwright convert --json -o ~/Converted ~/Decks > results.jsonl\n"
+        "  deckwright convert --quiet -o ~/Converted ~/Decks\n"
+        "\n"
+        "Exit status: 0 when every item was converted or had nothing to do (already\n"
+        "in the Keynote '09 format, or already done with --skip-existing), 1 when\n"
+        "any was refused or failed, 2 for a usage error, 3 when a line could not be\n"
+        "written to standard output (a full disk, a closed descriptor, or a pipe\n"
+        "whose reader is gone, as with '| head -1': no SIGPIPE); the conversions\n"
+        "under way are then undone and none is started. Interrupted (Ctrl+C,\n"
+        "SIGTERM, SIGHUP), the conversions under way are undone and the command\n"
+        "ends by that signal.\n");
     return text.arg(MachineLimits::describeParallelConversions());
 }
 
@@ -107,20 +153,28 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
     const QCommandLineOption jobsOption({QStringLiteral("j"), QStringLiteral("jobs")},
                                         QStringLiteral("Convert up to N packages at once."), QStringLiteral("N"),
                                         QString::number(QThread::idealThreadCount()));
+    const QCommandLineOption keepFoldersOption(QStringLiteral("keep-folders"),
+                                               QStringLiteral("Keep the folders of the packages found."));
+    const QCommandLineOption skipExistingOption(QStringLiteral("skip-existing"),
+                                                QStringLiteral("Skip packages converted before."));
+    const QCommandLineOption jsonOption(QStringLiteral("json"), QStringLiteral("One JSON object per item."));
+    const QCommandLineOption quietOption({QStringLiteral("q"), QStringLiteral("quiet")},
+                                         QStringLiteral("No progress and no summary."));
     // A process that converts what the command asks on its standard input (ConvertWorker),
     // into the output folder the command opened and handed down.
     QCommandLineOption workerOption(QStringLiteral("worker"));
     workerOption.setFlags(QCommandLineOption::HiddenFromHelp);
     QCommandLineOption descriptorOption(QStringLiteral("output-descriptor"), QString(), QStringLiteral("FD"));
     descriptorOption.setFlags(QCommandLineOption::HiddenFromHelp);
+    // A worker tells how far each conversion is, for the progress line.
+    QCommandLineOption progressOption(QStringLiteral("progress"));
+    progressOption.setFlags(QCommandLineOption::HiddenFromHelp);
     // The options that shape each conversion: workers get them as they were given here.
-    const QList<QCommandLineOption> converterOptions{layoutOption};
-    parser.addOption(outputOption);
-    parser.addOption(layoutOption);
-    parser.addOption(helpOption);
-    parser.addOption(jobsOption);
-    parser.addOption(workerOption);
-    parser.addOption(descriptorOption);
+    const QList<QCommandLineOption> converterOptions{layoutOption, skipExistingOption};
+    for (const QCommandLineOption &option :
+         {outputOption, layoutOption, helpOption, jobsOption, keepFoldersOption, skipExistingOption, jsonOption,
+          quietOption, workerOption, descriptorOption, progressOption})
+        parser.addOption(option);
     parser.addPositionalArgument(QStringLiteral("PACKAGE_OR_FOLDER"),
                                  QStringLiteral("Keynote '08 packages, or folders holding them."),
                                  QStringLiteral("PACKAGE_OR_FOLDER..."));
@@ -130,7 +184,7 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
     if (parser.isSet(helpOption)) {
         out << usage();
         out.flush();
-        return AllConverted;
+        return AllDone;
     }
     const QStringList outputs = parser.values(outputOption);
     if (outputs.size() > 1)
@@ -185,23 +239,44 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
         {SettingKey::outputPath, FileUrl::absoluteString(outputFolder)},
         {SettingKey::archiveLayout, layout},
     });
+    const bool skipExisting = parser.isSet(skipExistingOption);
     if (worker)
-        return ConvertWorker::run(folder);
+        return ConvertWorker::run(folder, {skipExisting, parser.isSet(progressOption)});
+
+    // What is told besides the results: on a terminal, how far the batch is.
+    ConvertReport::Options told;
+    told.json = parser.isSet(jsonOption);
+    told.summary = !parser.isSet(quietOption);
+    told.progress = told.summary && ::isatty(STDERR_FILENO);
+    told.skipExisting = skipExisting;
+    winsize terminal = {};
+    if (told.progress && ::ioctl(STDERR_FILENO, TIOCGWINSZ, &terminal) == 0 && terminal.ws_col > 0)
+        told.width = terminal.ws_col;
 
     // A folder's packages take its place, in its order, with what could not be searched.
     QList<ConvertJobs::Item> items;
+    QList<ConvertReport::Item> reported;
     int toConvert = 0;
+    const bool keepFolders = parser.isSet(keepFoldersOption);
     for (const QString &argument : packages) {
         for (const PackageSearch::Item &found : PackageSearch::search(argument)) {
             const QString shown = PackageSearch::shownPath(argument, found.path);
             if (found.kind != PackageSearch::Item::Package) {
-                items.append({shown, QString(), ConvertOutcome(ConvertOutcome::NoPackages, found.problem())});
+                items.append(
+                    {shown, QString(), QString(), ConvertOutcome(ConvertOutcome::NoPackages, found.problem())});
+                reported.append({shown, 0});
                 continue;
             }
-            items.append({shown, QFileInfo(found.path).absoluteFilePath(), std::nullopt});
+            const QString path = QFileInfo(found.path).absoluteFilePath();
+            items.append({shown, path, keepFolders ? found.folder : QString(), std::nullopt});
+            // The bytes tell how far the batch is, and with --json what each package weighed.
+            const bool weighed = told.progress || told.json;
+            reported.append({shown, weighed ? FileTree::bytesOfFiles(Converter::resolvedPackagePath(path)) : 0});
             ++toConvert;
         }
     }
+    ConvertReport report(out, err, outputFolder, told);
+    report.begin(reported);
 
     const int workers = std::min({jobs, toConvert, MachineLimits::parallelConversions()});
     if (workers > 1) {
@@ -214,28 +289,35 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
             for (const QString &value : parser.values(option))
                 workerArguments.append(name + QLatin1Char('=') + value);
         }
-        ConvertJobs batch(QCoreApplication::applicationFilePath(), workerArguments, folder, out);
-        const bool allConverted = batch.run(items, workers);
+        if (told.progress)
+            workerArguments.append(QStringLiteral("--") + progressOption.names().constFirst());
+        ConvertJobs batch(QCoreApplication::applicationFilePath(), workerArguments, folder, report);
+        batch.run(items, workers);
         if (out.status() != QTextStream::Ok)
             return outputError(err, QStringLiteral("convert"), out);
-        return allConverted ? AllConverted : SomeSkipped;
+        report.end();
+        return report.status();
     }
 
     // One at a time, here.
-    int status = AllConverted;
-    for (const ConvertJobs::Item &item : std::as_const(items)) {
+    for (int i = 0; i < items.size(); ++i) {
+        const ConvertJobs::Item &item = items[i];
         ConvertOutcome outcome;
         if (item.outcome) {
             outcome = *item.outcome;
         } else {
             Converter converter(item.path);
             converter.useOutputFolder(folder);
-            outcome = ConvertOutcome::convert(converter, outputFolder);
+            converter.setOutputSubfolder(item.subfolder);
+            converter.setSkipExisting(skipExisting);
+            report.advance(i, 0.0);
+            const auto share = [&](double done) { report.advance(i, done); };
+            outcome = ConvertOutcome::convert(converter, outputFolder,
+                                              told.progress ? share : std::function<void(double)>());
         }
-        if (!printLine(out, outcome.line(item.shown, outputFolder)))
+        if (!report.print(i, outcome))
             return outputError(err, QStringLiteral("convert"), out);
-        if (!outcome.converted())
-            status = SomeSkipped;
     }
-    return status;
+    report.end();
+    return report.status();
 }

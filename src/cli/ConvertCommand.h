@@ -12,7 +12,8 @@ class QTextStream;
 class ConvertCommand
 {
 public:
-    enum Status { AllConverted = 0, SomeSkipped = 1, UsageError = 2, OutputFailed = 3 };
+    // AllDone: every item converted, or nothing to do for it.
+    enum Status { AllDone = 0, NotAllDone = 1, UsageError = 2, OutputFailed = 3 };
 
     // arguments: what follows "convert" on the command line.
     static int run(const QStringList &arguments, QTextStream &out, QTextStream &err);

@@ -1,6 +1,6 @@
 #include "cli/ConvertJobs.h"
 
-#include "cli/Usage.h"
+#include "cli/ConvertReport.h"
 #include "cli/WorkerChannel.h"
 #include "core/OutputFolder.h"
 #include "core/ScratchRun.h"
@@ -10,7 +10,6 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QSocketNotifier>
-#include <QTextStream>
 #include <QTimer>
 
 #include <algorithm>
@@ -34,11 +33,11 @@ struct ConvertJobs::Worker
 };
 
 ConvertJobs::ConvertJobs(const QString &program, const QStringList &workerArguments,
-                         std::shared_ptr<const OutputFolder> outputFolder, QTextStream &out)
+                         std::shared_ptr<const OutputFolder> outputFolder, ConvertReport &report)
     : m_program(program)
     , m_workerArguments(workerArguments)
     , m_outputFolder(std::move(outputFolder))
-    , m_out(out)
+    , m_report(report)
 {
 }
 
@@ -59,13 +58,12 @@ void ConvertJobs::startWorker(QProcess &process)
     process.start();
 }
 
-bool ConvertJobs::run(const QList<Item> &items, int jobs)
+void ConvertJobs::run(const QList<Item> &items, int jobs)
 {
     m_items = items;
     m_jobs = std::max(1, jobs);
     m_next = 0;
     m_printed = 0;
-    m_allConverted = true;
     m_stopping = false;
     m_unstarted.clear();
     m_failedStarts = 0;
@@ -93,7 +91,6 @@ bool ConvertJobs::run(const QList<Item> &items, int jobs)
     m_ended.clear();
     // Ends the process by the signal, if one came; every worker has ended by now.
     StopRequest::endConversion();
-    return m_allConverted;
 }
 
 void ConvertJobs::refill()
@@ -165,7 +162,8 @@ void ConvertJobs::assign(Worker &worker, int item)
     worker.item = item;
     worker.ready = false;
     // It waits in the pipe until the worker reads it.
-    worker.process->write(WorkerChannel::convertRequest(m_items[item].path) + '\n');
+    worker.process->write(WorkerChannel::convertRequest(m_items[item].path, m_items[item].subfolder) + '\n');
+    m_report.advance(item, 0.0);
 }
 
 void ConvertJobs::dispatch(Worker &worker)
@@ -199,6 +197,11 @@ void ConvertJobs::hear(Worker &worker, const QByteArray &line)
     if (line == WorkerChannel::readyMessage() && worker.item >= 0 && !worker.ready) {
         worker.ready = true;
         grantTurn();
+        return;
+    }
+    const std::optional<double> share = WorkerChannel::reportedProgress(line);
+    if (share && worker.item >= 0) {
+        m_report.advance(worker.item, *share);
         return;
     }
     const std::optional<ConvertOutcome> outcome = WorkerChannel::reportedOutcome(line);
@@ -274,6 +277,7 @@ void ConvertJobs::startAgain()
 void ConvertJobs::settle(int item, const ConvertOutcome &outcome)
 {
     m_items[item].outcome = outcome;
+    m_report.advance(item, 1.0);
     printKnownLines();
     grantTurn();
 }
@@ -281,12 +285,8 @@ void ConvertJobs::settle(int item, const ConvertOutcome &outcome)
 void ConvertJobs::printKnownLines()
 {
     while (m_printed < m_items.size() && m_items[m_printed].outcome) {
-        const Item &item = m_items[m_printed];
-        if (!item.outcome->converted())
-            m_allConverted = false;
-        if (!printLine(m_out, item.outcome->line(item.shown, m_outputFolder->path()))) {
+        if (!m_report.print(m_printed, *m_items[m_printed].outcome)) {
             // Nothing more can be told: what is under way is undone, as for a signal.
-            m_allConverted = false;
             stopWorkers(SIGTERM);
             return;
         }

@@ -11,7 +11,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-int ConvertWorker::run(const std::shared_ptr<const OutputFolder> &outputFolder)
+int ConvertWorker::run(const std::shared_ptr<const OutputFolder> &outputFolder, const Options &options)
 {
     // The protocol gets descriptors of its own that no tool inherits; a stray
     // print to standard output lands on standard error instead of in it.
@@ -26,19 +26,30 @@ int ConvertWorker::run(const std::shared_ptr<const OutputFolder> &outputFolder)
     std::signal(SIGPIPE, SIG_IGN);
     // A command killed outright still has its workers stop cleanly.
     StopRequest::stopWhenParentEnds();
-    return serve(in, out, outputFolder);
+    return serve(in, out, outputFolder, options);
 }
 
-int ConvertWorker::serve(int inDescriptor, int outDescriptor, const std::shared_ptr<const OutputFolder> &outputFolder)
+int ConvertWorker::serve(int inDescriptor, int outDescriptor, const std::shared_ptr<const OutputFolder> &outputFolder,
+                         const Options &options)
 {
     WorkerChannel channel(inDescriptor, outDescriptor);
     while (const std::optional<QByteArray> line = channel.readLine()) {
-        const std::optional<QString> package = WorkerChannel::requestedPath(*line);
-        if (!package)
+        const std::optional<WorkerChannel::Request> request = WorkerChannel::request(*line);
+        if (!request)
             return 1;
-        WorkerConverter converter(*package, channel);
+        WorkerConverter converter(request->path, channel);
         converter.useOutputFolder(outputFolder);
-        const ConvertOutcome outcome = ConvertOutcome::convert(converter, outputFolder->path());
+        converter.setOutputSubfolder(request->subfolder);
+        converter.setSkipExisting(options.skipExisting);
+        // Each thousandth once; a command that is gone shows when the outcome cannot be told.
+        int told = -1;
+        const auto tell = [&](double share) {
+            if (qRound(share * 1000) != told)
+                channel.writeLine(WorkerChannel::progressReport(share));
+            told = qRound(share * 1000);
+        };
+        const ConvertOutcome outcome = ConvertOutcome::convert(converter, outputFolder->path(),
+                                                               options.progress ? tell : std::function<void(double)>());
         if (!channel.writeLine(WorkerChannel::outcomeReport(outcome)))
             return 1;
     }

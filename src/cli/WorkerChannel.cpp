@@ -12,6 +12,7 @@
 namespace {
 const QByteArray kConvert = QByteArrayLiteral("convert ");
 const QByteArray kOutcome = QByteArrayLiteral("outcome ");
+const QByteArray kProgress = QByteArrayLiteral("progress ");
 
 bool isOneWord(const QByteArray &text)
 {
@@ -82,16 +83,35 @@ bool WorkerChannel::writeLine(const QByteArray &line)
     return true;
 }
 
-QByteArray WorkerChannel::convertRequest(const QString &path)
+QByteArray WorkerChannel::convertRequest(const QString &path, const QString &subfolder)
 {
-    return kConvert + QUrl::toPercentEncoding(path);
+    const QByteArray request = kConvert + QUrl::toPercentEncoding(path);
+    return subfolder.isEmpty() ? request : request + ' ' + QUrl::toPercentEncoding(subfolder);
 }
 
-std::optional<QString> WorkerChannel::requestedPath(const QByteArray &line)
+std::optional<WorkerChannel::Request> WorkerChannel::request(const QByteArray &line)
 {
-    if (!line.startsWith(kConvert) || !isOneWord(line.mid(kConvert.size())))
+    const QList<QByteArray> words = line.mid(kConvert.size()).split(' ');
+    if (!line.startsWith(kConvert) || words.size() > 2 || !isOneWord(words.first()) || !isOneWord(words.last()))
         return std::nullopt;
-    return QString::fromUtf8(QByteArray::fromPercentEncoding(line.mid(kConvert.size())));
+    const auto decoded
+        = [](const QByteArray &word) { return QString::fromUtf8(QByteArray::fromPercentEncoding(word)); };
+    return Request{decoded(words.first()), words.size() > 1 ? decoded(words.last()) : QString()};
+}
+
+QByteArray WorkerChannel::progressReport(double share)
+{
+    return kProgress + QByteArray::number(qBound(0, qRound(share * 1000), 1000));
+}
+
+std::optional<double> WorkerChannel::reportedProgress(const QByteArray &line)
+{
+    bool isNumber = false;
+    const QByteArray number = line.mid(kProgress.size());
+    const int thousandths = number.toInt(&isNumber);
+    if (!line.startsWith(kProgress) || !isNumber || !isOneWord(number) || thousandths < 0 || thousandths > 1000)
+        return std::nullopt;
+    return thousandths / 1000.0;
 }
 
 QByteArray WorkerChannel::outcomeReport(const ConvertOutcome &outcome)

@@ -10,10 +10,12 @@
 // The line protocol between `deckwright convert` and the workers it starts
 // (`deckwright convert --worker`), and the worker's end of it:
 //
-//   to a worker:   "convert PATH"     convert this package next
-//                  "go"               give the file waiting in the output folder its name now
-//   from a worker: "ready"            the file is whole in the output folder and waits for "go"
-//                  "outcome OUTCOME"  the package is done; ready for the next
+//   to a worker:   "convert PATH [FOLDER]"  convert this package next (into
+//                                           that folder below the output folder)
+//                  "go"                     give the file waiting in the output folder its name now
+//   from a worker: "progress N"             the conversion is N thousandths done
+//                  "ready"                  the file is whole in the output folder and waits for "go"
+//                  "outcome OUTCOME"        the package is done; ready for the next
 //
 // A worker ends when its input ends. Paths and outcomes travel encoded, so a
 // name holding line breaks or any other bytes cannot break a line.
@@ -29,8 +31,16 @@ public:
     // False when the other end is gone.
     bool writeLine(const QByteArray &line);
 
-    static QByteArray convertRequest(const QString &path);
-    static std::optional<QString> requestedPath(const QByteArray &line);
+    struct Request
+    {
+        QString path;
+        QString subfolder; // below the output folder; empty: the folder itself
+        bool operator==(const Request &other) const { return path == other.path && subfolder == other.subfolder; }
+    };
+    static QByteArray convertRequest(const QString &path, const QString &subfolder = {});
+    static std::optional<Request> request(const QByteArray &line);
+    static QByteArray progressReport(double share);
+    static std::optional<double> reportedProgress(const QByteArray &line);
     static QByteArray outcomeReport(const ConvertOutcome &outcome);
     static std::optional<ConvertOutcome> reportedOutcome(const QByteArray &line);
     static QByteArray readyMessage() { return QByteArrayLiteral("ready"); }

@@ -57,6 +57,13 @@ QString lastComplaint(const QByteArray &standardError)
     return colon >= 0 ? line.mid(colon + 2) : line;
 }
 
+// Whether anything, a dangling link included, has this name in the folder.
+bool nameTaken(const OutputFolder &folder, const QString &name)
+{
+    struct stat st = {};
+    return ::fstatat(folder.descriptor(), QFile::encodeName(name).constData(), &st, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
 // Ends the conversion's window for deferred signals however doConvert returns.
 struct ConversionScope
 {
@@ -192,7 +199,11 @@ struct Converter::Job
     QString prezNameWithoutExt;
     QString copyPath;
     std::shared_ptr<const OutputFolder> output; // none when no folder was chosen
-    std::optional<QUrl> outUrl;                 // the bookmarked folder
+    // Where the file goes: the output folder, or the subfolder asked for,
+    // none until that is made; and its path, for messages.
+    std::shared_ptr<const OutputFolder> target;
+    QString targetPath;
+    std::optional<QUrl> outUrl; // the bookmarked folder
     FileTree::Kind copyKind = FileTree::Kind::Other;
     PackageCopy::Result copy;
     ChildProcess::Result gunzip;
@@ -235,7 +246,9 @@ void Converter::doConvert(const QString &outputPath)
         return;
     if (!checkDocumentSize(job))
         return;
-    if (!openOutputFolder(job))
+    if (!openOutputFolder(job, outputPath))
+        return;
+    if (skipIfDone(job))
         return;
     if (!openScratch(job))
         return;
@@ -254,8 +267,9 @@ void Converter::doConvert(const QString &outputPath)
         return;
     if (!packArchive(job))
         return;
-    chooseFreeName(job, outputPath);
-    if (!writeIntoOutputFolder(job, outputPath))
+    if (!chooseFreeName(job))
+        return;
+    if (!writeIntoOutputFolder(job))
         return;
 
     clearScratch(job);
@@ -285,7 +299,7 @@ bool Converter::checkDocumentSize(Job &job)
     return false;
 }
 
-bool Converter::openOutputFolder(Job &job)
+bool Converter::openOutputFolder(Job &job, const QString &outputPath)
 {
     // Opened once, now: whatever takes the folder's name later, a link
     // included, the file goes where the folder was when the conversion began.
@@ -296,13 +310,39 @@ bool Converter::openOutputFolder(Job &job)
         if (job.outUrl)
             job.output = OutputFolder::open(job.outUrl->toLocalFile());
     }
+    // The subfolder asked for, as far as it exists yet: a link or a file in
+    // its way is refused now, before any work. It is made when the file is written.
+    job.targetPath = m_subfolder.isEmpty() ? outputPath : outputPath + QLatin1Char('/') + m_subfolder;
+    job.target = job.output;
+    QString problem;
+    if (job.output && job.output->isOpen() && !m_subfolder.isEmpty())
+        job.target = job.output->subfolder(m_subfolder, false, &problem);
+    if (!problem.isEmpty()) {
+        failWith(job, OutputNotWritten,
+                 QStringLiteral("could not write %1 (%2)")
+                     .arg(job.targetPath + QLatin1Char('/') + job.fileUtils->getPrezName(), problem));
+        return false;
+    }
     // However it is reached, the package's own folders are never written into.
-    if (!job.output || !job.output->isInside(prezOrigPath()))
+    const std::shared_ptr<const OutputFolder> &written = job.target ? job.target : job.output;
+    if (!written || !written->isInside(prezOrigPath()))
         return true;
     setErrorOccurred(OutputNotWritten);
     setErrorReason(QStringLiteral("the output folder is inside the package, which is never changed"));
     post(ConversionEvents::finishedWithErrorNotKeynoteFour);
     return false;
+}
+
+bool Converter::skipIfDone(Job &job)
+{
+    // Nothing is copied for a package converted before: a second run over an archive costs next to nothing.
+    const QString name = job.fileUtils->getPrezName();
+    if (!m_skipExisting || !job.target || !job.target->isOpen() || !nameTaken(*job.target, name))
+        return false;
+    DW_LOG(QLatin1String("already converted : ") + name);
+    setOutputPrezName(name);
+    failWith(job, AlreadyDone, QStringLiteral("%1 exists").arg(job.targetPath + QLatin1Char('/') + name));
+    return true;
 }
 
 bool Converter::openScratch(Job &job)
@@ -524,20 +564,24 @@ bool Converter::packArchive(Job &job)
     return !stopIfAsked(job);
 }
 
-void Converter::chooseFreeName(Job &job, const QString &outputPath)
+bool Converter::chooseFreeName(Job &job)
 {
+    // Taken since the start, skipping existing files: the same package given
+    // twice, and the first of them converted under that name.
+    if (skipIfDone(job))
+        return false;
     // Anything at the name, a dangling link included, takes it. Looked up in
     // the folder as opened; only one that could not be opened is looked up by path.
     setOutputPrezName(job.prezName);
     m_number = 0;
     DW_LOG(QLatin1String("checking : ") + outputPrezName());
     auto taken = [&] {
-        struct stat st = {};
+        if (job.target && job.target->isOpen())
+            return nameTaken(*job.target, outputPrezName());
+        // A subfolder not made yet holds nothing.
         if (job.output && job.output->isOpen())
-            return ::fstatat(job.output->descriptor(), QFile::encodeName(outputPrezName()).constData(), &st,
-                             AT_SYMLINK_NOFOLLOW)
-                   == 0;
-        return FileTree::kindAt(outputPath + QLatin1Char('/') + outputPrezName(), nullptr);
+            return false;
+        return FileTree::kindAt(job.targetPath + QLatin1Char('/') + outputPrezName(), nullptr);
     };
     if (taken()) {
         DW_LOG(QLatin1String("already saved it"));
@@ -549,9 +593,10 @@ void Converter::chooseFreeName(Job &job, const QString &outputPath)
             DW_LOG(QLatin1String("trying : ") + outputPrezName());
         }
     }
+    return true;
 }
 
-bool Converter::writeIntoOutputFolder(Job &job, const QString &outputPath)
+bool Converter::writeIntoOutputFolder(Job &job)
 {
     // The folder is the one the person granted through the bookmark (or the
     // batch opened), as opened at the start; the plain path only names the
@@ -562,23 +607,36 @@ bool Converter::writeIntoOutputFolder(Job &job, const QString &outputPath)
         const int error = job.output ? job.output->error() : 0;
         failWith(job, OutputNotWritten,
                  QStringLiteral("could not write %1 (%2)")
-                     .arg(outputPath + QLatin1Char('/') + outputPrezName(),
+                     .arg(job.targetPath + QLatin1Char('/') + outputPrezName(),
                           error && error != ENOENT ? errnoText(error)
                                                    : QStringLiteral("the output folder no longer exists")));
         return false;
     }
+    // The subfolder is made now, once there is a file to put in it; what a
+    // killed write left there goes first, as in the output folder itself.
+    QString problem;
+    if (!job.target)
+        job.target = job.output->subfolder(m_subfolder, true, &problem);
+    if (!job.target) {
+        failWith(job, OutputNotWritten,
+                 QStringLiteral("could not write %1 (%2)")
+                     .arg(job.targetPath + QLatin1Char('/') + outputPrezName(), problem));
+        return false;
+    }
+    if (job.target != job.output)
+        ScratchRun::sweepStaleInOutputFolder(job.target->descriptor());
     FolderBookmark &bookmarks = FolderBookmark::platform();
     if (job.outUrl) {
         DW_LOG(QLatin1String("outUrl : ") + job.outUrl->toString());
         bookmarks.startAccessing(*job.outUrl);
     }
-    const bool written = writeOutput(job.copyPath, *job.output);
+    const bool written = writeOutput(job.copyPath, *job.target);
     if (job.outUrl)
         bookmarks.stopAccessing(*job.outUrl);
     if (stopIfAsked(job))
         return false;
     if (!written) {
-        failWith(job, OutputNotWritten, errorReason());
+        failWith(job, errorOccurred() == AlreadyDone ? AlreadyDone : OutputNotWritten, errorReason());
         return false;
     }
     return true;
@@ -654,6 +712,13 @@ bool Converter::writeOutput(const QString &archivePath, const OutputFolder &fold
         }
         // Someone (another run) may have taken the name since it was found free.
         while (result == OutputFile::Ok && (result = output.publish(outputPrezName())) == OutputFile::Taken) {
+            // Skipping existing files, a name taken meanwhile was taken by the
+            // same package given twice: the first of them has converted it.
+            if (m_skipExisting) {
+                setErrorOccurred(AlreadyDone);
+                setErrorReason(QStringLiteral("%1 exists").arg(folder.path() + QLatin1Char('/') + outputPrezName()));
+                return false;
+            }
             setOutputPrezName(numberedName(++m_number));
             DW_LOG(QLatin1String("trying : ") + outputPrezName());
             result = OutputFile::Ok;

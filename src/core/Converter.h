@@ -29,6 +29,7 @@ public:
         NotKeynoteFour = 2,   // not a package that can be converted
         OutputNotWritten = 3, // converted, but the file could not be written
         Stopped = 4,          // the person stopped it
+        AlreadyDone = 5,      // skipping existing files: its name is taken in its folder; nothing was done
     };
 
     // How the package's files are named inside the archive.
@@ -89,6 +90,15 @@ public:
     // Converts into this folder, already open, instead: a batch opens its
     // output folder once for all its conversions.
     void useOutputFolder(std::shared_ptr<const OutputFolder> folder) { m_outputFolder = std::move(folder); }
+    // Writes into this folder below the output folder ("2008/Misc") instead,
+    // made when the file is written; names are numbered within it.
+    void setOutputSubfolder(const QString &relative) { m_subfolder = relative; }
+    QString outputSubfolder() const { return m_subfolder; }
+    // A package whose own name is already taken in its folder is taken as
+    // converted before: it ends as AlreadyDone, told by the event of a refusal
+    // with outputPrezName the name found, before anything is copied, and no
+    // numbered name is ever made for it.
+    void setSkipExisting(bool on) { m_skipExisting = on; }
 
 protected:
     virtual std::unique_ptr<FileUtils> createFileUtils(const QString &prezOrigPath);
@@ -123,7 +133,7 @@ private:
     bool checkDocumentSize(Job &job);
     // Opens the output folder, unless one was given; refuses one that is the
     // package or lies inside it, whose files are never changed.
-    bool openOutputFolder(Job &job);
+    bool openOutputFolder(Job &job, const QString &outputPath);
     // Takes this run's own scratch folder and the names the copy goes under.
     bool openScratch(Job &job);
     // Works in the output folder when the package will not fit on the
@@ -143,10 +153,13 @@ private:
     bool writeDocumentBack(Job &job, QString &document);
     // Zips the copy and puts the archive where the copy was.
     bool packArchive(Job &job);
-    // Sets outputPrezName to the first name not taken in the output folder.
-    void chooseFreeName(Job &job, const QString &outputPath);
+    // Ends as AlreadyDone when skipping existing files and the package's name is taken.
+    bool skipIfDone(Job &job);
+    // Sets outputPrezName to the first name not taken in the output folder
+    // (or ends as AlreadyDone); false when the conversion has ended.
+    bool chooseFreeName(Job &job);
     // Writes the archive into the folder kept under the setting bookmarkData.
-    bool writeIntoOutputFolder(Job &job, const QString &outputPath);
+    bool writeIntoOutputFolder(Job &job);
 
     // Removes the copy, under either of its names, from the scratch folder.
     void clearScratch(Job &job);
@@ -165,4 +178,6 @@ private:
     QString m_prezNameWithoutExt;
     qint64 m_number = 0;
     std::shared_ptr<const OutputFolder> m_outputFolder; // given by the batch
+    QString m_subfolder;
+    bool m_skipExisting = false;
 };

@@ -130,3 +130,46 @@ bool OutputFolder::isInside(const QString &folder) const
         return st.st_dev == target.st_dev && st.st_ino == target.st_ino;
     });
 }
+
+std::shared_ptr<OutputFolder> OutputFolder::subfolder(const QString &relative, bool create, QString *problem) const
+{
+    problem->clear();
+    int fd = m_fd < 0 ? -1 : ::fcntl(m_fd, F_DUPFD_CLOEXEC, 0);
+    if (fd < 0) {
+        *problem = QStringLiteral("could not open %1: %2").arg(m_path, QString::fromLocal8Bit(std::strerror(EBADF)));
+        return nullptr;
+    }
+    QString path = m_path;
+    for (const QString &level : relative.split(QLatin1Char('/'), Qt::SkipEmptyParts)) {
+        path += QLatin1Char('/') + level;
+        const QByteArray name = QFile::encodeName(level);
+        int error = 0;
+        int next = -1;
+        // Only ever downward: a name that climbs or stays would leave the folder.
+        if (level == QLatin1String(".") || level == QLatin1String("..")) {
+            *problem = QStringLiteral("%1 is not a folder below the output folder").arg(path);
+        } else {
+            if (create && ::mkdirat(fd, name.constData(), 0777) != 0 && errno != EEXIST)
+                error = errno;
+            if (!error && (next = ::openat(fd, name.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)) < 0)
+                error = errno;
+            // Missing and not to be made yet is no problem: there is nothing in it.
+            struct stat st = {};
+            const bool found = next < 0 && ::fstatat(fd, name.constData(), &st, AT_SYMLINK_NOFOLLOW) == 0;
+            if (next >= 0 || (error == ENOENT && !create))
+                error = 0;
+            else if (found && S_ISLNK(st.st_mode))
+                *problem = QStringLiteral("%1 is a symbolic link").arg(path);
+            else if (found && !S_ISDIR(st.st_mode))
+                *problem = QStringLiteral("%1 is not a folder").arg(path);
+            else
+                *problem = (found ? QStringLiteral("could not open %1: %2") : QStringLiteral("could not make %1: %2"))
+                               .arg(path, QString::fromLocal8Bit(std::strerror(error)));
+        }
+        ::close(fd);
+        if (next < 0)
+            return nullptr;
+        fd = next;
+    }
+    return std::make_shared<OutputFolder>(fd, path);
+}

@@ -43,6 +43,14 @@ public:
     // mount, another name), is this one or one of the folders above it.
     bool isInside(const QString &folder) const;
 
+    // The folder at relative ("2008/Misc") below this one, each level opened
+    // from the one above it and never through a link, so nothing put in the
+    // way can send a file elsewhere. With create, the levels missing are made
+    // (0777 less the person's umask). None when it cannot be had: problem
+    // says why ("OUT/2008 is a symbolic link"), or is empty when a level is
+    // missing and create is false.
+    std::shared_ptr<OutputFolder> subfolder(const QString &relative, bool create, QString *problem) const;
+
 private:
     OutputFolder() = default;
     // Calls visit with this folder, then with each one above it up to "/",

@@ -2,6 +2,7 @@
 
 #include "core/FileTree.h"
 
+#include <QCollator>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -22,12 +23,19 @@ bool isPackageBytes(const char *name)
     return length >= 4 && qstrnicmp(name + length - 4, ".key", 4) == 0;
 }
 
-// Name order within each folder, a subfolder's packages where its name falls:
-// paths compared one "/" piece after the other.
-bool comesBefore(const QByteArray &a, const QByteArray &b)
+// Name order within each folder as a file manager shows it, numbers by their
+// value, a subfolder's packages where its name falls: paths compared one "/"
+// piece after the other. Names the collator holds equal keep byte order.
+bool comesBefore(const QCollator &collator, const QByteArray &a, const QByteArray &b)
 {
     const QList<QByteArray> left = a.split('/'), right = b.split('/');
-    return std::lexicographical_compare(left.begin(), left.end(), right.begin(), right.end());
+    for (qsizetype i = 0; i < left.size() && i < right.size(); ++i) {
+        if (left[i] == right[i])
+            continue;
+        const int order = collator.compare(QFile::decodeName(left[i]), QFile::decodeName(right[i]));
+        return order != 0 ? order < 0 : left[i] < right[i];
+    }
+    return left.size() < right.size();
 }
 
 // given: the folder as the person gave it; root: its clean absolute path.
@@ -37,7 +45,7 @@ QList<PackageSearch::Item> searchFolder(const QString &given, const QString &roo
     // The folder as the person named it, through a link if so; below it no link is followed.
     const QString folder = QFileInfo(root).canonicalFilePath();
     if (folder.isEmpty())
-        return {Item{Item::Unreadable, given, ENOENT}};
+        return {Item{Item::Unreadable, given, ENOENT, QString()}};
     // Relative to the folder: packages with 0, folders that could not be read with why.
     std::vector<std::pair<QByteArray, int>> found;
     const FileTree::WalkResult walk = FileTree::walk(folder, [&found](FileTree::Entry &entry) {
@@ -49,13 +57,19 @@ QList<PackageSearch::Item> searchFolder(const QString &given, const QString &roo
     });
     found.insert(found.end(), walk.unreadFolders.begin(), walk.unreadFolders.end());
     if (found.empty())
-        return {Item{Item::NoPackages, given, 0}};
+        return {Item{Item::NoPackages, given, 0, QString()}};
+    // The C locale compares code points and knows no numbers: English, whose
+    // order is the common one, serves there.
+    QCollator collator(QLocale().language() == QLocale::C ? QLocale(QLocale::English) : QLocale());
+    collator.setNumericMode(true);
     std::stable_sort(found.begin(), found.end(),
-                     [](const auto &a, const auto &b) { return comesBefore(a.first, b.first); });
+                     [&collator](const auto &a, const auto &b) { return comesBefore(collator, a.first, b.first); });
     QList<Item> items;
     for (const auto &[relative, error] : found) {
         const QString path = relative.isEmpty() ? given : root + QLatin1Char('/') + QFile::decodeName(relative);
-        items.append({error ? Item::Unreadable : Item::Package, path, error});
+        const qsizetype slash = relative.lastIndexOf('/');
+        items.append({error ? Item::Unreadable : Item::Package, path, error,
+                      slash < 0 ? QString() : QFile::decodeName(relative.left(slash))});
     }
     return items;
 }
@@ -96,13 +110,13 @@ bool PackageSearch::isPackageName(const QString &name)
 QList<PackageSearch::Item> PackageSearch::search(const QString &path)
 {
     if (path.isEmpty())
-        return {Item{Item::Package, path, 0}};
+        return {Item{Item::Package, path, 0, QString()}};
     const QFileInfo info(QDir::cleanPath(QFileInfo(path).absoluteFilePath()));
     // A package named through a link is still a package, whatever the link is called.
     const bool folder = info.isDir() && !isPackageName(info.fileName())
                         && !isPackageName(QFileInfo(info.canonicalFilePath()).fileName());
     if (!folder)
-        return {Item{Item::Package, path, 0}};
+        return {Item{Item::Package, path, 0, QString()}};
     return searchFolder(path, info.filePath());
 }
 

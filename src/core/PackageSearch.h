@@ -21,6 +21,9 @@ public:
         Kind kind = Package;
         QString path;  // a package, or the folder the other kinds are about
         int error = 0; // why an Unreadable folder could not be read
+        // The folders between the folder given and a package found in it
+        // ("2008/Misc" for Decks/2008/Misc/Talk.key from Decks); empty at its top.
+        QString folder;
 
         QString problem() const { return PackageSearch::problem(kind, error); }
     };
@@ -28,7 +31,8 @@ public:
     // it could not be read and why. Empty for a package.
     static QString problem(Item::Kind kind, int error = 0);
 
-    // The items for one path, in name order (bytes), a subfolder's among them
+    // The items for one path, in name order as file managers sort (Talk 2
+    // before Talk 10, by the person's locale; bytes settle a tie), a subfolder's among them
     // where its name falls: the path itself when it is no folder to search, a
     // folder without packages as one NoPackages item. A folder given is
     // searched even when named through a link; a link found inside one is

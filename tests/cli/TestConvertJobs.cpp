@@ -1,4 +1,5 @@
 #include "cli/ConvertJobs.h"
+#include "cli/ConvertReport.h"
 #include "core/OutputFolder.h"
 #include "support/Archive.h"
 #include "support/PackageFactory.h"
@@ -38,6 +39,7 @@ private:
     Program m_program{m_work.filePath(u"program"_s)};
     QString m_in = m_work.filePath(u"in"_s);
     QString m_big = m_work.filePath(u"big"_s); // A (large), B (small), C (large): B waits for its turn behind A
+    QString m_k4 = m_work.filePath(u"k4/Talk.key"_s), m_k5 = m_work.filePath(u"k5/Newer.key"_s); // to copy
 
     QStringList runFolders() const { return QDir(m_program.scratch()).entryList({u"run-*"_s}, QDir::AllEntries); }
 
@@ -60,6 +62,135 @@ private Q_SLOTS:
         PackageFactory(m_big).makeLarge(u"A.key"_s, 64 << 20, 1);
         PackageFactory(m_big).make(u"B.key"_s);
         PackageFactory(m_big).makeLarge(u"C.key"_s, 64 << 20, 3);
+        PackageFactory(m_work.filePath(u"k4"_s)).make(u"Talk.key"_s);
+        PackageFactory(m_work.filePath(u"k5"_s)).make(u"Newer.key"_s, PackageFactory::keynoteFiveDocument());
+    }
+
+    void archiveOptions_data()
+    {
+        QTest::addColumn<QString>("script");        // makes in/ and out/ in the row's folder, copying $K4 and $K5
+        QTest::addColumn<QStringList>("arguments"); // after convert --output OUT, run in in/
+        QTest::addColumn<QString>("lines");         // OUT: the output folder; K4, K5: the packages' bytes
+        QTest::addColumn<int>("status");
+        QTest::addColumn<QString>("summary"); // up to the time it took
+        QTest::addColumn<QString>("tree");    // the output folder's
+        QTest::newRow("keep folders: natural order, numbers per folder, nothing through a link")
+            << u"mkdir -p in/D/2008/Misc in/D/B in/D/C out/2008/Misc; : > 'out/2008/Misc/Talk 2.key'; : > out/C; "
+               "ln -s . out/B; cd in/D; for t in 'Talk 1' 2008/Misc/'Talk 10' 2008/Misc/'Talk 2' B/Talk C/Talk; do "
+               "cp -r \"$K4\" \"$t.key\"; done"_s
+            << QStringList{u"--keep-folders"_s, u"D"_s}
+            << u"converted: D/2008/Misc/Talk 2.key -> OUT/2008/Misc/Talk 2.1.key\n"
+               "converted: D/2008/Misc/Talk 10.key -> OUT/2008/Misc/Talk 10.key\n"
+               "failed: D/B/Talk.key: could not write OUT/B/Talk.key (OUT/B is a symbolic link)\n"
+               "failed: D/C/Talk.key: could not write OUT/C/Talk.key (OUT/C is not a folder)\n"
+               "converted: D/Talk 1.key -> OUT/Talk 1.key"_s
+            << 1 << u"3 converted, 0 skipped, 2 failed in "_s
+            << u"., 2008, 2008/Misc, 2008/Misc/Talk 10.key, 2008/Misc/Talk 2.1.key, 2008/Misc/Talk 2.key, B, C, "
+               "Talk 1.key"_s;
+        QTest::newRow("control characters quoted")
+            << u"mkdir -p in/Q out; cd in/Q; cp -r \"$K4\" \"$(printf 'Evil\\nconverted: x -> y.key')\"; "
+               "mkdir \"$(printf 'Bad\\tname.key')\""_s
+            << QStringList{u"Q"_s}
+            << u"skipped: 'Q/Bad'$'\\t''name.key': not a Keynote 4 file (index.apxl.gz is missing)\n"
+               "converted: 'Q/Evil'$'\\n''converted: x -> y.key' -> 'OUT/Evil'$'\\n''converted: x -> y.key'"_s
+            << 1 << u"1 converted, 1 skipped, 0 failed in "_s << u"., Evil\nconverted: x -> y.key"_s;
+        QTest::newRow("JSON, quiet")
+            << u"mkdir -p in/Q out; cd in/Q; cp -r \"$K4\" Talk.key; cp -r \"$K5\" Newer.key; mkdir Hollow.key"_s
+            << QStringList{u"--json"_s, u"--quiet"_s, u"Q"_s, u"Gone.key"_s}
+            << u"{\"bytes\":0,\"code\":2,\"input\":\"Q/Hollow.key\",\"outcome\":\"skipped\",\"output\":null,"
+               "\"reason\":\"index.apxl.gz is missing\",\"seconds\":0}\n"
+               "{\"bytes\":K5,\"code\":2,\"input\":\"Q/Newer.key\",\"outcome\":\"skipped\",\"output\":null,"
+               "\"reason\":\"already in the Keynote '09 format\",\"seconds\":0}\n"
+               "{\"bytes\":K4,\"code\":0,\"input\":\"Q/Talk.key\",\"outcome\":\"converted\",\"output\":"
+               "\"OUT/Talk.key\",\"reason\":null,\"seconds\":0}\n"
+               "{\"bytes\":0,\"code\":null,\"input\":\"Gone.key\",\"outcome\":\"skipped\",\"output\":null,"
+               "\"reason\":\"it was not found\",\"seconds\":0}"_s
+            << 1 << QString() << u"., Talk.key"_s;
+        // Nothing to do is no failure: a Keynote '09 package, a package converted before.
+        QTest::newRow("skip existing: what is there, and the same name twice")
+            << u"mkdir -p in/Q in/R out; : > out/Other.key; cd in; cp -r \"$K4\" Q/Talk.key; "
+               "cp -r \"$K4\" Q/Other.key; cp -r \"$K5\" Q/Newer.key; cp -r \"$K4\" R/Talk.key"_s
+            << QStringList{u"--skip-existing"_s, u"Q"_s, u"R"_s}
+            << u"skipped: Q/Newer.key: not a Keynote 4 file (already in the Keynote '09 format)\n"
+               "already-done: Q/Other.key: OUT/Other.key exists\n"
+               "converted: Q/Talk.key -> OUT/Talk.key\n"
+               "already-done: R/Talk.key: OUT/Talk.key exists"_s
+            << 0 << u"1 converted, 2 already done, 1 skipped, 0 failed in "_s << u"., Other.key, Talk.key"_s;
+    }
+
+    // The options for converting an archive, one after another and at once alike.
+    void archiveOptions()
+    {
+        QFETCH(QString, script);
+        QFETCH(QStringList, arguments);
+        QFETCH(QString, lines);
+        QFETCH(int, status);
+        QFETCH(QString, summary);
+        QFETCH(QString, tree);
+        for (const QString &jobs : {u"1"_s, u"2"_s}) {
+            const QTemporaryDir row(m_work.filePath(u"row-XXXXXX"_s));
+            QVERIFY(Program::sh(script, row.path(), {{u"K4"_s, m_k4}, {u"K5"_s, m_k5}}));
+            Program program = m_program;
+            program.workingFolder = row.filePath(u"in"_s);
+            const QString out = row.filePath(u"out"_s);
+            const Finished run
+                = program.run(Program::deckwright(QStringList{u"convert"_s, u"-j"_s, jobs, u"-o"_s, out} + arguments));
+            QStringList got = run.lines();
+            for (QString &line : got) {
+                QJsonObject object = QJsonDocument::fromJson(line.toUtf8()).object();
+                if (object.isEmpty())
+                    continue;
+                QVERIFY2(object.value(u"seconds"_s).toDouble(-1) >= 0, qPrintable(line));
+                object[u"seconds"_s] = 0;
+                line = QString::fromUtf8(QJsonDocument(object).toJson(QJsonDocument::Compact));
+            }
+            QCOMPARE(got.join(u'\n'), QString(lines)
+                                          .replace(u"OUT"_s, out)
+                                          .replace(u"K4"_s, QString::number(Tree::fileBytes(m_k4)))
+                                          .replace(u"K5"_s, QString::number(Tree::fileBytes(m_k5))));
+            QCOMPARE(run.status, status);
+            QVERIFY2(summary.isEmpty()
+                         ? run.err.isEmpty()
+                         : run.err.startsWith(summary.toUtf8()) && run.err.endsWith(" s\n") && run.err.count('\n') == 1,
+                     run.err);
+            QCOMPARE(Tree::of(out).paths(), tree);
+        }
+    }
+
+    // On a terminal one line rewrites itself, making way for each result; on a pipe there is none.
+    void progressOnlyOnATerminal()
+    {
+        const QString result
+            = u"skipped: c/Hollow.key: not a Keynote 4 file (index.apxl.gz is missing)\n"
+              "converted: c/Other.key -> %1/Other.key\nconverted: c/Talk.key -> %1/Talk.key\n"_s;
+        const QRegularExpression drawn(u"\r([^\r\n]*)\x1b\\[K"_s);
+        const QRegularExpression progress(
+            u"^$|^[123]/3 c/\\w+\\.key \\d+% · [\\d.]+ \\w+ left( · about [^·]+ left)?$"_s);
+        for (const QString &jobs : {u"1"_s, u"2"_s}) {
+            const QTemporaryDir ttyDir(m_work.filePath(u"tty-XXXXXX"_s)), pipeDir(m_work.filePath(u"pipe-XXXXXX"_s));
+            QString command;
+            for (const QString &word :
+                 Program::deckwright({u"convert"_s, u"-j"_s, jobs, u"-o"_s, ttyDir.path(), u"c"_s}))
+                command += u" '"_s + word + u'\'';
+            const Finished tty = m_program.run({u"script"_s, u"-qec"_s, command, u"/dev/null"_s});
+            QString transcript = QString::fromUtf8(tty.out);
+            QStringList draws;
+            for (const QRegularExpressionMatch &draw : drawn.globalMatch(transcript))
+                draws.append(draw.captured(1));
+            QVERIFY2(draws.filter(progress).size() == draws.size()
+                         && !draws.filter(QRegularExpression(u"^1/3 c/Hollow.key 0% · "_s)).isEmpty(),
+                     qPrintable(draws.join(u'\n')));
+            // Without the progress line, the terminal shows the results and the summary, each on a line of its own.
+            const QStringList shown = transcript.remove(drawn).split(u"\r\n"_s);
+            QCOMPARE(shown.mid(0, 3).join(u'\n') + u'\n', result.arg(ttyDir.path()));
+            QVERIFY2(shown.value(3).startsWith(u"2 converted, 1 skipped, 0 failed in "_s), qPrintable(shown.value(3)));
+
+            const Finished pipe
+                = m_program.run(Program::deckwright({u"convert"_s, u"-j"_s, jobs, u"-o"_s, pipeDir.path(), u"c"_s}));
+            QCOMPARE(QString::fromUtf8(pipe.out), result.arg(pipeDir.path()));
+            QVERIFY2(pipe.err.startsWith("2 converted, 1 skipped, 0 failed in ") && pipe.err.count('\n') == 1,
+                     pipe.err);
+        }
     }
 
     void sameLinesAndFilesWhateverTheJobs_data()
@@ -104,7 +235,9 @@ private Q_SLOTS:
                  u"converted: c/Talk.key -> %1/%4\n"
                  u"skipped: Newer.key: not a Keynote 4 file (already in the Keynote '09 format)\n"
                  u"converted: b/Talk.key/ -> %1/%5"_s.arg(one, talk(0), talk(1), talk(2), talk(3)));
-        QCOMPARE(sequential.err + parallel.err, QByteArray());
+        QVERIFY2(sequential.err.startsWith("5 converted, 5 skipped, 0 failed in ") && sequential.err.count('\n') == 1,
+                 sequential.err);
+        QCOMPARE(parallel.err.left(parallel.err.indexOf(" in ")), sequential.err.left(sequential.err.indexOf(" in ")));
         // The command neither reads nor writes the person's settings.
         QVERIFY(!QFileInfo::exists(m_program.config()));
         const auto written = outputs(one);
@@ -224,13 +357,19 @@ private Q_SLOTS:
         QFETCH(QString, reason);
         QString printed;
         QTextStream out(&printed);
+        ConvertReport report(out, out, u"/out"_s, {});
         ConvertJobs batch(script.isEmpty() ? m_work.filePath(u"nowhere/deckwright"_s) : u"/bin/sh"_s, {u"-c"_s, script},
-                          OutputFolder::open(u"/out"_s), out);
-        const QList<ConvertJobs::Item> items{{u"x.key"_s, u"/in/x.key"_s, std::nullopt},
-                                             {u"folder"_s, QString(), ConvertOutcome(ConvertOutcome::NoPackages)},
-                                             {u"y.key"_s, u"/in/y.key"_s, std::nullopt},
-                                             {u"z.key"_s, u"/in/z.key"_s, std::nullopt}};
-        QVERIFY(!batch.run(items, 2));
+                          OutputFolder::open(u"/out"_s), report);
+        const QList<ConvertJobs::Item> items{{u"x.key"_s, u"/in/x.key"_s, {}, std::nullopt},
+                                             {u"folder"_s, {}, {}, ConvertOutcome(ConvertOutcome::NoPackages)},
+                                             {u"y.key"_s, u"/in/y.key"_s, {}, std::nullopt},
+                                             {u"z.key"_s, u"/in/z.key"_s, {}, std::nullopt}};
+        QList<ConvertReport::Item> shown;
+        for (const ConvertJobs::Item &item : items)
+            shown.append({item.shown, 0});
+        report.begin(shown);
+        batch.run(items, 2);
+        QCOMPARE(report.status(), 1);
         const QStringList lines = printed.split(u'\n', Qt::SkipEmptyParts);
         QCOMPARE(lines.size(), 4);
         QCOMPARE(lines[1], u"skipped: folder: no Keynote packages in it"_s);

@@ -22,8 +22,8 @@ class TestWorkerChannel : public QObject
 private Q_SLOTS:
     void carriesAnyPathOrOutcomeOnOneLine_data()
     {
-        QTest::addColumn<int>("kind");     // of the outcome; -1: a path to convert
-        QTest::addColumn<QString>("text"); // the path, or the outcome's detail
+        QTest::addColumn<int>("kind");     // of the outcome; -1: a path (and folder) to convert; -2: a share
+        QTest::addColumn<QString>("text"); // the path, or the outcome's detail, or the share
         const QString hostile = u"could not write /out/a:b\n%20 (No space left on device)"_s;
         QTest::newRow("plain path") << -1 << u"/in/Talk.key"_s;
         QTest::newRow("empty path") << -1 << QString();
@@ -37,6 +37,8 @@ private Q_SLOTS:
         QTest::newRow("not Keynote 4") << int(ConvertOutcome::NotKeynoteFour) << u"caf\u00e9: x"_s;
         QTest::newRow("failed") << int(ConvertOutcome::Failed) << hostile;
         QTest::newRow("no packages") << int(ConvertOutcome::NoPackages) << QString();
+        QTest::newRow("already done") << int(ConvertOutcome::AlreadyDone) << u"2008/a b\n.key"_s;
+        QTest::newRow("half done") << -2 << u"0.5"_s;
     }
 
     void carriesAnyPathOrOutcomeOnOneLine()
@@ -44,9 +46,13 @@ private Q_SLOTS:
         QFETCH(int, kind);
         QFETCH(QString, text);
         const ConvertOutcome outcome(ConvertOutcome::Kind(kind), text);
-        const QByteArray line = kind < 0 ? WorkerChannel::convertRequest(text) : WorkerChannel::outcomeReport(outcome);
+        const QByteArray line = kind == -1   ? WorkerChannel::convertRequest(text, text)
+                                : kind == -2 ? WorkerChannel::progressReport(text.toDouble())
+                                             : WorkerChannel::outcomeReport(outcome);
         QVERIFY2(QRegularExpression(u"^[ -~]*$"_s).match(QString::fromLatin1(line)).hasMatch(), line);
-        QCOMPARE(WorkerChannel::requestedPath(line), kind < 0 ? std::optional(text) : std::nullopt);
+        QCOMPARE(WorkerChannel::request(line),
+                 kind == -1 ? std::optional(WorkerChannel::Request{text, text}) : std::nullopt);
+        QCOMPARE(WorkerChannel::reportedProgress(line), kind == -2 ? std::optional(text.toDouble()) : std::nullopt);
         QCOMPARE(WorkerChannel::reportedOutcome(line), kind < 0 ? std::nullopt : std::optional(outcome));
     }
 
@@ -55,21 +61,24 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("line");
         QTest::newRow("nothing") << QByteArray();
         QTest::newRow("unknown word") << QByteArray("convertx /a.key");
-        QTest::newRow("raw space in a path") << QByteArray("convert /a b.key");
         QTest::newRow("control byte") << QByteArray("convert /a\x01.key");
         QTest::newRow("no kind") << QByteArray("outcome :Talk.key");
-        QTest::newRow("kind too large") << QByteArray("outcome 6:x");
-        QTest::newRow("kind negative") << QByteArray("outcome -1:x");
+        QTest::newRow("kind too large") << QByteArray("outcome 7:-1:0:x");
+        QTest::newRow("kind negative") << QByteArray("outcome -1:-1:0:x");
         QTest::newRow("no colon") << QByteArray("outcome 0");
-        QTest::newRow("raw space in a reason") << QByteArray("outcome 4:no space");
-        QTest::newRow("byte beyond ASCII") << QByteArray("outcome 0:caf\xc3\xa9");
+        QTest::newRow("no time") << QByteArray("outcome 0:0:x");
+        QTest::newRow("raw space in a reason") << QByteArray("outcome 4:3:0:no space");
+        QTest::newRow("byte beyond ASCII") << QByteArray("outcome 0:0:0:caf\xc3\xa9");
+        QTest::newRow("raw spaces in a path") << QByteArray("convert /a b c.key");
+        QTest::newRow("share beyond the whole") << QByteArray("progress 1001");
     }
 
     void refusesWhatIsNotAMessage()
     {
         QFETCH(QByteArray, line);
-        QCOMPARE(WorkerChannel::requestedPath(line), std::nullopt);
+        QCOMPARE(WorkerChannel::request(line), std::nullopt);
         QCOMPARE(WorkerChannel::reportedOutcome(line), std::nullopt);
+        QCOMPARE(WorkerChannel::reportedProgress(line), std::nullopt);
     }
 
     // A worker waits for its turn inside a conversion, where signals are
