@@ -12,6 +12,8 @@
 #include <QPushButton>
 #include <QVBoxLayout>
 
+#include <algorithm>
+
 QString BatchResult::outcomeText(Outcome outcome)
 {
     switch (outcome) {
@@ -87,6 +89,8 @@ ResultsWindow::ResultsWindow(QWidget *parent)
 
 void ResultsWindow::setResults(const QString &summary, const QList<BatchResult> &results)
 {
+    // The row in hand stays in hand as rows are added; the first one otherwise, for the keyboard.
+    const int current = std::max(0, m_table->currentRowIndex());
     m_results = results;
     m_summary->setText(summary);
     m_table->clearRows();
@@ -94,7 +98,19 @@ void ResultsWindow::setResults(const QString &summary, const QList<BatchResult> 
         m_table->addRow({result.name, BatchResult::outcomeText(result.outcome), result.outputText(), result.reason},
                         {result.path, QString(), result.outputPath, result.reason});
     m_table->resizeColumnsToContents();
+    if (current < m_table->rowCount())
+        m_table->selectRow(current);
     updateButtons();
+}
+
+void ResultsWindow::showEvent(QShowEvent *event)
+{
+    // Centred on the main window the first time; afterwards where the person left it.
+    if (!m_placed && parentWidget()) {
+        m_placed = true;
+        move(parentWidget()->frameGeometry().center() - rect().center());
+    }
+    QWidget::showEvent(event);
 }
 
 const BatchResult *ResultsWindow::selected() const

@@ -45,6 +45,9 @@ public:
     void openSelected();
     void copyAll() const;
 
+protected:
+    void showEvent(QShowEvent *event) override;
+
 private:
     void updateButtons();
     const BatchResult *selected() const;
@@ -54,4 +57,5 @@ private:
     TextTable *m_table = nullptr;
     QPushButton *m_reveal = nullptr;
     QPushButton *m_open = nullptr;
+    bool m_placed = false;
 };
