@@ -97,7 +97,9 @@ void ResultsWindow::setResults(const QString &summary, const QList<BatchResult> 
     for (const BatchResult &result : results)
         m_table->addRow({result.name, BatchResult::outcomeText(result.outcome), result.outputText(), result.reason},
                         {result.path, QString(), result.outputPath, result.reason});
-    m_table->resizeColumnsToContents();
+    // The reason takes the room that is left.
+    for (int column = 0; column + 1 < m_table->columnCount(); ++column)
+        m_table->resizeColumnToContents(column);
     if (current < m_table->rowCount())
         m_table->selectRow(current);
     updateButtons();
