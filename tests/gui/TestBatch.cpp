@@ -13,12 +13,14 @@
 #include "support/FatalTrap.h"
 #include "support/Program.h"
 #include "support/gui/BatchFixture.h"
+#include "system/SystemCalls.h"
 #include "widgets/TextTable.h"
 
 #include <QtTest>
 #include <QtWidgets>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 namespace Key = SettingKey;
@@ -118,6 +120,8 @@ private Q_SLOTS:
         QFETCH(QString, work);
         QFETCH(double, least);
         QFETCH(double, most);
+        if (least > 0 && SystemCalls::bytesReadBy(::getpid()) < 0)
+            QSKIP("this system does not tell what a process has read; zip's lines and its archive must do");
         const QString go = f.work(u"go-"_s + QTest::currentDataTag());
         QVERIFY(::mkfifo(QFile::encodeName(go).constData(), 0600) == 0);
         Controller c(f.in(u"My Talk.key"_s), u"/usr/bin/zip"_s, u"%1; read -r go < '%2'"_s.arg(work, go));
