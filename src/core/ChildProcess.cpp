@@ -94,7 +94,7 @@ ChildProcess::Result ChildProcess::run(const QString &program, const QStringList
     const auto watch = [&] {
         result.standardOutput += process.readAllStandardOutput();
         if (watcher)
-            watcher(result.standardOutput);
+            watcher(result.standardOutput, process.processId());
     };
     if (Waiting::keepsEventsTurning()) {
         // The window keeps painting; a stop kills the child, which ends the wait.

@@ -26,9 +26,10 @@ public:
         bool succeeded() const { return started && !crashed && exitCode == 0; }
     };
 
-    // Called while the tool runs, with its standard output so far: whenever
-    // some arrives, and every watchInterval milliseconds.
-    using Watcher = std::function<void(const QByteArray &outputSoFar)>;
+    // Called while the tool runs, with its standard output so far and its
+    // process id: whenever some output arrives, and every watchInterval
+    // milliseconds, since a tool's output may come in blocks long apart.
+    using Watcher = std::function<void(const QByteArray &outputSoFar, qint64 processId)>;
     static constexpr int watchInterval = 200;
 
     // fileSizeLimit > 0: no file the tool writes may grow beyond it (the tool

@@ -16,6 +16,7 @@
 #include "core/SettingsStore.h"
 #include "core/StepProgress.h"
 #include "core/StopRequest.h"
+#include "system/SystemCalls.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -212,14 +213,15 @@ struct Converter::Job
     QString indexPath() const { return copyPath + QLatin1String("/index.apxl"); }
 };
 
-void Converter::watchStage(Job &job, const std::function<double(const QByteArray &)> &share)
+void Converter::watchStage(Job &job, const std::function<double(const QByteArray &, qint64)> &share)
 {
     m_stageShare = 0.0;
     if (!job.stages || !share) {
         job.fileUtils->setCommandWatcher(nullptr);
         return;
     }
-    job.fileUtils->setCommandWatcher([this, share](const QByteArray &output) { advanceStage(share(output)); });
+    job.fileUtils->setCommandWatcher(
+        [this, share](const QByteArray &output, qint64 processId) { advanceStage(share(output, processId)); });
 }
 
 void Converter::advanceStage(double share)
@@ -237,6 +239,7 @@ void Converter::doConvert(const QString &outputPath)
 
     setErrorOccurred(NoError);
     setErrorReason(QString());
+    m_packageBytes = -1;
     const QString given = prezOrigPath();
     setPrezOrigPath(resolvedPackagePath(given));
     Job job;
@@ -377,6 +380,7 @@ bool Converter::placeScratch(Job &job)
         ScratchRun::sweepStaleInOutputFolder(job.output->descriptor());
 
     const qint64 bytes = FileTree::bytesOfFiles(prezOrigPath());
+    m_packageBytes = bytes;
     const qint64 needed = DiskSpace::sum(DiskSpace::sum(bytes, bytes), DiskSpace::sum(bytes / 10, spareScratchBytes));
     const qint64 scratchFree = DiskSpace::available(ScratchDir::path());
     if (scratchFree < 0 || scratchFree >= needed)
@@ -535,7 +539,9 @@ bool Converter::packArchive(Job &job)
         zipArguments = {QStringLiteral("-r"), QStringLiteral("-X"), job.tmpDir + zipName, QStringLiteral(".")};
         job.fileUtils->setWorkingDirectory(packedFolder);
     }
-    watchStage(job, [&](const QByteArray &output) { return job.stages->zipShare(output, packedFolder, job.tmpDir); });
+    watchStage(job, [&](const QByteArray &output, qint64 zip) {
+        return job.stages->zipShare(output, packedFolder, job.tmpDir, SystemCalls::bytesReadBy(pid_t(zip)));
+    });
     const QString zipOutput = job.fileUtils->runCommand(QStringLiteral("/usr/bin/zip"), zipArguments);
     watchStage(job, nullptr);
     job.fileUtils->setWorkingDirectory(QString());

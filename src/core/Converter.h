@@ -70,6 +70,13 @@ public:
     // How far the copy or the zip now under way is, from 0 to 1; see
     // ConversionEvents::stageProgress.
     double stageShare() const { return m_stageShare; }
+    // The package's bytes, measured before the copy begins; -1 before that.
+    qint64 packageBytes() const { return m_packageBytes; }
+    // The progress events of a converted file, and after which of them the
+    // two long stages run: what a bar needs to give each step its share.
+    static constexpr int progressSteps = 8;
+    static constexpr int copyStep = 1;
+    static constexpr int zipStep = 6;
 
     // Whether a path came from a name that cannot be represented as text
     // (not UTF-8): such a package is refused, never copied under a mangled name.
@@ -119,7 +126,7 @@ private:
 
     void post(const QString &eventName);
     // Lets an observer of stageProgress follow the next command of the stage.
-    void watchStage(Job &job, const std::function<double(const QByteArray &)> &share);
+    void watchStage(Job &job, const std::function<double(const QByteArray &, qint64 processId)> &share);
     // Tells an observer of stageProgress that the stage is this far.
     void advanceStage(double share);
     QString numberedName(qint64 n) const;
@@ -175,6 +182,7 @@ private:
     qint64 m_errorOccurred = NoError;
     QString m_errorReason;
     double m_stageShare = 0.0;
+    qint64 m_packageBytes = -1;
     QString m_prezNameWithoutExt;
     qint64 m_number = 0;
     std::shared_ptr<const OutputFolder> m_outputFolder; // given by the batch

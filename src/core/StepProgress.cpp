@@ -37,8 +37,13 @@ qint64 StepProgress::bytesOfFilesIn(const QString &folder)
     return bytes;
 }
 
-double StepProgress::zipShare(const QByteArray &zipOutput, const QString &packedFolder, const QString &archiveFolder)
+double StepProgress::zipShare(const QByteArray &zipOutput, const QString &packedFolder, const QString &archiveFolder,
+                              qint64 bytesRead)
 {
+    // zip reads each file once, through read calls: beside the few bytes its
+    // loader reads, what it has read is what it has packed.
+    if (bytesRead >= 0)
+        return share(bytesRead);
     // zip prints "  adding: NAME" when it starts on a file and " (deflated 12%)"
     // when it is done with it, so every name but the last is a file done.
     QByteArray prefix = QFile::encodeName(packedFolder);

@@ -5,9 +5,11 @@
 #include <QString>
 
 // How far the two long stages of a conversion are, as a share of the
-// package's bytes: the copy by the bytes it has copied, zip
-// by the names it prints as it adds them (each a file done) and, for the file
-// it is working on, by the growth of the archive it writes.
+// package's bytes: the copy by the bytes it has copied, zip by the bytes it
+// has read where the system tells them, and otherwise by the names it prints
+// as it adds them (each a file done) and, for the file it is working on, by
+// the growth of the archive it writes. zip's output comes in blocks, long
+// apart on a large file, so its lines alone would leave the bar standing.
 class StepProgress
 {
 public:
@@ -22,8 +24,10 @@ public:
     // The share of zip's work done, from its output so far. packedFolder is
     // the folder zipped (its entries are printed under that path, less the
     // leading "/", or relative to it when zip runs inside it); archiveFolder
-    // holds the archive zip writes.
-    double zipShare(const QByteArray &zipOutput, const QString &packedFolder, const QString &archiveFolder);
+    // holds the archive zip writes; bytesRead: what zip has read so far, -1
+    // when unknown.
+    double zipShare(const QByteArray &zipOutput, const QString &packedFolder, const QString &archiveFolder,
+                    qint64 bytesRead = -1);
 
 private:
     double share(qint64 bytes) const;

@@ -63,6 +63,8 @@ AppDelegate::AppDelegate(QObject *parent)
             Qt::QueuedConnection);
     connect(m_window->menuItem(MainWindow::MenuItem::ShowMainWindow), &QAction::triggered, this,
             &AppDelegate::showMainWindow);
+    connect(m_window->menuItem(MainWindow::MenuItem::Results), &QAction::triggered, m_report,
+            &BatchReport::showResults);
     connect(m_window->menuItem(MainWindow::MenuItem::Support), &QAction::triggered, this,
             &AppDelegate::openSupportMenuItem);
     connect(m_window->menuItem(MainWindow::MenuItem::Website), &QAction::triggered, this,
@@ -255,14 +257,16 @@ void AppDelegate::convertBatch(const QList<QUrl> &chosenFiles)
         endBatch();
         return;
     }
-    m_report->begin();
+    QStringList prezPaths;
+    for (const QUrl &url : chosenFiles)
+        prezPaths.append(url.toString(QUrl::FullyEncoded));
+    m_report->begin(prezPaths);
 
     settings.setObject(SettingKey::errorPrezzes, QStringList());
     settings.synchronize();
 
     m_testWindow->beginBatch(int(chosenFiles.size()));
-    for (const QUrl &url : chosenFiles) {
-        const QString absoluteString = url.toString(QUrl::FullyEncoded);
+    for (const QString &absoluteString : std::as_const(prezPaths)) {
         DW_LOG(QLatin1String("prezPath ") + absoluteString);
         DW_LOG(QLatin1String("absoluteString ") + absoluteString);
         settings.setObject(SettingKey::prezPath, absoluteString);
@@ -276,8 +280,10 @@ void AppDelegate::convertBatch(const QList<QUrl> &chosenFiles)
     const QStringList errorPrezzes = settings.stringList(SettingKey::errorPrezzes, {});
     DW_LOG(QLatin1String("errorPrezzes ") + QString::number(errorPrezzes.size()));
     m_report->end(errorPrezzes.size());
+    // Show Details gives every rejected file with its reason, names decoded.
     if (!errorPrezzes.isEmpty())
-        Alert::show(Alert::Warning, QStringLiteral("Some problems occurred."), summaryText(errorPrezzes), m_window);
+        Alert::show(Alert::Warning, QStringLiteral("Some problems occurred."), summaryText(errorPrezzes), m_window,
+                    m_report->rejectedDetails());
     endBatch();
 }
 

@@ -36,6 +36,7 @@ public:
     ProgressBarWindowController *testWindow() const { return m_testWindow.get(); }
     PreferencesWindowController *prefs() const { return m_prefs.get(); }
     TrayIcon *tray() const { return m_tray; }
+    BatchReport *report() const { return m_report; }
     // Kept by the name it has always had, though it is a second progress window's controller.
     ProgressBarWindowController *preferencesWindowController() const { return m_preferencesWindowController.get(); }
 

@@ -88,7 +88,9 @@ MainWindow::MainWindow(QWidget *parent)
                    | Qt::WindowMinimizeButtonHint | Qt::WindowCloseButtonHint);
     setAcceptDrops(true);
     m_dropHighlight = new DropHighlight(m_ui->centralWidget);
-    connect(m_ui->statusLine, &QLabel::linkActivated, this, &MainWindow::statusLinkActivated);
+    // Each link of the line is named by its place.
+    connect(m_ui->statusLine, &QLabel::linkActivated, this,
+            [this](const QString &href) { Q_EMIT statusLinkActivated(m_statusLinks.value(href.toInt())); });
 }
 
 MainWindow::~MainWindow() = default;
@@ -124,18 +126,23 @@ void MainWindow::present()
     activateWindow();
 }
 
-void MainWindow::showStatus(const QString &text, const QString &linkText)
+void MainWindow::showStatus(const QString &text, const QStringList &links)
 {
     const QString separator = QStringLiteral(" · ");
-    m_statusText = text + separator + linkText;
-    m_ui->statusLine->setText(text.toHtmlEscaped() + separator + QStringLiteral("<a href=\"#\">")
-                              + linkText.toHtmlEscaped() + QStringLiteral("</a>"));
+    m_statusLinks = links;
+    m_statusText = QStringList(QStringList{text} + links).join(separator);
+    QString rich = text.toHtmlEscaped();
+    for (qsizetype i = 0; i < links.size(); ++i)
+        rich += separator + QStringLiteral("<a href=\"%1\">%2</a>").arg(i).arg(links.at(i).toHtmlEscaped());
+    m_ui->statusLine->setText(rich);
+    m_ui->statusLine->setAccessibleName(m_statusText);
     m_ui->statusLine->show();
 }
 
 void MainWindow::clearStatus()
 {
     m_statusText.clear();
+    m_statusLinks.clear();
     m_ui->statusLine->clear();
     m_ui->statusLine->hide();
 }
@@ -267,6 +274,8 @@ QAction *MainWindow::menuItem(MenuItem item) const
         return m_ui->quitMenuItem;
     case MenuItem::ShowMainWindow:
         return m_ui->showMainWindowMenuItem;
+    case MenuItem::Results:
+        return m_ui->resultsMenuItem;
     case MenuItem::Support:
         return m_ui->supportMenuItem;
     case MenuItem::Website:

@@ -28,7 +28,18 @@ public:
     ~MainWindow() override;
 
     // What the menus and the panels hold, for the delegate to connect.
-    enum class MenuItem { Open, Close, Preferences, Quit, ShowMainWindow, Support, Website, CheckForUpdates, About };
+    enum class MenuItem {
+        Open,
+        Close,
+        Preferences,
+        Quit,
+        ShowMainWindow,
+        Results,
+        Support,
+        Website,
+        CheckForUpdates,
+        About
+    };
     enum class Panel { Preferences, Open, MoreInfo };
     QAction *menuItem(MenuItem item) const;
     PanelButton *panel(Panel panel) const;
@@ -39,8 +50,8 @@ public:
     void present();
 
     // One line under the panels, such as the outcome of the last batch, ending
-    // in a link; it stays until replaced or cleared.
-    void showStatus(const QString &text, const QString &linkText);
+    // in links; it stays until replaced or cleared.
+    void showStatus(const QString &text, const QStringList &links);
     void clearStatus();
     // The line as it reads, link included; empty when there is none.
     QString statusText() const;
@@ -59,8 +70,8 @@ Q_SIGNALS:
     void preferencesHeaderClicked();
     // Local files and folders dropped on the window, in the order the drag gave them.
     void packagesDropped(const QStringList &paths);
-    // The status line's link was followed.
-    void statusLinkActivated();
+    // One of the status line's links was followed: its text.
+    void statusLinkActivated(const QString &link);
 
 protected:
     void closeEvent(QCloseEvent *event) override;
@@ -82,5 +93,6 @@ private:
     QPointer<QLabel> m_preferencesHeaderLabel;
     QWidget *m_dropHighlight = nullptr;
     QString m_statusText;
+    QStringList m_statusLinks;
     bool m_placed = false;
 };

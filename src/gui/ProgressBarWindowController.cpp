@@ -33,6 +33,54 @@
 namespace {
 const QString kProgressBarView = QStringLiteral("ProgressBarView");
 
+// The steps between two events that only read or rename count alike, as
+// this many bytes of zip's; a package smaller than that fills the bar in
+// equal steps. zip deflates every byte, while the copy moves them inside the
+// kernel: 300 MB took 7.6 s to zip and 0.1 s to copy here, so a byte copied
+// counts as a tenth of a byte zipped, which leaves room for slower disks.
+constexpr double kStepBytes = 512 * 1024;
+constexpr double kCopyCost = 0.1;
+// The pace of the last seconds: the copy runs far faster than zip, so the
+// pace since the start would promise too little time.
+constexpr qint64 kPaceMs = 5000;
+constexpr qint64 kFirstEstimateMs = 1000;
+
+double stepWeight(int step, qint64 packageBytes)
+{
+    const double bytes = double(std::max<qint64>(0, packageBytes));
+    if (step == Converter::copyStep)
+        return std::max(kStepBytes, kCopyCost * bytes);
+    if (step == Converter::zipStep)
+        return std::max(kStepBytes, bytes);
+    return kStepBytes;
+}
+
+// "600 MB", "1.5 GB": in units of 1024, one decimal below ten.
+QString sizeText(qint64 bytes)
+{
+    static const char *const units[] = {"bytes", "KB", "MB", "GB", "TB"};
+    double value = double(bytes);
+    int unit = 0;
+    while (value >= 1000 && unit < 4) {
+        value /= 1024;
+        ++unit;
+    }
+    const QString number = unit > 0 && value < 9.95 ? QString::number(value, 'f', 1) : QString::number(qRound64(value));
+    return number + QLatin1Char(' ') + QLatin1String(units[unit]);
+}
+
+QString timeLeftText(double seconds)
+{
+    if (seconds < 10)
+        return QStringLiteral("a few seconds left");
+    if (seconds < 57.5)
+        return QStringLiteral("about %1 s left").arg(qRound(seconds / 5) * 5);
+    const qint64 minutes = qRound64(seconds / 60);
+    if (minutes < 60)
+        return QStringLiteral("about %1 min left").arg(minutes);
+    return QStringLiteral("about %1 h %2 min left").arg(minutes / 60).arg(minutes % 60);
+}
+
 QString requiredSetting(const QString &key)
 {
     if (key == SettingKey::outputPath && !SettingsStore::standard().contains(key))
@@ -84,6 +132,7 @@ void ProgressBarWindowController::loadWindow()
         form.setupUi(window);
         m_progressIndy = form.progressIndy;
         m_exTextField = form.exTextField;
+        m_detailLine = form.detailLine;
         connect(form.stopButton, &QPushButton::clicked, this, &ProgressBarWindowController::stop);
         window->setFixedSize(window->sizeHint());
     }
@@ -247,7 +296,11 @@ void ProgressBarWindowController::showWindow(QObject *sender)
     DW_LOG(QLatin1String("outputPath : ") + outputPath);
     DW_LOG(QLatin1String("preferences window loaded"));
     requiredProgressIndy()->setDoubleValue(0);
-    m_eventsValue = 0;
+    m_events = 0;
+    m_pace.clear();
+    m_clock.start();
+    if (m_detailLine)
+        m_detailLine->clear();
     requiredProgressIndy()->setMaxValue(100.0);
     requiredProgressIndy()->displayIfNeeded();
 
@@ -280,17 +333,64 @@ void ProgressBarWindowController::showWindow(QObject *sender)
 void ProgressBarWindowController::moveProgressBar()
 {
     DW_LOG(QLatin1String("******* Atualizar **********"));
-    // From where the events alone have brought it, whatever a stage showed meanwhile.
-    m_eventsValue += 12.5;
-    requiredProgressIndy()->setDoubleValue(m_eventsValue);
+    // Where the events alone bring it, whatever a stage showed meanwhile.
+    ++m_events;
+    requiredProgressIndy()->setDoubleValue(100.0 * fileShare(m_events, 0, m_converter->packageBytes()));
+    showProgress(fileShare(m_events, 0, m_converter->packageBytes()));
 }
 
 void ProgressBarWindowController::moveWithinStage()
 {
     ProgressIndicator *bar = requiredProgressIndy();
-    const double within = m_eventsValue + 12.5 * std::clamp(m_converter->stageShare(), 0.0, 1.0);
-    if (within > bar->doubleValue())
-        bar->setDoubleValue(within);
+    const double share = fileShare(m_events, m_converter->stageShare(), m_converter->packageBytes());
+    if (100.0 * share > bar->doubleValue()) {
+        bar->setDoubleValue(100.0 * share);
+        showProgress(share);
+    }
+}
+
+double ProgressBarWindowController::fileShare(int events, double stageShare, qint64 packageBytes)
+{
+    if (events >= Converter::progressSteps)
+        return 1.0;
+    double total = 0, done = 0;
+    for (int step = 0; step < Converter::progressSteps; ++step) {
+        const double weight = stepWeight(step, packageBytes);
+        total += weight;
+        if (step < events)
+            done += weight;
+        else if (step == events)
+            done += weight * std::clamp(stageShare, 0.0, 1.0);
+    }
+    return done / total;
+}
+
+void ProgressBarWindowController::showProgress(double share)
+{
+    const qint64 bytes = m_converter->packageBytes();
+    const double seconds = secondsLeft(share);
+    if (m_detailLine && bytes >= 0)
+        m_detailLine->setText(detailText(qint64(share * double(bytes)), bytes, seconds));
+}
+
+double ProgressBarWindowController::secondsLeft(double share)
+{
+    const qint64 now = m_clock.elapsed();
+    m_pace.emplace_back(now, share);
+    while (m_pace.size() > 2 && now - m_pace[1].first >= kPaceMs)
+        m_pace.pop_front();
+    const auto [then, was] = m_pace.front();
+    if (now < kFirstEstimateMs || now == then || share <= was)
+        return -1;
+    return (1.0 - share) * double(now - then) / 1000.0 / (share - was);
+}
+
+QString ProgressBarWindowController::detailText(qint64 doneBytes, qint64 totalBytes, double secondsLeft)
+{
+    QString text = sizeText(doneBytes) + QStringLiteral(" of ") + sizeText(totalBytes);
+    if (secondsLeft >= 0)
+        text += QStringLiteral(" · ") + timeLeftText(secondsLeft);
+    return text;
 }
 
 void ProgressBarWindowController::reportRejectedFile(const QString &name, qint64 code, const QString &reason)

@@ -2,13 +2,16 @@
 
 #include "widgets/ProgressIndicator.h"
 
+#include <QElapsedTimer>
 #include <QLabel>
 #include <QObject>
 #include <QPointer>
 #include <QString>
 #include <QWidget>
 
+#include <deque>
 #include <memory>
+#include <utility>
 
 class Converter;
 
@@ -30,6 +33,8 @@ public:
     QWidget *mainW() const { return m_mainW; }
     ProgressIndicator *progressIndy() const { return m_progressIndy; }
     QLabel *exTextField() const { return m_exTextField; }
+    // The line under the bar: "600 MB of 1.5 GB · about 20 s left".
+    QLabel *detailLine() const { return m_detailLine; }
     Converter &converter() const { return *m_converter; }
 
     // The window it belongs to (set before the window is first loaded): it
@@ -56,6 +61,8 @@ public:
     static QString convertFileUrlToPath(const QString &urlText);
     // The name shown for a prezPath: its last "/" piece, percent escapes undone.
     static QString displayName(const QString &prezPath);
+    // The line under the bar; secondsLeft < 0: no estimate yet.
+    static QString detailText(qint64 doneBytes, qint64 totalBytes, double secondsLeft);
 
     virtual void showWindow(QObject *sender);
 
@@ -63,6 +70,10 @@ public:
     // Within the copy or the zip: the bar moves in proportion, never past
     // where that stage's progress event will put it.
     virtual void moveWithinStage();
+    // Where the bar stands, from 0 to 1, after this many progress events and
+    // this share of the stage after them. Each step weighs its share of the
+    // time: the copy and the zip by the package's bytes, the others alike.
+    static double fileShare(int events, double stageShare, qint64 packageBytes);
     virtual void finishedWithErrorNotKeynoteFour();
     virtual void saveErrorPrez(const QString &name);
     virtual void finishedWithErrorNotKeynote();
@@ -83,6 +94,8 @@ private:
     void waitUntilShown();
     void reportRejectedFile(const QString &name, qint64 code, const QString &reason);
     ProgressIndicator *requiredProgressIndy() const;
+    void showProgress(double share);
+    double secondsLeft(double share);
     QLabel *requiredExTextField() const;
 
     QString m_windowLayoutName;
@@ -90,10 +103,14 @@ private:
     std::unique_ptr<Converter> m_converter;
     QPointer<ProgressIndicator> m_progressIndy;
     QPointer<QLabel> m_exTextField;
+    QPointer<QLabel> m_detailLine;
     QPointer<QWidget> m_parentWindow;
     bool m_windowLoaded = false;
     bool m_placed = false;
-    double m_eventsValue = 0.0; // where the progress events alone have put the bar
+    int m_events = 0; // progress events of the file under way
+    // When the bar stood where, over the last few seconds: the pace of the time left.
+    QElapsedTimer m_clock;
+    std::deque<std::pair<qint64, double>> m_pace;
     int m_batchSize = 0;
     int m_batchPosition = 0;
     bool m_converting = false;

@@ -33,4 +33,7 @@ public:
     // How many processes (threads, as the kernel counts them against
     // RLIMIT_NPROC) the user with this real id has now; -1 when unknown.
     static long tasksOfUser(uid_t user);
+    // How many bytes the process has read so far through read calls, files
+    // and pipes alike (a tool working through its input); -1 when unknown.
+    static long long bytesReadBy(pid_t process);
 };

@@ -1,5 +1,6 @@
 #include "core/ConversionEvents.h"
 #include "core/Converter.h"
+#include "core/FileTree.h"
 #include "core/FileUrl.h"
 #include "core/FileUtils.h"
 #include "core/NotificationCenter.h"
@@ -8,12 +9,18 @@
 #include "gui/AppDelegate.h"
 #include "gui/BatchReport.h"
 #include "gui/ProgressBarWindowController.h"
+#include "gui/ResultsWindow.h"
 #include "support/FatalTrap.h"
 #include "support/Program.h"
 #include "support/gui/BatchFixture.h"
+#include "system/SystemCalls.h"
+#include "widgets/TextTable.h"
 
 #include <QtTest>
 #include <QtWidgets>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 namespace Key = SettingKey;
@@ -78,6 +85,13 @@ class TestBatch : public QObject
     BatchFixture f;
 
     bool nothingTold() const { return f.alerts.isEmpty() && f.rejected().isEmpty() && f.desktop.calls.isEmpty(); }
+    static QString outcomes(AppDelegate &app)
+    {
+        QStringList all;
+        for (const BatchResult &result : app.report()->results())
+            all.append(BatchResult::outcomeText(result.outcome));
+        return all.join(u' ');
+    }
 
 private Q_SLOTS:
     // As in the application: the windows answer while a tool runs.
@@ -85,23 +99,46 @@ private Q_SLOTS:
     void init() { f.reset({{Key::playSound, "false"}}); }
     void cleanup() { NotificationCenter::defaultCenter().removeObserver(this); }
 
-    // zip names the first large file, then waits until the window has shown
-    // it (a minute at most): the windows must go on answering meanwhile.
+    void theBarMovesWithTheWorkAndOnlyDuringIt_data()
+    {
+        QTest::addColumn<QString>("work"); // before zip waits
+        QTest::addColumn<double>("least"); // of the zip's step the bar must show then
+        QTest::addColumn<double>("most");
+        // zip's output comes in blocks, long apart on a large file; what it has read tells more.
+        const double photo = 40000.0 / double(FileTree::bytesOfFiles(f.in(u"My Talk.key"_s)));
+        QTest::newRow("the lines zip prints")
+            << u"printf '  adding: %s/Data/photo one.jpg (stored 0%%)\\n' \"$P\""_s << 0.0 << 1.0;
+        QTest::newRow("what zip reads, silently")
+            << u"while read -r l; do :; done < \"/$P/Data/photo one.jpg\""_s << photo * 0.99 << photo + 0.05;
+    }
+
+    // zip does its first work, then waits until the window has shown it: the
+    // windows must go on answering meanwhile. It waits on a pipe, as no child
+    // may add its reads to zip's.
     void theBarMovesWithTheWorkAndOnlyDuringIt()
     {
-        const QString go = f.work(u"go"_s);
-        Controller c(f.in(u"My Talk.key"_s), u"/usr/bin/zip"_s,
-                     u"a() { printf '  adding: %s/Data/%s (stored 0%%)\\n' \"$P\" \"$1\"; }; a 'photo one.jpg'; i=0; "
-                     "until [ -e '%1' ] || [ $i -ge 600 ]; do sleep 0.1; i=$((i+1)); done; a movie.v2.mov"_s.arg(go));
-        // Between the zip's own events (75 and 87.5) the bar goes on.
+        QFETCH(QString, work);
+        QFETCH(double, least);
+        QFETCH(double, most);
+        if (least > 0 && SystemCalls::bytesReadBy(::getpid()) < 0)
+            QSKIP("this system does not tell what a process has read; zip's lines and its archive must do");
+        const QString go = f.work(u"go-"_s + QTest::currentDataTag());
+        QVERIFY(::mkfifo(QFile::encodeName(go).constData(), 0600) == 0);
+        Controller c(f.in(u"My Talk.key"_s), u"/usr/bin/zip"_s, u"%1; read -r go < '%2'"_s.arg(work, go));
+        const auto letGo = [&] { QFile(go).open(QIODevice::WriteOnly); };
+        // Between the zip's own events (75 and 87.5) the bar goes on; a minute only ends a hang.
+        double shown = 0;
         QTimer ticks;
         ticks.callOnTimeout([&] {
-            if (std::any_of(c.all.begin(), c.all.end(), [](double v) { return v > 75 && v < 87.5; }))
-                QFile(go).open(QIODevice::WriteOnly);
+            for (const double v : std::as_const(c.all))
+                if (v > 75 + 12.5 * least && v < 87.5 && !shown)
+                    shown = v, letGo();
         });
         ticks.start(20);
+        QTimer::singleShot(60000, &ticks, letGo);
         c.showWindow(nullptr);
-        QVERIFY2(QFile::exists(go), "the bar never moved while zip worked");
+        QVERIFY2(shown > 0, "the bar never moved while zip worked");
+        QVERIFY2(shown <= 75 + 12.5 * most, qPrintable(QString::number(shown)));
         // Never back, and never past the events' own values.
         QVERIFY2(std::is_sorted(c.all.begin(), c.all.end()), qPrintable(QDebug::toString(c.all)));
         // A second run must not find the first one's observers still there.
@@ -164,15 +201,22 @@ private Q_SLOTS:
         QVERIFY(!c.window()->isVisible());
     }
 
-    void aStopEndsTheBatchWithNothingToReport()
+    void aStopEndsTheBatchAndSaysSo()
     {
         NotificationCenter::defaultCenter().addObserver(this, Events::progress, [this](const Notification &) {
-            NotificationCenter::defaultCenter().removeObserver(this); // the first file's stop only
+            if (!SettingsStore::standard().string(Key::prezPath, {}).contains(u"Plain.key"_s))
+                return;
+            NotificationCenter::defaultCenter().removeObserver(this); // the second file's stop only
             StopRequest::request();
         });
-        f.runBatch({"My Talk.key", "Plain.key"});
+        AppDelegate app;
+        f.choose({"My Talk.key", "Plain.key", "Three.v2.key"});
+        app.openFileMenuItem();
         QVERIFY(nothingTold());
-        QCOMPARE(QDir(f.out).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden), QStringList());
+        QCOMPARE(QDir(f.out).entryList(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden),
+                 QStringList{"My Talk.key"});
+        QCOMPARE(app.window()->statusText(), u"Stopped: 1 converted, 2 not converted · Show Results"_s);
+        QCOMPARE(outcomes(app), u"Converted Stopped Not converted"_s);
     }
 
     void namesAndSettingsTheWindowCannotDoWithoutAreFatal()
@@ -213,6 +257,10 @@ private Q_SLOTS:
         QCOMPARE(f.rejected(), rejected);
         QCOMPARE(f.alerts.size(), perFileAlerts + 1);
         QCOMPARE(f.alerts.last().informativeText(), AppDelegate::summaryText(rejected));
+        // Show Details: every rejected file, its name decoded, with its reason.
+        const QStringList details = f.alerts.last().detailedText().split(u'\n');
+        QCOMPARE(details.size(), rejected.size());
+        QCOMPARE(details[2], u"Not Keynote.key: index.apxl.gz is missing"_s);
         if (perFileAlerts) {
             QVERIFY2(f.alerts[2].informativeText().contains(u"\"Not%20Keynote.key\" is not a Keynote 4 file"_s),
                      qPrintable(f.alerts[2].informativeText()));
@@ -238,6 +286,26 @@ private Q_SLOTS:
         const QStringList names = u"f1 f2 f3 f4 f5 f6 f7 f8 f9 f10 f11 f12"_s.split(u' ').first(count);
         // The list stands between the two paragraphs.
         QTEST(AppDelegate::summaryText(names).section(u"\n\n"_s, 1, 1), "list");
+    }
+
+    void theLineUnderTheBar_data()
+    {
+        QTest::addColumn<qint64>("done");
+        QTest::addColumn<qint64>("total");
+        QTest::addColumn<double>("seconds");
+        QTest::addColumn<QString>("line");
+        const qint64 k = 1024, m = k * k;
+        QTest::newRow("a large deck") << 600 * m << 1536 * m << 21.0 << u"600 MB of 1.5 GB · about 20 s left"_s;
+        QTest::newRow("no estimate yet") << 40 * k << 98 * k << -1.0 << u"40 KB of 98 KB"_s;
+        QTest::newRow("hours") << 1000 * k << 9 * m << 3725.0 << u"1.0 MB of 9.0 MB · about 1 h 2 min left"_s;
+    }
+
+    void theLineUnderTheBar()
+    {
+        QFETCH(qint64, done);
+        QFETCH(qint64, total);
+        QFETCH(double, seconds);
+        QTEST(ProgressBarWindowController::detailText(done, total, seconds), "line");
     }
 
     void theOutputFolderIsAskedForWhenItIsNotThere_data()
@@ -330,7 +398,9 @@ private Q_SLOTS:
         QCOMPARE(f.panels[0].nameFilters().value(0), u"Keynote Presentations (*.key)"_s);
         QCOMPARE(f.outputs(), QStringList({"My Talk.key", "Plain.key", "Three.v2.key"}));
         QCOMPARE(SettingsStore::standard().string(Key::prezPath, {}), FileUrl::absoluteString(f.in("Three.v2.key")));
-        QCOMPARE(window->statusText(), u"3 presentations converted, 1 skipped · Show in Files"_s);
+        QCOMPARE(window->statusText(), u"3 presentations converted, 1 skipped · Show in Files · Show Results"_s);
+        QCOMPARE(outcomes(app), u"Converted Skipped Converted Converted"_s);
+        QCOMPARE(app.report()->results()[2].name, u"My Talk.key"_s); // decoded
         QTRY_COMPARE_WITH_TIMEOUT(
             notifications(),
             QStringList{u"notify(\"Deckwright\", \"3 presentations converted, 1 skipped\", \"Show in Files\")"_s},
@@ -345,7 +415,7 @@ private Q_SLOTS:
         QCOMPARE(QDir::cleanPath(f.panels.last().directory()), QDir::cleanPath(f.in({})));
         // The desktop hands the focus back once the progress window is gone.
         window->activateWindow();
-        QCOMPARE(window->statusText(), u"1 presentation converted · Show in Files"_s);
+        QCOMPARE(window->statusText(), u"1 presentation converted · Show in Files · Show Results"_s);
         // Timers of one interval fire in the order they were started: when
         // this one fires, the report has decided.
         bool decided = false;
@@ -355,10 +425,29 @@ private Q_SLOTS:
         QCOMPARE(notifications(), QStringList());
         follow(followLink, u"Plain.1.key"_s);
 
-        // The line stays until a batch that converts nothing.
+        // The results, from the line's second link: each row shown, opened, and all copied as text.
+        Q_EMIT statusLine->linkActivated(u"1"_s);
+        ResultsWindow *results = app.report()->resultsWindow();
+        QVERIFY(results->isVisible());
+        results->table()->selectRow(0);
+        f.desktop.calls.clear();
+        results->revealSelected(), results->openSelected(), results->copyAll();
+        const QString written = f.out + u"/Plain.1.key"_s;
+        QCOMPARE(f.desktop.calls, QStringList({u"revealFile(\"%1\", \"%2\")"_s.arg(written, f.out),
+                                               u"openFile(\"%1\", \"Keynote\")"_s.arg(written)}));
+        QCOMPARE(QApplication::clipboard()->text(),
+                 u"File\tOutcome\tSaved As\tReason\nPlain.key\tConverted\tPlain.1.key (numbered)\t\n"_s);
+
+        // A new batch clears the line when it starts; one that converts nothing still has results.
+        QString atStart = u"not started"_s;
+        NotificationCenter::defaultCenter().addObserver(this, Events::progress,
+                                                        [&](const Notification &) { atStart = window->statusText(); });
         batch({"Newer.key"});
-        QCOMPARE(window->statusText(), QString());
-        QVERIFY(statusLine->isHidden());
+        QCOMPARE(atStart, QString());
+        QCOMPARE(window->statusText(), u"0 presentations converted, 1 skipped · Show Results"_s);
+        QCOMPARE(results->table()->item(0, 3)->text(), app.report()->results()[0].reason);
+        window->menuItem(MainWindow::MenuItem::Results)->trigger();
+        QCOMPARE(results->table()->item(0, 1)->text(), u"Skipped"_s);
     }
 
     void completionActions_data()

@@ -39,3 +39,8 @@ long SystemCalls::tasksOfUser(uid_t)
 {
     return -1;
 }
+
+long long SystemCalls::bytesReadBy(pid_t)
+{
+    return -1;
+}
