@@ -151,10 +151,10 @@ void SettingsStore::requireKey(const QString &key) const
         Fatal::fail(QStringLiteral("the setting %1 is missing").arg(key));
 }
 
-QString SettingsStore::switchText(const QString &key) const
+QString SettingsStore::switchText(const QString &key, const QString &whenAbsent) const
 {
     if (!contains(key))
-        return QStringLiteral("true");
+        return whenAbsent;
     // A number reads as the platform's string reader gives it ("1" for 1,
     // for a truth too): never "true", so off. Anything else not a string is a damaged file.
     const QVariant value = object(key);
@@ -171,9 +171,9 @@ QString SettingsStore::switchText(const QString &key) const
     }
 }
 
-bool SettingsStore::isOn(const QString &key) const
+bool SettingsStore::isOn(const QString &key, bool whenAbsent) const
 {
-    return switchText(key) == QLatin1String("true");
+    return switchText(key, whenAbsent ? QStringLiteral("true") : QStringLiteral("false")) == QLatin1String("true");
 }
 
 void SettingsStore::useBackend(std::unique_ptr<SettingsBackend> backend)

@@ -33,11 +33,12 @@ public:
     qint64 integer(const QString &key, qint64 fallback) const;
     QStringList stringList(const QString &key, const QStringList &fallback) const;
     QByteArray requiredData(const QString &key) const;
-    // The text of an on/off setting: "true" when absent, a stored number's
-    // own text (never "true"); fatal for a list, a byte block or anything else.
-    QString switchText(const QString &key) const;
+    // The text of an on/off setting: whenAbsent when absent (the older
+    // settings are on then), a stored number's own text (never "true"); fatal
+    // for a list, a byte block or anything else.
+    QString switchText(const QString &key, const QString &whenAbsent = QStringLiteral("true")) const;
     // On exactly when that text is "true".
-    bool isOn(const QString &key) const;
+    bool isOn(const QString &key, bool whenAbsent = true) const;
 
     // Scopes: a file of its own (tests, other profiles), or memory only (tests, headless use).
     void useBackend(std::unique_ptr<SettingsBackend> backend);
@@ -75,4 +76,10 @@ inline const QString lastBatchFolder = QStringLiteral("lastBatchFolder");
 // How the converted package is laid out in its zip archive: "reference" (absent
 // too) or "root"; see Converter::ArchiveLayout.
 inline const QString archiveLayout = QStringLiteral("archiveLayout");
+// A dropped or named folder's packages keep their folders below the output
+// folder; "true" or "false", off when absent.
+inline const QString keepFolders = QStringLiteral("keepFolders");
+// A package whose name is taken in its output folder is taken as converted
+// before and left alone; "true" or "false", off when absent.
+inline const QString skipExisting = QStringLiteral("skipExisting");
 } // namespace SettingKey

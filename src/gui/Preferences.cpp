@@ -18,6 +18,8 @@
 #include <QVariant>
 #include <QWidget>
 
+#include <utility>
+
 namespace {
 constexpr int kYearEntry = 2;       // the interval entry after "Day" and "Week"
 constexpr int kRootLayoutEntry = 1; // after the layout Deckwright has always written
@@ -129,6 +131,8 @@ void Preferences::connectActions()
             [this] { pickedArchiveLayout(m_ui->archiveLayoutCombo); });
     connect(ui.sendSoundButton, &QCheckBox::clicked, this, [this] { soundCheckBox(m_ui->sendSoundButton); });
     connect(ui.stopForErrors, &QCheckBox::clicked, this, [this] { checkStopForErrorsAction(m_ui->stopForErrors); });
+    connect(ui.keepFolders, &QCheckBox::clicked, this, [this] { checkKeepFoldersAction(m_ui->keepFolders); });
+    connect(ui.skipExisting, &QCheckBox::clicked, this, [this] { checkSkipExistingAction(m_ui->skipExisting); });
     connect(ui.checkForUpdates, &QCheckBox::clicked, this, [this] { checkUpdatesAction(m_ui->checkForUpdates); });
     connect(ui.outputPathChooserButton, &QPushButton::clicked, this,
             [this] { showOutputPathDialog(m_ui->outputPathChooserButton); });
@@ -162,6 +166,15 @@ void Preferences::viewDidLoad()
     const QString stopForErrors = settings.switchText(SettingKey::stopForErrors);
     DW_LOG(QLatin1String("viewdidload : stopForErrors : ") + stopForErrors);
     m_ui->stopForErrors->setChecked(stopForErrors == kTrue);
+
+    // Unlike the older switches these are off until turned on: a batch fills
+    // the output folder as it always has.
+    for (const auto &[key, box] : {std::pair(SettingKey::keepFolders, m_ui->keepFolders),
+                                   std::pair(SettingKey::skipExisting, m_ui->skipExisting)}) {
+        const QString value = settings.switchText(key, kFalse);
+        DW_LOG(QLatin1String("viewdidload : ") + key + QLatin1String(" : ") + value);
+        box->setChecked(value == kTrue);
+    }
 
     m_ui->archiveLayoutCombo->setCurrentIndex(
         Converter::archiveLayoutSetting() == Converter::ArchiveLayout::PackageAtRoot ? kRootLayoutEntry : 0);
@@ -286,6 +299,20 @@ void Preferences::checkStopForErrorsAction(QObject *sender)
     storeCheckBox(sender, "checkStopForErrorsAction", SettingKey::stopForErrors,
                   QStringLiteral("checkUpdatesAction : "), QStringLiteral("stopForErrors : on"),
                   QStringLiteral("stopForErrors : off"));
+}
+
+void Preferences::checkKeepFoldersAction(QObject *sender)
+{
+    storeCheckBox(sender, "checkKeepFoldersAction", SettingKey::keepFolders,
+                  QStringLiteral("checkKeepFoldersAction : "), QStringLiteral("keepFolders : on"),
+                  QStringLiteral("keepFolders : off"));
+}
+
+void Preferences::checkSkipExistingAction(QObject *sender)
+{
+    storeCheckBox(sender, "checkSkipExistingAction", SettingKey::skipExisting,
+                  QStringLiteral("checkSkipExistingAction : "), QStringLiteral("skipExisting : on"),
+                  QStringLiteral("skipExisting : off"));
 }
 
 void Preferences::checkUpdatesAction(QObject *sender)

@@ -16,11 +16,10 @@ class Preferences;
 }
 
 // The General pane of the preferences window: what happens when a file is
-// done, the sound, reporting refused files, update checks and the output
-// folder. Every control writes straight into the settings store and
-// synchronises it; the pane keeps no state of its own. Its view comes from the
-// form "Preferences" and is built, and filled from the store, the first time
-// it is needed.
+// done, the sound, reporting refused files, update checks, the output folder
+// and how a batch fills it (subfolders kept, files converted before skipped). Every control writes straight into the
+// settings store and synchronises it; the pane keeps no state of its own. Its view comes from the form "Preferences"
+// and is built, and filled from the store, the first time it is needed.
 class Preferences : public QObject, public PreferencesWindowControllerProtocol
 {
     Q_OBJECT
@@ -54,6 +53,8 @@ public Q_SLOTS:
     virtual void pickedArchiveLayout(QObject *sender);
     virtual void soundCheckBox(QObject *sender);
     virtual void checkStopForErrorsAction(QObject *sender);
+    virtual void checkKeepFoldersAction(QObject *sender);
+    virtual void checkSkipExistingAction(QObject *sender);
     virtual void checkUpdatesAction(QObject *sender);
     virtual void checkForUpdates(QObject *sender);
     virtual void showOutputPathDialog(QObject *sender);

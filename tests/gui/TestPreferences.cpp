@@ -42,7 +42,11 @@ class TestPreferences : public QObject
                + ", updates" + on(u"checkForUpdates"_s) + ", stop" + on(u"stopForErrors"_s) + ", "
                + interval->currentText() + (interval->isEnabled() ? "" : " (disabled)") + ", "
                + control<QPushButton>(u"outputPathChooserButton"_s)->text() + ", "
-               + control<QComboBox>(u"archiveLayoutCombo"_s)->currentText().section(u' ', 1, 1) + " layout";
+               + control<QComboBox>(u"archiveLayoutCombo"_s)->currentText().section(u' ', 1, 1)
+               + " layout"
+               // The two that are off unless stored, named only when on.
+               + (control<QCheckBox>(u"keepFolders"_s)->isChecked() ? ", folders kept" : "")
+               + (control<QCheckBox>(u"skipExisting"_s)->isChecked() ? ", skip" : "");
     }
 
 private Q_SLOTS:
@@ -59,11 +63,15 @@ private Q_SLOTS:
                            {"playSound", "True"},
                            {"checkUpdates", "yes"},
                            {"stopForErrors", "false"},
+                           {"skipExisting", "True"},
                            {"updateInterval", qint64(604800)}}
             << "Open in Keynote, sound off, updates off, stop off, Week (disabled), Not Set, Deckwright layout";
+        const QVariantMap numbers{{"playSound", qint64(1)},
+                                  {"checkUpdates", qint64(1)},
+                                  {"stopForErrors", qint64(0)},
+                                  {"keepFolders", qint64(1)}};
         QTest::newRow("numbers are off")
-            << QVariantMap{{"playSound", qint64(1)}, {"checkUpdates", qint64(1)}, {"stopForErrors", qint64(0)}}
-            << "Do Nothing, sound off, updates off, stop off, Day (disabled), Not Set, Deckwright layout";
+            << numbers << "Do Nothing, sound off, updates off, stop off, Day (disabled), Not Set, Deckwright layout";
         QTest::newRow("four weeks, as written for Year")
             << QVariantMap{{"updateInterval", qint64(2419200)}}
             << "Do Nothing, sound on, updates on, stop on, Month, Not Set, Deckwright layout";
@@ -73,6 +81,9 @@ private Q_SLOTS:
         QTest::newRow("Keynote '09's layout")
             << QVariantMap{{"archiveLayout", "root"}}
             << "Do Nothing, sound on, updates on, stop on, Day, Not Set, Keynote layout";
+        QTest::newRow("folders kept, converted files skipped")
+            << QVariantMap{{"keepFolders", "true"}, {"skipExisting", "true"}}
+            << "Do Nothing, sound on, updates on, stop on, Day, Not Set, Deckwright layout, folders kept, skip";
     }
 
     void storedValuesAreShownNotWritten()
@@ -86,7 +97,7 @@ private Q_SLOTS:
     void controlsWriteExactValues_data()
     {
         QTest::addColumn<QString>("control");
-        QTest::addColumn<QString>("item"); // for a check box: "off" is one click, "on" a second one
+        QTest::addColumn<QString>("item"); // for a check box: clicked at least once, until it is so
         QTest::addColumn<QVariantMap>("written");
         const QString interval = u"intervalCombo"_s, layout = u"archiveLayoutCombo"_s;
         QTest::newRow("completion") << u"finishedActionCombo"_s << "Show in Finder"
@@ -104,6 +115,9 @@ private Q_SLOTS:
         QTest::newRow("sound on") << u"sendSoundButton"_s << "on" << QVariantMap{{"playSound", "true"}};
         QTest::newRow("updates off") << u"checkForUpdates"_s << "off" << QVariantMap{{"checkUpdates", "false"}};
         QTest::newRow("stop off") << u"stopForErrors"_s << "off" << QVariantMap{{"stopForErrors", "false"}};
+        QTest::newRow("folders kept") << u"keepFolders"_s << "on" << QVariantMap{{"keepFolders", "true"}};
+        QTest::newRow("skip on") << u"skipExisting"_s << "on" << QVariantMap{{"skipExisting", "true"}};
+        QTest::newRow("skip off") << u"skipExisting"_s << "off" << QVariantMap{{"skipExisting", "false"}};
     }
 
     void controlsWriteExactValues()
@@ -119,7 +133,9 @@ private Q_SLOTS:
             combo->setCurrentIndex(index > 0 ? index - 1 : index + 1);
             QTest::keyClick(combo, index > 0 ? Qt::Key_Down : Qt::Key_Up);
         } else {
-            QTest::keyClicks(widget, item == u"on"_s ? u"  "_s : u" "_s); // a space a click
+            do
+                QTest::keyClick(widget, Qt::Key_Space);
+            while (qobject_cast<QCheckBox *>(widget)->isChecked() != (item == u"on"_s));
         }
         QTEST(saved(), "written");
         // The interval matters only while automatic checks are on.
