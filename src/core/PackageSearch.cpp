@@ -120,8 +120,10 @@ QList<PackageSearch::Item> PackageSearch::search(const QString &path)
     return searchFolder(path, info.filePath());
 }
 
-QStringList PackageSearch::expand(const QStringList &paths)
+QStringList PackageSearch::expand(const QStringList &paths, QStringList *folders)
 {
+    if (folders)
+        folders->clear();
     QStringList packages;
     QSet<QString> seen;
     for (const QString &path : paths) {
@@ -133,6 +135,8 @@ QStringList PackageSearch::expand(const QStringList &paths)
             if (item.kind == Item::Package && !seen.contains(key)) {
                 seen.insert(key);
                 packages.append(item.path);
+                if (folders)
+                    folders->append(item.folder);
             }
         }
     }

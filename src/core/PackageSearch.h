@@ -40,8 +40,9 @@ public:
     static QList<Item> search(const QString &path);
 
     // The packages for these paths, in their order, each once; folders that
-    // hold none or could not be read add nothing.
-    static QStringList expand(const QStringList &paths);
+    // hold none or could not be read add nothing. folders, when given, gets
+    // each package's Item::folder, in step.
+    static QStringList expand(const QStringList &paths, QStringList *folders = nullptr);
 
     // Whether a folder of this name is a package: it ends in ".key", in any
     // letter case (the converter then refuses any but ".key" by its name).

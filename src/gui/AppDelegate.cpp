@@ -242,7 +242,7 @@ void AppDelegate::doOpenDialog()
     convertBatch(panel.urls());
 }
 
-void AppDelegate::convertBatch(const QList<QUrl> &chosenFiles)
+void AppDelegate::convertBatch(const QList<QUrl> &chosenFiles, const QStringList &folders)
 {
     m_converting = true;
     QString printed;
@@ -265,11 +265,15 @@ void AppDelegate::convertBatch(const QList<QUrl> &chosenFiles)
     settings.setObject(SettingKey::errorPrezzes, QStringList());
     settings.synchronize();
 
+    // Read once: a change made while the batch runs counts from the next one.
+    m_testWindow->setSkipExisting(settings.isOn(SettingKey::skipExisting, false));
     m_testWindow->beginBatch(int(chosenFiles.size()));
-    for (const QString &absoluteString : std::as_const(prezPaths)) {
+    for (qsizetype i = 0; i < prezPaths.size(); ++i) {
+        const QString &absoluteString = prezPaths.at(i);
         DW_LOG(QLatin1String("prezPath ") + absoluteString);
         DW_LOG(QLatin1String("absoluteString ") + absoluteString);
         settings.setObject(SettingKey::prezPath, absoluteString);
+        m_testWindow->setOutputSubfolder(folders.value(i));
         m_testWindow->showWindow(nullptr);
         // The person's stop ends the batch; the files after it are left as they are.
         if (m_testWindow->converter().errorOccurred() == Converter::Stopped)
@@ -332,7 +336,8 @@ void AppDelegate::runPendingBatches()
     while (!m_converting && !m_pendingBatches.isEmpty()) {
         // Folders become the packages in them here, whichever way they came:
         // a drop, the command line or a later start.
-        const QStringList packages = PackageSearch::expand(m_pendingBatches.takeFirst());
+        QStringList folders;
+        const QStringList packages = PackageSearch::expand(m_pendingBatches.takeFirst(), &folders);
         if (packages.isEmpty()) {
             showNoPackagesFound();
             continue;
@@ -340,7 +345,9 @@ void AppDelegate::runPendingBatches()
         QList<QUrl> urls;
         for (const QString &path : packages)
             urls.append(OpenPanel::urlForPath(path, true));
-        convertBatch(urls);
+        if (!SettingsStore::standard().isOn(SettingKey::keepFolders, false))
+            folders.clear();
+        convertBatch(urls, folders);
     }
 }
 

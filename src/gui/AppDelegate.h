@@ -48,8 +48,10 @@ public:
 
     // The batch: pick packages, make sure there is an output folder, convert each, sum up.
     void doOpenDialog();
-    // Converts the given URLs as one batch, as if chosen in the open dialog.
-    void convertBatch(const QList<QUrl> &urls);
+    // Converts the given URLs as one batch, as if chosen in the open dialog;
+    // folders, in step with them, are the subfolders of the output folder
+    // they go to (none for a file from the open dialog).
+    void convertBatch(const QList<QUrl> &urls, const QStringList &folders = {});
     // Packages and folders handed over by a drop, the command line or a later
     // start; queued while a batch runs, folders searched when their turn comes.
     void openPackages(const QStringList &paths);

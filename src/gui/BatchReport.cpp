@@ -11,6 +11,7 @@
 
 #include <QApplication>
 #include <QDir>
+#include <QFileInfo>
 #include <QTimer>
 
 namespace {
@@ -26,6 +27,8 @@ BatchResult::Outcome outcomeOf(qint64 code)
         return BatchResult::Stopped;
     case Converter::OutputNotWritten:
         return BatchResult::Failed;
+    case Converter::AlreadyDone:
+        return BatchResult::AlreadyDone;
     default:
         return BatchResult::Skipped;
     }
@@ -55,6 +58,7 @@ BatchReport::~BatchReport()
 void BatchReport::begin(const QStringList &prezPaths)
 {
     m_converted = 0;
+    m_alreadyDone = 0;
     m_batch = prezPaths;
     m_results.clear();
     // What the line said was about the last batch.
@@ -77,12 +81,20 @@ void BatchReport::record(Converter *converter)
     result.path = FileUrl::toPath(prezPath).value_or(converter->prezOrigPath());
     result.outcome = outcomeOf(converter->errorOccurred());
     result.reason = converter->errorReason();
+    if (result.outcome == BatchResult::Converted || result.outcome == BatchResult::AlreadyDone) {
+        const QString outputPath = SettingsStore::standard().string(SettingKey::outputPath, QString());
+        result.subfolder = converter->outputSubfolder();
+        QDir folder(FileUrl::toPath(outputPath).value_or(QString()));
+        if (!result.subfolder.isEmpty())
+            folder.setPath(folder.filePath(result.subfolder));
+        result.outputPath = folder.filePath(converter->outputPrezName());
+    }
+    if (result.outcome == BatchResult::AlreadyDone)
+        ++m_alreadyDone;
     if (result.outcome == BatchResult::Converted) {
         ++m_converted;
-        const QString outputPath = SettingsStore::standard().string(SettingKey::outputPath, QString());
-        m_lastFolder = FileUrl::toPath(outputPath).value_or(QString());
-        m_lastFile = QDir(m_lastFolder).filePath(converter->outputPrezName());
-        result.outputPath = m_lastFile;
+        m_lastFolder = QFileInfo(result.outputPath).path();
+        m_lastFile = result.outputPath;
         // Named after the package the converter copied, a link's target included.
         result.numbered = converter->outputPrezName() != FileUtils(converter->prezOrigPath()).getPrezName();
     }
@@ -104,10 +116,12 @@ void BatchReport::end(qsizetype skipped)
         m_results.append(result);
     }
     m_batch.clear();
-    m_summary = stopped ? QStringLiteral("Stopped: %1 converted, %2 not converted")
+    const QString alreadyDone = m_alreadyDone ? QStringLiteral(", %1 already converted").arg(m_alreadyDone) : QString();
+    m_summary = stopped ? QStringLiteral("Stopped: %1 converted%2, %3 not converted")
                               .arg(m_converted)
-                              .arg(m_results.size() - m_converted)
-                        : text(m_converted, skipped);
+                              .arg(alreadyDone)
+                              .arg(m_results.size() - m_converted - m_alreadyDone)
+                        : text(m_converted, skipped) + alreadyDone;
     refreshResults();
     if (!m_window)
         return;

@@ -16,7 +16,8 @@ class MainWindow;
 // results of every file (ResultsWindow, filled as the files are done and kept
 // until the next batch) and, when the person is looking elsewhere, a desktop
 // notification. Only files really written into the output folder count as
-// converted.
+// converted; files found converted before are counted apart ("…, 2 already
+// converted").
 class BatchReport : public QObject
 {
     Q_OBJECT
@@ -59,6 +60,7 @@ private:
     QList<BatchResult> m_results;
     QString m_summary;
     int m_converted = 0;
+    int m_alreadyDone = 0; // skipping files converted before: found there
     QString m_lastFile;
     QString m_lastFolder;
     QString m_shownFile; // what the status line's link reveals

@@ -319,6 +319,8 @@ void ProgressBarWindowController::showWindow(QObject *sender)
     center.addObserver(this, ConversionEvents::stageProgress, [this](const Notification &) { moveWithinStage(); });
 
     m_converter = makeConverter(prezPathUrl);
+    m_converter->setOutputSubfolder(m_subfolder);
+    m_converter->setSkipExisting(m_skipExisting);
     m_converting = true;
     m_converter->doConvert(outputUrlPath);
     m_converting = false;
@@ -423,9 +425,9 @@ void ProgressBarWindowController::finishedWithErrorNotKeynote()
 void ProgressBarWindowController::rejectCurrentFile()
 {
     close();
-    // A file the person stopped is no problem to report or to list.
+    // A file the person stopped, or converted before, is no problem to report or to list.
     const qint64 code = m_converter->errorOccurred();
-    if (code == Converter::Stopped)
+    if (code == Converter::Stopped || code == Converter::AlreadyDone)
         return;
     SettingsStore &settings = SettingsStore::standard();
     // The name as it stands in the URL text, escapes and all.
@@ -449,6 +451,9 @@ void ProgressBarWindowController::finishedConversion()
     DW_LOG(QLatin1String("******* Finished **********"));
     const QString outputPrezName = m_converter->outputPrezName();
     DW_LOG(QLatin1String("output prezname : ") + outputPrezName);
+    // The file's name below the output folder, in the subfolder it was kept in.
+    const QString subfolder = m_converter->outputSubfolder();
+    const QString written = subfolder.isEmpty() ? outputPrezName : subfolder + QLatin1Char('/') + outputPrezName;
     SettingsStore &settings = SettingsStore::standard();
     const QString completedAction = settings.string(SettingKey::completedAction, QStringLiteral("Do Nothing"));
     const QString playSound = settings.switchText(SettingKey::playSound);
@@ -463,7 +468,7 @@ void ProgressBarWindowController::finishedConversion()
 
     // Two paths, computed apart: the folder part of finalPath is escaped a
     // second time, so it serves only as the root of the reveal.
-    const QString finalPathRaw = outputPath + outputPrezName;
+    const QString finalPathRaw = outputPath + written;
     DW_LOG(QLatin1String("finalPathRaw : ") + finalPathRaw);
     const QString finalPath = FileUrl::addingPercentEscapes(finalPathRaw);
     DW_LOG(QLatin1String("finalPath : ") + finalPath);
@@ -476,10 +481,10 @@ void ProgressBarWindowController::finishedConversion()
     const std::optional<QUrl> outUrl = bookmarks.resolve(settings.requiredData(SettingKey::bookmarkData));
     if (!outUrl)
         Fatal::fail(QStringLiteral("the output folder %1 no longer exists").arg(convertFileUrlToPath(outputPath)));
-    const QUrl outputFileUrl = QUrl::fromLocalFile(outUrl->toLocalFile() + outputPrezName);
+    const QUrl outputFileUrl = QUrl::fromLocalFile(outUrl->toLocalFile() + written);
     Q_UNUSED(outputFileUrl)
 
-    const QString pathToUse = outputPath + FileUrl::addingPercentEscapes(outputPrezName);
+    const QString pathToUse = outputPath + FileUrl::addingPercentEscapes(written);
     DW_LOG(QLatin1String("pathToUse : ") + pathToUse);
     const QString pathToUseBetter = convertFileUrlToPath(pathToUse);
     DW_LOG(QLatin1String("pathToUseBetter : ") + pathToUseBetter);

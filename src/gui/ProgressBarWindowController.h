@@ -50,6 +50,11 @@ public:
 
     // A batch of fileCount files: the title counts them ("Converting 2 of 5").
     void beginBatch(int fileCount);
+    // Where the next file goes below the output folder ("2008/Misc"; empty: into it).
+    void setOutputSubfolder(const QString &relative) { m_subfolder = relative; }
+    // Whether a file whose name its folder already holds is taken as converted
+    // before: nothing to do, so no alert and no entry in errorPrezzes.
+    void setSkipExisting(bool on) { m_skipExisting = on; }
     // Closes the window for good.
     void endBatch();
 
@@ -111,6 +116,8 @@ private:
     // When the bar stood where, over the last few seconds: the pace of the time left.
     QElapsedTimer m_clock;
     std::deque<std::pair<qint64, double>> m_pace;
+    QString m_subfolder;
+    bool m_skipExisting = false;
     int m_batchSize = 0;
     int m_batchPosition = 0;
     bool m_converting = false;

@@ -25,6 +25,8 @@ QString BatchResult::outcomeText(Outcome outcome)
         return QStringLiteral("Failed");
     case Stopped:
         return QStringLiteral("Stopped");
+    case AlreadyDone:
+        return QStringLiteral("Already converted");
     case NotReached:
         break;
     }
@@ -35,7 +37,9 @@ QString BatchResult::outputText() const
 {
     if (outputPath.isEmpty())
         return QString();
-    return QFileInfo(outputPath).fileName() + (numbered ? QStringLiteral(" (numbered)") : QString());
+    const QString name = QFileInfo(outputPath).fileName();
+    return (subfolder.isEmpty() ? name : subfolder + QLatin1Char('/') + name)
+           + (numbered ? QStringLiteral(" (numbered)") : QString());
 }
 
 ResultsWindow::ResultsWindow(QWidget *parent)
@@ -78,7 +82,7 @@ ResultsWindow::ResultsWindow(QWidget *parent)
     // Enter or a double click opens a converted file and shows any other.
     connect(m_table, &TextTable::rowActivated, this, [this](int) {
         const BatchResult *result = selected();
-        if (result && result->outcome == BatchResult::Converted)
+        if (result && result->canOpen())
             openSelected();
         else
             revealSelected();
@@ -127,7 +131,7 @@ void ResultsWindow::updateButtons()
 {
     const BatchResult *result = selected();
     m_reveal->setEnabled(result);
-    m_open->setEnabled(result && result->outcome == BatchResult::Converted);
+    m_open->setEnabled(result && result->canOpen());
 }
 
 void ResultsWindow::revealSelected()
@@ -142,7 +146,7 @@ void ResultsWindow::revealSelected()
 void ResultsWindow::openSelected()
 {
     const BatchResult *result = selected();
-    if (result && result->outcome == BatchResult::Converted)
+    if (result && result->canOpen())
         DesktopServices::instance().openFile(result->outputPath, QStringLiteral("Keynote"));
 }
 

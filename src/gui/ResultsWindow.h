@@ -11,17 +11,21 @@ class TextTable;
 // What became of one file of a batch.
 struct BatchResult
 {
-    enum Outcome { Converted, Skipped, Failed, Stopped, NotReached };
+    // AlreadyDone: skipping files converted before, its name was there already.
+    enum Outcome { Converted, Skipped, Failed, Stopped, NotReached, AlreadyDone };
     QString name; // the package's name, escapes undone
     QString path; // the package
     Outcome outcome = NotReached;
-    QString outputPath;    // the file written, when converted
+    QString outputPath;    // the file written, or found there when already done
+    QString subfolder;     // where that is below the output folder, when its folders were kept
     bool numbered = false; // its name was taken, so it got a number
     QString reason;
 
     static QString outcomeText(Outcome outcome);
-    // "Talk.1.key (numbered)"; empty when nothing was written.
+    // "Talk.1.key (numbered)", "2008/Talk.key"; empty when there is no such file.
     QString outputText() const;
+    // A converted file to open: written now, or found from before.
+    bool canOpen() const { return outcome == Converted || outcome == AlreadyDone; }
 };
 
 // The results of the last batch, file by file: its outcome, the name it was

@@ -233,6 +233,8 @@ private Q_SLOTS:
     // file converts starts no nested batch but waits for it.
     void aDropShowsWhereItLandsAndRequestsAreTakenOneAtATime()
     {
+        // A dropped folder's subfolders are kept below the output folder.
+        SettingsStore::standard().setObject(Key::keepFolders, "true");
         AppDelegate &delegate = launch(true);
         MainWindow *window = delegate.window();
         const QColor highlight = window->palette().color(QPalette::Highlight);
@@ -269,6 +271,8 @@ private Q_SLOTS:
             m_finished, QStringList({"Plain.key", "My Talk.key", "Alpha.key", "Beta.key", "Zeta.key", "Three.v2.key"}),
             BatchFixture::patience);
         QCOMPARE(f.alerts.size(), 1);
+        QCOMPARE(f.outputs(), QStringList({"Alpha.key", "My Talk.key", "Plain.key", "Three.v2.key", "Zeta.key"}));
+        QVERIFY(QFileInfo(f.out + u"/More/Beta.key"_s).isFile());
     }
 };
 

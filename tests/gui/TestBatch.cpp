@@ -239,19 +239,34 @@ private Q_SLOTS:
     void gathersRejectedFilesIntoOneSummary_data()
     {
         QTest::addColumn<int>("perFileAlerts"); // none: stopForErrors stored as "false"
-        QTest::newRow("not stored: reported one by one") << 5;
-        QTest::newRow("false: only summed up") << 0;
+        QTest::addColumn<bool>("skipExisting"); // Plain.key converted before
+        QTest::newRow("not stored: reported one by one") << 5 << false;
+        QTest::newRow("false: only summed up") << 0 << false;
+        // A file converted before is nothing to tell: no alert, not among the rejected.
+        QTest::newRow("skipping what was converted before") << 5 << true;
     }
 
     void gathersRejectedFilesIntoOneSummary()
     {
         QFETCH(int, perFileAlerts);
+        QFETCH(bool, skipExisting);
         if (!perFileAlerts)
             SettingsStore::standard().setObject(Key::stopForErrors, "false");
+        if (skipExisting) {
+            SettingsStore::standard().setObject(Key::skipExisting, "true");
+            QVERIFY(QFile(f.out + u"/Plain.key"_s).open(QIODevice::WriteOnly));
+        }
         // A document chosen inside a package is rejected under its own name.
-        f.runBatch(
-            {"Newer.key", "Plain.key", "notes.txt", "Not Keynote.key", "My Talk.key/index.apxl.gz", "Newer.key"});
+        AppDelegate app;
+        f.choose({"Newer.key", "Plain.key", "notes.txt", "Not Keynote.key", "My Talk.key/index.apxl.gz", "Newer.key"});
+        app.openFileMenuItem();
         QCOMPARE(f.outputs(), QStringList{"Plain.key"});
+        QCOMPARE(QFileInfo(f.out + u"/Plain.key"_s).size() == 0, skipExisting); // left as it was
+        QCOMPARE(BatchResult::outcomeText(app.report()->results()[1].outcome),
+                 skipExisting ? u"Already converted"_s : u"Converted"_s);
+        QCOMPARE(app.window()->statusText(),
+                 skipExisting ? u"0 presentations converted, 5 skipped, 1 already converted · Show Results"_s
+                              : u"1 presentation converted, 5 skipped · Show in Files · Show Results"_s);
         // Names as in the URL text, escapes kept.
         const QStringList rejected = {"Newer.key", "notes.txt", "Not%20Keynote.key", "index.apxl.gz", "Newer.key"};
         QCOMPARE(f.rejected(), rejected);
