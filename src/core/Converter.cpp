@@ -16,6 +16,7 @@
 #include "core/SettingsStore.h"
 #include "core/StepProgress.h"
 #include "core/StopRequest.h"
+#include "core/SystemTools.h"
 
 #include <QFile>
 #include <QFileInfo>
@@ -237,6 +238,8 @@ void Converter::doConvert(const QString &outputPath)
         return;
     if (!openOutputFolder(job))
         return;
+    if (!checkTools(job))
+        return;
     if (!openScratch(job))
         return;
     if (!copyToScratch(job))
@@ -302,6 +305,16 @@ bool Converter::openOutputFolder(Job &job)
     setErrorOccurred(OutputNotWritten);
     setErrorReason(QStringLiteral("the output folder is inside the package, which is never changed"));
     post(ConversionEvents::finishedWithErrorNotKeynoteFour);
+    return false;
+}
+
+bool Converter::checkTools(Job &job)
+{
+    // Said before anything is copied, rather than met on the way as a tool that would not start.
+    const QString problem = SystemTools::conversionProblem();
+    if (problem.isEmpty())
+        return true;
+    failWith(job, OutputNotWritten, problem);
     return false;
 }
 
@@ -478,8 +491,7 @@ bool Converter::packArchive(Job &job)
         return false;
     const QString nameWithoutExt = job.fileUtils->getPrezNameWithoutExt();
     DW_LOG(QLatin1String("prezNameWithoutExt ") + nameWithoutExt);
-    const QString mvOutput
-        = job.fileUtils->runCommand(QStringLiteral("/bin/mv"), {job.copyPath, job.tmpDir + nameWithoutExt});
+    const QString mvOutput = job.fileUtils->runCommand(SystemTools::mv(), {job.copyPath, job.tmpDir + nameWithoutExt});
     DW_LOG(QLatin1String("mvOutput ") + mvOutput);
     post(ConversionEvents::progress);
     if (stopIfAsked(job))
@@ -496,7 +508,7 @@ bool Converter::packArchive(Job &job)
         job.fileUtils->setWorkingDirectory(packedFolder);
     }
     watchStage(job, [&](const QByteArray &output) { return job.stages->zipShare(output, packedFolder, job.tmpDir); });
-    const QString zipOutput = job.fileUtils->runCommand(QStringLiteral("/usr/bin/zip"), zipArguments);
+    const QString zipOutput = job.fileUtils->runCommand(SystemTools::zip(), zipArguments);
     watchStage(job, nullptr);
     job.fileUtils->setWorkingDirectory(QString());
     const ChildProcess::Result zip = job.fileUtils->lastCommand();
@@ -517,8 +529,8 @@ bool Converter::packArchive(Job &job)
     }
 
     // The archive takes the package's place, and so its name.
-    const QString renCmdOutput = job.fileUtils->runCommand(QStringLiteral("/bin/mv"),
-                                                           {QStringLiteral("-f"), job.tmpDir + zipName, job.copyPath});
+    const QString renCmdOutput
+        = job.fileUtils->runCommand(SystemTools::mv(), {QStringLiteral("-f"), job.tmpDir + zipName, job.copyPath});
     DW_LOG(QLatin1String("renCmdOutput ") + renCmdOutput);
     post(ConversionEvents::progress);
     return !stopIfAsked(job);
