@@ -9,6 +9,12 @@ root="$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)"
 work="$(mktemp -d)"
 trap 'rm -rf "$work"' EXIT
 fail() { echo "package: $*" >&2; exit 1; }
+for tool in lintian man unzip; do
+    if ! command -v "$tool" >/dev/null; then
+        echo "package: skipped, $tool is not installed (scripts/deps --test installs it)"
+        exit 77
+    fi
+done
 
 DECKWRIGHT_BUILD_DIR="$1" "$root/scripts/package" "$work"
 debs=("$work"/deckwright_*.deb)
