@@ -16,6 +16,7 @@
 #include "core/SettingsStore.h"
 #include "core/StepProgress.h"
 #include "core/StopRequest.h"
+#include "core/SystemTools.h"
 #include "system/SystemCalls.h"
 
 #include <QFile>
@@ -253,6 +254,8 @@ void Converter::doConvert(const QString &outputPath)
         return;
     if (skipIfDone(job))
         return;
+    if (!checkTools(job))
+        return;
     if (!openScratch(job))
         return;
     if (!copyToScratch(job))
@@ -346,6 +349,16 @@ bool Converter::skipIfDone(Job &job)
     setOutputPrezName(name);
     failWith(job, AlreadyDone, QStringLiteral("%1 exists").arg(job.targetPath + QLatin1Char('/') + name));
     return true;
+}
+
+bool Converter::checkTools(Job &job)
+{
+    // Said before anything is copied, rather than met on the way as a tool that would not start.
+    const QString problem = SystemTools::conversionProblem();
+    if (problem.isEmpty())
+        return true;
+    failWith(job, OutputNotWritten, problem);
+    return false;
 }
 
 bool Converter::openScratch(Job &job)
@@ -522,8 +535,7 @@ bool Converter::packArchive(Job &job)
         return false;
     const QString nameWithoutExt = job.fileUtils->getPrezNameWithoutExt();
     DW_LOG(QLatin1String("prezNameWithoutExt ") + nameWithoutExt);
-    const QString mvOutput
-        = job.fileUtils->runCommand(QStringLiteral("/bin/mv"), {job.copyPath, job.tmpDir + nameWithoutExt});
+    const QString mvOutput = job.fileUtils->runCommand(SystemTools::mv(), {job.copyPath, job.tmpDir + nameWithoutExt});
     DW_LOG(QLatin1String("mvOutput ") + mvOutput);
     post(ConversionEvents::progress);
     if (stopIfAsked(job))
@@ -542,7 +554,7 @@ bool Converter::packArchive(Job &job)
     watchStage(job, [&](const QByteArray &output, qint64 zip) {
         return job.stages->zipShare(output, packedFolder, job.tmpDir, SystemCalls::bytesReadBy(pid_t(zip)));
     });
-    const QString zipOutput = job.fileUtils->runCommand(QStringLiteral("/usr/bin/zip"), zipArguments);
+    const QString zipOutput = job.fileUtils->runCommand(SystemTools::zip(), zipArguments);
     watchStage(job, nullptr);
     job.fileUtils->setWorkingDirectory(QString());
     const ChildProcess::Result zip = job.fileUtils->lastCommand();
@@ -563,8 +575,8 @@ bool Converter::packArchive(Job &job)
     }
 
     // The archive takes the package's place, and so its name.
-    const QString renCmdOutput = job.fileUtils->runCommand(QStringLiteral("/bin/mv"),
-                                                           {QStringLiteral("-f"), job.tmpDir + zipName, job.copyPath});
+    const QString renCmdOutput
+        = job.fileUtils->runCommand(SystemTools::mv(), {QStringLiteral("-f"), job.tmpDir + zipName, job.copyPath});
     DW_LOG(QLatin1String("renCmdOutput ") + renCmdOutput);
     post(ConversionEvents::progress);
     return !stopIfAsked(job);

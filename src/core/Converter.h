@@ -141,6 +141,8 @@ private:
     // Opens the output folder, unless one was given; refuses one that is the
     // package or lies inside it, whose files are never changed.
     bool openOutputFolder(Job &job, const QString &outputPath);
+    // Refuses to start on a machine that lacks a tool the conversion runs.
+    bool checkTools(Job &job);
     // Takes this run's own scratch folder and the names the copy goes under.
     bool openScratch(Job &job);
     // Works in the output folder when the package will not fit on the

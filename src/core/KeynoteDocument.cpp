@@ -6,6 +6,7 @@
 #include "core/FileUtils.h"
 #include "core/Regex.h"
 #include "core/StopRequest.h"
+#include "core/SystemTools.h"
 #include "core/Waiting.h"
 
 #include <QFile>
@@ -86,7 +87,7 @@ ChildProcess::Result KeynoteDocument::unpack(FileUtils &tools, const QString &gz
     }
     // One byte over the limit is how an outgrown document shows, should the count have missed it.
     tools.setFileSizeLimit(sizeLimit + 1);
-    tools.runCommand(QStringLiteral("/usr/bin/gunzip"), {QStringLiteral("-f"), gzPath});
+    tools.runCommand(SystemTools::gunzip(), {QStringLiteral("-f"), gzPath});
     tools.setFileSizeLimit(0);
     return tools.lastCommand();
 }

@@ -8,6 +8,7 @@
 #include "core/KeynoteDocument.h"
 #include "core/PackageCopy.h"
 #include "core/StopRequest.h"
+#include "core/SystemTools.h"
 
 #include <QFile>
 
@@ -104,6 +105,10 @@ Verdict checkFolder(const QString &package)
     if (!scan.problem.isEmpty())
         return refused(scan.problem);
 
+    // Without gunzip the document cannot be judged, and without the rest it cannot be converted.
+    reason = SystemTools::problem(SystemTools::gunzip());
+    if (!reason.isEmpty())
+        return refused(reason, scan.bytes);
     const QString gzPath = *scratch + QLatin1String("index.apxl.gz");
     reason = copyDocument(package + QLatin1String("/index.apxl.gz"), gzPath);
     if (!reason.isEmpty())
@@ -118,6 +123,9 @@ Verdict checkFolder(const QString &package)
     Verdict verdict = refused(KeynoteDocument::versionProblem(version), scan.bytes);
     if (version == KeynoteDocument::Version::None)
         return verdict;
+    reason = version == KeynoteDocument::Version::KeynoteFour ? SystemTools::conversionProblem() : QString();
+    if (!reason.isEmpty())
+        return refused(reason, scan.bytes);
     verdict.kind
         = version == KeynoteDocument::Version::KeynoteFour ? Kind::KeynoteFourPackage : Kind::KeynoteFivePackage;
     verdict.slides = KeynoteDocument::slideCount(text);

@@ -16,9 +16,8 @@
 #include "gui/OutputFolderChooser.h"
 #include "gui/Preferences.h"
 #include "gui/ProgressBarWindowController.h"
-#include "gui/SoftwareUpdateDialog.h"
-#include "gui/SoftwareUpdater.h"
 #include "gui/TrayIcon.h"
+#include "gui/UpdateChecks.h"
 #include "platform/DesktopServices.h"
 #include "widgets/PanelButton.h"
 #include "widgets/PreferencesWindowController.h"
@@ -49,8 +48,7 @@ AppDelegate::AppDelegate(QObject *parent)
     connect(m_tray, &TrayIcon::quitRequested, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
     // The windows keep painting and answering while a file converts.
     Waiting::setKeepsEventsTurning(true);
-    m_updater = new SoftwareUpdater(this);
-    new SoftwareUpdateDialog(m_updater);
+    m_updater = UpdateChecks::create(this);
 
     connect(m_window, &MainWindow::windowWillClose, this, &AppDelegate::windowWillClose);
     connect(m_window, &MainWindow::preferencesHeaderClicked, this, &AppDelegate::clickOnPreferencesText);
@@ -71,6 +69,7 @@ AppDelegate::AppDelegate(QObject *parent)
             &AppDelegate::openWebsiteMenuItem);
     connect(m_window->menuItem(MainWindow::MenuItem::CheckForUpdates), &QAction::triggered, this,
             &AppDelegate::checkForUpdatesMenuItem);
+    m_window->menuItem(MainWindow::MenuItem::CheckForUpdates)->setVisible(m_updater != nullptr);
     connect(m_window->menuItem(MainWindow::MenuItem::About), &QAction::triggered, this, &AppDelegate::showAboutPanel);
     connect(m_window->panel(MainWindow::Panel::Preferences), &QAbstractButton::clicked, this,
             &AppDelegate::showPreferencesPaneFromButton);
@@ -90,11 +89,10 @@ AppDelegate::~AppDelegate()
 void AppDelegate::applicationDidFinishLaunching()
 {
     SettingsStore &settings = SettingsStore::standard();
-    SoftwareUpdater *updater = m_updater;
-    updater->setUpdateCheckInterval(double(settings.integer(SettingKey::updateInterval, 86400)));
+    const qint64 interval = settings.integer(SettingKey::updateInterval, 86400);
     const QString checkForUpdatesPref = settings.switchText(SettingKey::checkUpdates);
     DW_LOG(QLatin1String("checkForUpdatesPref : ") + checkForUpdatesPref);
-    updater->setAutomaticallyChecksForUpdates(checkForUpdatesPref == QLatin1String("true"));
+    UpdateChecks::configure(m_updater, double(interval), checkForUpdatesPref == QLatin1String("true"));
 
     m_prefs->setPreferencesViewControllers({std::make_shared<Preferences>(m_updater)});
     m_prefs->setShowToolbarWithSingleViewController(false);
@@ -102,7 +100,7 @@ void AppDelegate::applicationDidFinishLaunching()
     DW_LOG(QLatin1String("applicationDidFinishLaunching"));
 
     // The settings are in place: automatic checks may begin.
-    updater->start();
+    UpdateChecks::start(m_updater);
 }
 
 bool AppDelegate::applicationShouldHandleReopen(bool hasVisibleWindows)
@@ -200,7 +198,7 @@ void AppDelegate::clickOnPreferencesText()
 
 void AppDelegate::checkForUpdatesMenuItem()
 {
-    m_updater->checkForUpdates(this);
+    UpdateChecks::checkNow(m_updater, this);
 }
 
 void AppDelegate::showAboutPanel()

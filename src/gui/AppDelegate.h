@@ -31,6 +31,7 @@ public:
     ~AppDelegate() override;
 
     MainWindow *window() const { return m_window; }
+    // None in a build without update checks.
     SoftwareUpdater *updater() const { return m_updater; }
 
     ProgressBarWindowController *testWindow() const { return m_testWindow.get(); }

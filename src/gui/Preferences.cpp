@@ -7,12 +7,13 @@
 #include "core/Logging.h"
 #include "core/SettingsStore.h"
 #include "gui/OutputFolderChooser.h"
-#include "gui/SoftwareUpdater.h"
+#include "gui/UpdateChecks.h"
 #include "ui_Preferences.h"
 
 #include <QCheckBox>
 #include <QComboBox>
 #include <QEvent>
+#include <QFormLayout>
 #include <QPushButton>
 #include <QStyle>
 #include <QVariant>
@@ -111,6 +112,8 @@ void Preferences::loadView()
         m_ui->outputPathChooserButton->setIcon(view->style()->standardIcon(QStyle::SP_DirIcon));
     m_folderIcon = m_ui->outputPathChooserButton->icon();
     m_chooseToolTip = m_ui->outputPathChooserButton->toolTip();
+    if (!m_updater)
+        hideUpdateControls(view);
     // The folder may have gone since the pane was last looked at.
     view->installEventFilter(this);
     // The pane is the window's whole content and the window does not stretch it.
@@ -329,7 +332,21 @@ void Preferences::checkForUpdates(QObject *sender)
     DW_LOG(QLatin1String("check for updates"));
     if (!m_updater)
         Fatal::fail(QStringLiteral("the application has no software updater"));
-    m_updater->checkForUpdates(sender);
+    UpdateChecks::checkNow(m_updater, sender);
+}
+
+void Preferences::hideUpdateControls(QWidget *view)
+{
+    // The pane loses the rows' height and keeps its width.
+    const int before = view->sizeHint().height();
+    QFormLayout *form = m_ui->formLayout;
+    int spacerRow = -1;
+    QFormLayout::ItemRole role;
+    form->getItemPosition(form->indexOf(m_ui->updatesSpacer), &spacerRow, &role);
+    form->setRowVisible(spacerRow, false);
+    form->setRowVisible(m_ui->updatesLabel, false);
+    form->setRowVisible(m_ui->checkNowButton, false);
+    view->resize(view->width(), view->height() - (before - view->sizeHint().height()));
 }
 
 void Preferences::showOutputPathDialog(QObject *)

@@ -25,7 +25,8 @@ class Preferences : public QObject, public PreferencesWindowControllerProtocol
     Q_OBJECT
 
 public:
-    // updater runs the checks that "check now" asks for.
+    // updater runs the checks that "check now" asks for; without one (a build
+    // without update checks) the pane shows no update controls.
     explicit Preferences(SoftwareUpdater *updater, QObject *parent = nullptr);
     ~Preferences() override;
 
@@ -68,6 +69,8 @@ protected:
     virtual void viewDidLoad();
 
 private:
+    // Leaves the update rows out of the view, for a build without update checks.
+    void hideUpdateControls(QWidget *view);
     // Shows the stored update interval in its combo box.
     void showInterval();
     void connectActions();

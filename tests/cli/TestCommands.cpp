@@ -207,6 +207,36 @@ private Q_SLOTS:
         QCOMPARE(convertible.status, 0);
     }
 
+    void aMissingToolIsNamed_data()
+    {
+        QTest::addColumn<QString>("tool"); // hidden from the program, in a mount namespace of its own
+        QTest::addColumn<QStringList>("command");
+        QTest::addColumn<QString>("line"); // %1 the reason
+        for (const char *tool : {"zip", "gunzip"}) {
+            QTest::addRow("check, no %s", tool)
+                << tool << QStringList{u"check"_s} << u"Talk.key: not convertible (%1), "_s + size(u"Talk.key"_s);
+            QTest::addRow("convert, no %s", tool)
+                << tool << QStringList{u"convert"_s, u"-o"_s, m_work.path()} << u"failed: Talk.key: %1"_s;
+        }
+    }
+
+    void aMissingToolIsNamed()
+    {
+        QFETCH(QString, tool);
+        QFETCH(QStringList, command);
+        QFETCH(QString, line);
+        const QString hide
+            = u"mount -t tmpfs tmpfs /mnt && mkdir /mnt/u /mnt/w && mknod /mnt/u/$0 c 0 0 && mount -t "
+              u"overlay -o lowerdir=/usr/bin,upperdir=/mnt/u,workdir=/mnt/w none /usr/bin || exit 77; "
+              u"exec \"$@\""_s;
+        const Finished run = m_program.run(QStringList{u"unshare"_s, u"-m"_s, u"sh"_s, u"-c"_s, hide, tool}
+                                           + Program::deckwright(command + QStringList{u"Talk.key"_s}));
+        if (run.status == 77)
+            QSKIP("hiding a tool needs root, a mount namespace and overlayfs");
+        QCOMPARE(run.lines(), QStringList{line.arg(u"the tool /usr/bin/"_s + tool + u" is not installed"_s)});
+        QCOMPARE(run.status, 1);
+    }
+
     void sizesReadAsAPersonReadsThem_data()
     {
         QTest::addColumn<qint64>("bytes");

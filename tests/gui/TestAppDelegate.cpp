@@ -92,7 +92,9 @@ private Q_SLOTS:
     {
         QFETCH(QVariantMap, stored);
         SettingsStore::standard().useMemory(stored);
-        QTEST(launch().updater()->updateCheckInterval(), "interval");
+        if (!launch().updater())
+            QSKIP("this build has no update checks");
+        QTEST(m_app->updater()->updateCheckInterval(), "interval");
         QTEST(m_app->updater()->automaticallyChecksForUpdates(), "automatic");
     }
 
