@@ -3,9 +3,11 @@
 #include "platform/DesktopServices.h"
 
 #include <QStringList>
+#include <QVariantMap>
 
 // Stands in for the desktop while it lives: records every call, in order, as
-// text such as openFile("/out/My Talk.key", "Keynote"), and answers true.
+// text such as openFile("/out/My Talk.key", "Keynote"), and answers true
+// (notify as notificationsShown says).
 class RecordingDesktopServices : public DesktopServices
 {
     Q_DISABLE_COPY(RecordingDesktopServices)
@@ -26,10 +28,16 @@ public:
                 std::function<void()> onAction) override
     {
         notificationAction = std::move(onAction);
-        return record("notify", {title, body, actionLabel});
+        return record("notify", {title, body, actionLabel}) && notificationsShown;
     }
 
+    // The desktop's words for the completion actions; the file manager's as on Linux unless a test says otherwise.
+    QString actionTitle(const QString &action) override { return titles.value(action, action).toString(); }
+
     QStringList calls;
+    // What notify answers: whether the desktop shows notifications.
+    bool notificationsShown = true;
+    QVariantMap titles{{QStringLiteral("Show in Finder"), QStringLiteral("Show in Files")}};
     // What the last notification's action would do.
     std::function<void()> notificationAction;
 
