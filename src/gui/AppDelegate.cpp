@@ -114,7 +114,7 @@ void AppDelegate::windowWillClose()
 {
     DW_LOG(QLatin1String("window is closing"));
     m_window->menuItem(MainWindow::MenuItem::Close)->setEnabled(false);
-    m_tray->showIfAvailable();
+    windowHidden();
 }
 
 void AppDelegate::applicationWillTerminate() {}
@@ -126,12 +126,39 @@ void AppDelegate::showMainWindow()
     m_window->present();
     m_window->menuItem(MainWindow::MenuItem::Close)->setEnabled(true);
     m_tray->hide();
+    if (m_reopenHintPending) {
+        m_reopenHintPending = false;
+        m_window->showStatus(QStringLiteral("Closing this window leaves Deckwright running: start Deckwright again "
+                                            "to bring the window back, or choose Quit to end it."),
+                             {});
+        SettingsStore::standard().setObject(SettingKey::toldHowToReopen, QStringLiteral("true"));
+        SettingsStore::standard().synchronize();
+    }
 }
 
 void AppDelegate::closeMainWindow()
 {
     m_window->setVisible(false);
-    m_tray->showIfAvailable();
+    windowHidden();
+}
+
+void AppDelegate::windowHidden()
+{
+    SettingsStore &settings = SettingsStore::standard();
+    // Once ever: whoever has learnt it needs no telling at every close.
+    if (m_tray->showIfAvailable() || m_reopenHintPending || settings.isOn(SettingKey::toldHowToReopen, false))
+        return;
+    if (!DesktopServices::instance().notify(QStringLiteral("Deckwright is still running"),
+                                            QStringLiteral("Start Deckwright again to bring its window back."),
+                                            QStringLiteral("Show Deckwright"), [self = QPointer<AppDelegate>(this)] {
+                                                if (self)
+                                                    self->showMainWindow();
+                                            })) {
+        m_reopenHintPending = true;
+        return;
+    }
+    settings.setObject(SettingKey::toldHowToReopen, QStringLiteral("true"));
+    settings.synchronize();
 }
 
 void AppDelegate::showOpenDialog()

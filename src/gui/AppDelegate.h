@@ -91,6 +91,9 @@ private:
     void showNoPackagesFound();
     // Lets the next queued batch start.
     void endBatch();
+    // The main window went out of sight: the tray icon leads back to it, or
+    // where there is no tray the person is told once how to bring it back.
+    void windowHidden();
 
     QPointer<MainWindow> m_window;
     SoftwareUpdater *m_updater = nullptr;
@@ -102,4 +105,6 @@ private:
     QList<QStringList> m_pendingBatches;
     BatchReport *m_report = nullptr;
     TrayIcon *m_tray = nullptr;
+    // Told on the status line when the window comes back, for want of notifications.
+    bool m_reopenHintPending = false;
 };

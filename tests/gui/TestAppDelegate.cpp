@@ -73,6 +73,9 @@ private Q_SLOTS:
     {
         NotificationCenter::defaultCenter().removeObserver(this);
         m_app.reset();
+        TrayIcon::setAvailability(std::nullopt);
+        f.desktop.notificationsShown = true;
+        f.desktop.notificationAction = nullptr;
     }
 
     void launchPushesTheUpdateSettings_data()
@@ -178,12 +181,45 @@ private Q_SLOTS:
         // The tray icon, where the desktop has a tray, leads back the same way.
         window->close();
         QCOMPARE(delegate.tray()->isShown(), delegate.tray()->isAvailable());
-        Q_EMIT delegate.tray()->showWindowRequested();
+        delegate.tray()->menu()->actions().at(0)->trigger(); // Show Deckwright
         QVERIFY(window->isVisible() && close->isEnabled() && !delegate.tray()->isShown());
-        delegate.tray()->menu()->actions().at(0)->trigger(); // Open…
+        delegate.tray()->menu()->actions().at(1)->trigger(); // Open…
         QCOMPARE(f.panels.size(), 5);
-        delegate.tray()->menu()->actions().at(1)->trigger(); // Preferences…
+        delegate.tray()->menu()->actions().at(2)->trigger(); // Preferences…
         QTRY_VERIFY(preferences->isVisible());
+    }
+
+    void withoutATrayClosingTellsOnceHowToComeBack_data()
+    {
+        QTest::addColumn<bool>("notifications"); // whether the desktop shows them
+        QTest::addColumn<QString>("statusLine"); // when the window is back
+        QTest::newRow("a notification") << true << QString();
+        QTest::newRow("none: the status line") << false
+                                               << u"Closing this window leaves Deckwright running: start Deckwright "
+                                                  "again to bring the window back, or choose Quit to end it."_s;
+    }
+
+    void withoutATrayClosingTellsOnceHowToComeBack()
+    {
+        QFETCH(bool, notifications);
+        SettingsStore::standard().useMemory({});
+        TrayIcon::setAvailability(false);
+        f.desktop.notificationsShown = notifications;
+        MainWindow *window = launch(true).window();
+        window->close();
+        if (notifications) {
+            QVERIFY(f.desktop.notificationAction); // its action brings the window back
+            f.desktop.notificationAction();
+        } else {
+            m_app->applicationShouldHandleReopen(false);
+        }
+        QVERIFY(window->isVisible());
+        QTEST(window->statusText(), "statusLine");
+        window->close(); // once is enough, in this run and the next
+        launch(true).window()->close();
+        QCOMPARE(f.desktop.calls.filter(u"notify("_s),
+                 QStringList{u"notify(\"Deckwright is still running\", \"Start Deckwright again to bring its window "
+                             "back.\", \"Show Deckwright\")"_s});
     }
 
     void aSecondStartHandsItsPackagesToTheFirst_data()
