@@ -15,6 +15,7 @@
 #include <QComboBox>
 #include <QEvent>
 #include <QFormLayout>
+#include <QPalette>
 #include <QPushButton>
 #include <QStyle>
 #include <QVariant>
@@ -113,6 +114,11 @@ void Preferences::loadView()
         m_ui->outputPathChooserButton->setIcon(view->style()->standardIcon(QStyle::SP_DirIcon));
     m_folderIcon = m_ui->outputPathChooserButton->icon();
     m_chooseToolTip = m_ui->outputPathChooserButton->toolTip();
+    // "Month", shown as the interval's placeholder, is a value, not a hint: it reads as the items do.
+    QPalette palette = m_ui->intervalCombo->palette();
+    for (const QPalette::ColorGroup group : {QPalette::Active, QPalette::Inactive})
+        palette.setBrush(group, QPalette::PlaceholderText, palette.brush(group, QPalette::ButtonText));
+    m_ui->intervalCombo->setPalette(palette);
     // The form lists the stored values; each item shows the desktop's words for its value.
     QComboBox *actions = m_ui->finishedActionCombo;
     for (int item = 0; item < actions->count(); ++item) {
