@@ -126,14 +126,6 @@ void AppDelegate::showMainWindow()
     m_window->present();
     m_window->menuItem(MainWindow::MenuItem::Close)->setEnabled(true);
     m_tray->hide();
-    if (m_reopenHintPending) {
-        m_reopenHintPending = false;
-        m_window->showStatus(QStringLiteral("Closing this window leaves Deckwright running: start Deckwright again "
-                                            "to bring the window back, or choose Quit to end it."),
-                             {});
-        SettingsStore::standard().setObject(SettingKey::toldHowToReopen, QStringLiteral("true"));
-        SettingsStore::standard().synchronize();
-    }
 }
 
 void AppDelegate::closeMainWindow()
@@ -145,20 +137,20 @@ void AppDelegate::closeMainWindow()
 void AppDelegate::windowHidden()
 {
     SettingsStore &settings = SettingsStore::standard();
-    // Once ever: whoever has learnt it needs no telling at every close.
-    if (m_tray->showIfAvailable() || m_reopenHintPending || settings.isOn(SettingKey::toldHowToReopen, false))
+    // Once ever: whoever has learnt it needs no telling at every close. Not
+    // shown (no notifications here), it is tried again at the next close.
+    if (m_tray->showIfAvailable() || settings.isOn(SettingKey::toldHowToReopen, false))
         return;
-    if (!DesktopServices::instance().notify(QStringLiteral("Deckwright is still running"),
-                                            QStringLiteral("Start Deckwright again to bring its window back."),
-                                            QStringLiteral("Show Deckwright"), [self = QPointer<AppDelegate>(this)] {
-                                                if (self)
-                                                    self->showMainWindow();
-                                            })) {
-        m_reopenHintPending = true;
-        return;
+    const auto show = [self = QPointer<AppDelegate>(this)] {
+        if (self)
+            self->showMainWindow();
+    };
+    if (DesktopServices::instance().notify(QStringLiteral("Deckwright is still running"),
+                                           QStringLiteral("Start Deckwright again to bring its window back."),
+                                           QStringLiteral("Show Deckwright"), show)) {
+        settings.setObject(SettingKey::toldHowToReopen, QStringLiteral("true"));
+        settings.synchronize();
     }
-    settings.setObject(SettingKey::toldHowToReopen, QStringLiteral("true"));
-    settings.synchronize();
 }
 
 void AppDelegate::showOpenDialog()

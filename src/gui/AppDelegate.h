@@ -92,7 +92,7 @@ private:
     // Lets the next queued batch start.
     void endBatch();
     // The main window went out of sight: the tray icon leads back to it, or
-    // where there is no tray the person is told once how to bring it back.
+    // where there is no tray a notification tells once how to bring it back.
     void windowHidden();
 
     QPointer<MainWindow> m_window;
@@ -105,6 +105,4 @@ private:
     QList<QStringList> m_pendingBatches;
     BatchReport *m_report = nullptr;
     TrayIcon *m_tray = nullptr;
-    // Told on the status line when the window comes back, for want of notifications.
-    bool m_reopenHintPending = false;
 };

@@ -110,11 +110,7 @@ private Q_SLOTS:
     {
         FreedesktopDesktopServices services;
         // The completion action is named for what it will do.
-        const auto words = [&] {
-            return QStringList{services.actionTitle(u"Do Nothing"_s), services.actionTitle(u"Show in Finder"_s),
-                               services.actionTitle(u"Open in Keynote"_s)};
-        };
-        QCOMPARE(words(), QStringList({"Do Nothing", "Show in Files", "Open with the Default Application"}));
+        QCOMPARE(services.actionTitle(u"Open in Keynote"_s), u"Open with the Default Application"_s);
         QVERIFY(services.openFile(m_presentation, u"Keynote"_s));
         QCOMPARE(m_calls, QStringList{u"open file://"_s + m_presentation});
 
@@ -130,7 +126,7 @@ private Q_SLOTS:
         QVERIFY(writeFile(
             applications + u"keynote.desktop"_s,
             u"[Desktop Entry]\nType=Application\nName=Keynote\nExec=\"%1\" --open %f %i\n"_s.arg(script).toUtf8()));
-        QCOMPARE(words(), QStringList({"Do Nothing", "Show in Files", "Open in Keynote"}));
+        QCOMPARE(services.actionTitle(u"Open in Keynote"_s), u"Open in Keynote"_s);
         QVERIFY(services.openFile(m_presentation, u"Keynote"_s));
         QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(record), 120000);
         QFile arguments(record);
