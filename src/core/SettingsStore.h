@@ -82,4 +82,7 @@ inline const QString keepFolders = QStringLiteral("keepFolders");
 // A package whose name is taken in its output folder is taken as converted
 // before and left alone; "true" or "false", off when absent.
 inline const QString skipExisting = QStringLiteral("skipExisting");
+// "true" once the person was told how to bring back the main window where no
+// tray icon can (closing it leaves the program running).
+inline const QString toldHowToReopen = QStringLiteral("toldHowToReopen");
 } // namespace SettingKey

@@ -114,7 +114,7 @@ void AppDelegate::windowWillClose()
 {
     DW_LOG(QLatin1String("window is closing"));
     m_window->menuItem(MainWindow::MenuItem::Close)->setEnabled(false);
-    m_tray->showIfAvailable();
+    windowHidden();
 }
 
 void AppDelegate::applicationWillTerminate() {}
@@ -131,7 +131,26 @@ void AppDelegate::showMainWindow()
 void AppDelegate::closeMainWindow()
 {
     m_window->setVisible(false);
-    m_tray->showIfAvailable();
+    windowHidden();
+}
+
+void AppDelegate::windowHidden()
+{
+    SettingsStore &settings = SettingsStore::standard();
+    // Once ever: whoever has learnt it needs no telling at every close. Not
+    // shown (no notifications here), it is tried again at the next close.
+    if (m_tray->showIfAvailable() || settings.isOn(SettingKey::toldHowToReopen, false))
+        return;
+    const auto show = [self = QPointer<AppDelegate>(this)] {
+        if (self)
+            self->showMainWindow();
+    };
+    if (DesktopServices::instance().notify(QStringLiteral("Deckwright is still running"),
+                                           QStringLiteral("Start Deckwright again to bring its window back."),
+                                           QStringLiteral("Show Deckwright"), show)) {
+        settings.setObject(SettingKey::toldHowToReopen, QStringLiteral("true"));
+        settings.synchronize();
+    }
 }
 
 void AppDelegate::showOpenDialog()

@@ -91,6 +91,9 @@ private:
     void showNoPackagesFound();
     // Lets the next queued batch start.
     void endBatch();
+    // The main window went out of sight: the tray icon leads back to it, or
+    // where there is no tray a notification tells once how to bring it back.
+    void windowHidden();
 
     QPointer<MainWindow> m_window;
     SoftwareUpdater *m_updater = nullptr;

@@ -15,7 +15,6 @@
 #include <QTimer>
 
 namespace {
-const QString kShowInFiles = QStringLiteral("Show in Files");
 const QString kShowResults = QStringLiteral("Show Results");
 
 BatchResult::Outcome outcomeOf(qint64 code)
@@ -139,13 +138,17 @@ void BatchReport::end(qsizetype skipped)
     m_shownFile = m_lastFile;
     m_shownFolder = m_lastFolder;
     const QString summary = m_summary;
-    m_window->showStatus(summary, {kShowInFiles, kShowResults});
-    QTimer::singleShot(notificationDelay, this, [this, summary, file = m_shownFile, folder = m_shownFolder] {
-        if (mainWindowInView())
-            return;
-        DesktopServices::instance().notify(QStringLiteral("Deckwright"), summary, kShowInFiles,
-                                           [file, folder] { DesktopServices::instance().revealFile(file, folder); });
-    });
+    // The reveal in the desktop's words, as the completion action names it.
+    const QString showInFiles = DesktopServices::instance().actionTitle(QStringLiteral("Show in Finder"));
+    m_window->showStatus(summary, {showInFiles, kShowResults});
+    QTimer::singleShot(
+        notificationDelay, this, [this, summary, showInFiles, file = m_shownFile, folder = m_shownFolder] {
+            if (mainWindowInView())
+                return;
+            DesktopServices::instance().notify(QStringLiteral("Deckwright"), summary, showInFiles, [file, folder] {
+                DesktopServices::instance().revealFile(file, folder);
+            });
+        });
 }
 
 QString BatchReport::text(int converted, qsizetype skipped)

@@ -8,7 +8,9 @@
 #include "gui/Alert.h"
 #include "gui/OpenPanel.h"
 
+#include <QDir>
 #include <QFileInfo>
+#include <QStandardPaths>
 #include <QtGlobal>
 
 bool OutputFolderChooser::run(Origin origin, QWidget *parent)
@@ -23,10 +25,7 @@ bool OutputFolderChooser::run(Origin origin, QWidget *parent)
     panel.setResolvesAliases(true);
     panel.setTitle(QStringLiteral("Choose Folder To Save To"));
     panel.setMessage(QStringLiteral("Locate Folder"));
-    // Open in the current output folder itself, so that "Use" straight away keeps it.
-    const QString current = SettingsStore::standard().string(SettingKey::outputPath, QString());
-    if (const std::optional<QString> path = FileUrl::toPath(current); path && QFileInfo(*path).isDir())
-        panel.setDirectory(QFileInfo(*path).absoluteFilePath());
+    panel.setDirectory(startingFolder());
     const OpenPanel::Response response = panel.runModal(parent);
 
     if (origin == Batch) {
@@ -53,6 +52,29 @@ bool OutputFolderChooser::run(Origin origin, QWidget *parent)
     DW_LOG(QLatin1String("saved bookmarkdata for later"));
     settings.synchronize();
     return true;
+}
+
+QString OutputFolderChooser::startingFolder()
+{
+    const std::optional<QString> stored
+        = FileUrl::toPath(SettingsStore::standard().string(SettingKey::outputPath, QString()));
+    // The current output folder itself, so that "Use" straight away keeps it.
+    if (stored && QFileInfo(*stored).isDir())
+        return QFileInfo(*stored).absoluteFilePath();
+    // A lost folder: the nearest folder above it that is still where it was.
+    // One reached through a link is passed over, wherever on the path the link
+    // is: it may lead anywhere now.
+    for (QString folder = stored ? QDir::cleanPath(*stored) : QString(); QDir::isAbsolutePath(folder);) {
+        const qsizetype slash = folder.lastIndexOf(QLatin1Char('/'));
+        if (slash <= 0)
+            break; // the root is no suggestion
+        folder.truncate(slash);
+        const QFileInfo info(folder);
+        if (info.isDir() && info.canonicalFilePath() == folder)
+            return folder;
+    }
+    const QString documents = QStandardPaths::writableLocation(QStandardPaths::DocumentsLocation);
+    return QFileInfo(documents).isDir() ? documents : QDir::homePath();
 }
 
 OutputFolderChooser::Current OutputFolderChooser::current()

@@ -32,6 +32,10 @@ public:
     };
     static Current current();
 
+    // Where the chooser opens: the current output folder; the nearest folder
+    // still there on its path when it was lost; else the documents folder.
+    static QString startingFolder();
+
 private:
     static void alertGone(const QString &path, QWidget *parent);
 };

@@ -8,12 +8,14 @@
 #include "core/SettingsStore.h"
 #include "gui/OutputFolderChooser.h"
 #include "gui/UpdateChecks.h"
+#include "platform/DesktopServices.h"
 #include "ui_Preferences.h"
 
 #include <QCheckBox>
 #include <QComboBox>
 #include <QEvent>
 #include <QFormLayout>
+#include <QPalette>
 #include <QPushButton>
 #include <QStyle>
 #include <QVariant>
@@ -22,15 +24,15 @@
 #include <utility>
 
 namespace {
-constexpr int kYearEntry = 2;       // the interval entry after "Day" and "Week"
 constexpr int kRootLayoutEntry = 1; // after the layout Deckwright has always written
 const QString kTrue = QStringLiteral("true");
 const QString kFalse = QStringLiteral("false");
 
 QString senderText(QObject *sender, const char *action)
 {
+    // An item's text may be the desktop's word for the value it stands for.
     if (auto *combo = qobject_cast<QComboBox *>(sender))
-        return combo->currentText();
+        return combo->currentData().isValid() ? combo->currentData().toString() : combo->currentText();
     const QVariant text = sender ? sender->property("text") : QVariant();
     if (!text.isValid())
         Fatal::fail(QStringLiteral("%1 was sent by a control without a text").arg(QLatin1String(action)));
@@ -112,6 +114,17 @@ void Preferences::loadView()
         m_ui->outputPathChooserButton->setIcon(view->style()->standardIcon(QStyle::SP_DirIcon));
     m_folderIcon = m_ui->outputPathChooserButton->icon();
     m_chooseToolTip = m_ui->outputPathChooserButton->toolTip();
+    // "Month", shown as the interval's placeholder, is a value, not a hint: it reads as the items do.
+    QPalette palette = m_ui->intervalCombo->palette();
+    for (const QPalette::ColorGroup group : {QPalette::Active, QPalette::Inactive})
+        palette.setBrush(group, QPalette::PlaceholderText, palette.brush(group, QPalette::ButtonText));
+    m_ui->intervalCombo->setPalette(palette);
+    // The form lists the stored values; each item shows the desktop's words for its value.
+    QComboBox *actions = m_ui->finishedActionCombo;
+    for (int item = 0; item < actions->count(); ++item) {
+        actions->setItemData(item, actions->itemText(item));
+        actions->setItemText(item, DesktopServices::instance().actionTitle(actions->itemText(item)));
+    }
     if (!m_updater)
         hideUpdateControls(view);
     // The folder may have gone since the pane was last looked at.
@@ -150,7 +163,8 @@ void Preferences::viewDidLoad()
     const QString completedAction = settings.string(SettingKey::completedAction, QStringLiteral("Do Nothing"));
     DW_LOG(QLatin1String("viewdidload : completedAction : ") + completedAction);
     // A value that names no item leaves the combo box as it is.
-    m_ui->finishedActionCombo->setCurrentText(completedAction);
+    if (const int item = m_ui->finishedActionCombo->findData(completedAction); item >= 0)
+        m_ui->finishedActionCombo->setCurrentIndex(item);
 
     const QString playSound = settings.switchText(SettingKey::playSound);
     DW_LOG(QLatin1String("viewdidload : playSound : ") + playSound);
@@ -234,10 +248,8 @@ void Preferences::showInterval()
 {
     const qint64 updateInterval = SettingsStore::standard().integer(SettingKey::updateInterval, 86400);
     DW_LOG(QLatin1String("updateInterval : ") + QString::number(updateInterval));
-    // "Year" writes 2419200 and 2419200 reads as "Month": while it is stored,
-    // the entry that wrote it carries that name. Any other number shows nothing.
+    // "Year" writes 2419200 and 2419200 reads as "Month". Any other number shows nothing.
     QComboBox *interval = m_ui->intervalCombo;
-    interval->setItemText(kYearEntry, updateInterval == 2419200 ? QStringLiteral("Month") : QStringLiteral("Year"));
     QString intervalName;
     if (updateInterval == 86400)
         intervalName = QStringLiteral("Day");
@@ -245,7 +257,10 @@ void Preferences::showInterval()
         intervalName = QStringLiteral("Week");
     else if (updateInterval == 2419200)
         intervalName = QStringLiteral("Month");
-    interval->setCurrentIndex(intervalName.isEmpty() ? -1 : interval->findText(intervalName));
+    // "Month" is no item: it stands in the box as its placeholder, so that the
+    // items stay "Day", "Week", "Year" and "Year" can be picked again.
+    interval->setCurrentIndex(interval->findText(intervalName));
+    interval->setPlaceholderText(interval->currentIndex() < 0 ? intervalName : QString());
 }
 
 void Preferences::pickedIntervalAction(QObject *sender)
@@ -261,8 +276,6 @@ void Preferences::pickedIntervalAction(QObject *sender)
     else if (text == QLatin1String("Year"))
         settings.setInteger(SettingKey::updateInterval, 2419200);
     settings.synchronize();
-    if (sender == m_ui->intervalCombo)
-        showInterval();
 }
 
 void Preferences::pickedArchiveLayout(QObject *sender)

@@ -63,7 +63,9 @@ ResultsWindow::ResultsWindow(QWidget *parent)
     layout->addWidget(m_table);
 
     auto *buttons = new QDialogButtonBox(this);
-    m_reveal = buttons->addButton(QStringLiteral("&Show in Files"), QDialogButtonBox::ActionRole);
+    m_reveal = buttons->addButton(QLatin1Char('&')
+                                      + DesktopServices::instance().actionTitle(QStringLiteral("Show in Finder")),
+                                  QDialogButtonBox::ActionRole);
     m_open = buttons->addButton(QStringLiteral("&Open"), QDialogButtonBox::ActionRole);
     QPushButton *copy = buttons->addButton(QStringLiteral("&Copy All"), QDialogButtonBox::ActionRole);
     QPushButton *close = buttons->addButton(QDialogButtonBox::Close);

@@ -3,9 +3,15 @@
 #include <QApplication>
 #include <QSystemTrayIcon>
 
+namespace {
+std::optional<bool> testedAvailability;
+}
+
 TrayIcon::TrayIcon(QObject *parent)
     : QObject(parent)
 {
+    connect(m_menu.addAction(QStringLiteral("Show Deckwright")), &QAction::triggered, this,
+            &TrayIcon::showWindowRequested);
     connect(m_menu.addAction(QStringLiteral("Open…")), &QAction::triggered, this, &TrayIcon::openRequested);
     connect(m_menu.addAction(QStringLiteral("Preferences…")), &QAction::triggered, this,
             &TrayIcon::preferencesRequested);
@@ -17,7 +23,12 @@ TrayIcon::~TrayIcon() = default;
 
 bool TrayIcon::isAvailable() const
 {
-    return QSystemTrayIcon::isSystemTrayAvailable();
+    return testedAvailability ? *testedAvailability : QSystemTrayIcon::isSystemTrayAvailable();
+}
+
+void TrayIcon::setAvailability(std::optional<bool> available)
+{
+    testedAvailability = available;
 }
 
 bool TrayIcon::showIfAvailable()

@@ -4,6 +4,8 @@
 #include <QObject>
 #include <QScopedPointer>
 
+#include <optional>
+
 class QSystemTrayIcon;
 
 // The way back to a hidden main window on a desktop without a dock: an icon
@@ -25,8 +27,10 @@ public:
 
     QMenu *menu() { return &m_menu; }
 
-    // Whether the desktop has a system tray; replaceable for tests.
+    // Whether the desktop has a system tray, or what a test said.
     virtual bool isAvailable() const;
+    // Makes isAvailable answer this; nullopt asks the desktop again.
+    static void setAvailability(std::optional<bool> available);
 
 Q_SIGNALS:
     void showWindowRequested();

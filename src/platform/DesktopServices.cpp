@@ -13,6 +13,11 @@ DesktopServices &DesktopServices::instance()
     return platformServices();
 }
 
+QString DesktopServices::actionTitle(const QString &storedAction)
+{
+    return storedAction;
+}
+
 void DesktopServices::setInstance(DesktopServices *services)
 {
     installedServices = services;

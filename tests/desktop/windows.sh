@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # The windows as a window manager sees them, on a private X server with
-# openbox: exact titles, fixed sizes without a maximize action, and menu
-# shortcuts that work while the preferences window has the focus.
+# openbox: exact titles, fixed sizes without a maximize action, the class the
+# desktop entry names, and menu shortcuts that work while the preferences
+# window has the focus.
 # Usage: windows.sh DECKWRIGHT_BINARY
 set -euo pipefail
 app="$1"
@@ -85,6 +86,10 @@ for id in "$main" "$prefs"; do
     [[ -n "$min" && "$min" == "$max" ]] || fail "\"$name\" is not of fixed size (min '$min', max '$max')"
     xprop -id "$id" _NET_WM_ALLOWED_ACTIONS | grep -q MAXIMIZE && fail "\"$name\" can be maximized"
 done
+
+# A dock groups the windows under the launcher by the class the desktop entry names.
+class="$(sed -n 's/^StartupWMClass=//p' "$(dirname "$0")/../../dist/com.bramblefox.Deckwright.desktop")"
+xprop -id "$main" WM_CLASS | grep -q ", \"$class\"\$" || fail "the main window's class is not \"$class\""
 
 # Quit from the preferences window, not the main window.
 gone() { ! kill -0 "$app_pid" 2>/dev/null; }

@@ -12,6 +12,7 @@
 #include "gui/ResultsWindow.h"
 #include "support/FatalTrap.h"
 #include "support/Program.h"
+#include "support/TestSettings.h"
 #include "support/gui/BatchFixture.h"
 #include "system/SystemCalls.h"
 #include "widgets/TextTable.h"
@@ -325,23 +326,27 @@ private Q_SLOTS:
         QTest::addColumn<QString>("answer");        // to the folder chooser: choose, cancel, or cancel holding one
         QTest::addColumn<QStringList>("alerts");    // message|start of the informative text|part of the detail
         QTest::addColumn<QStringList>("converted"); // into the folder chosen then
-        const auto row
-            = [](const char *tag, const char *folder, const char *answer, const QStringList &alerts,
-                 const QStringList &converted) { QTest::newRow(tag) << folder << answer << alerts << converted; };
+        QTest::addColumn<QString>("starts");        // where the chooser opens
+        const auto row = [](const char *tag, const char *folder, const char *answer, const QStringList &alerts,
+                            const QStringList &converted, const QString &starts) {
+            QTest::newRow(tag) << folder << answer << alerts << converted << starts;
+        };
         const QStringList gone{u"The output folder \"NAME\" is no longer there.|It was at OUT. "_s},
             talk{u"My Talk.key"_s};
-        row("never chosen, one chosen", "never chosen", "choose", {}, talk);
-        row("never chosen, cancelled", "never chosen", "cancel", {}, {});
+        row("never chosen, one chosen", "never chosen", "choose", {}, talk, f.work(u"Documents"_s));
+        row("never chosen, cancelled", "never chosen", "cancel", {}, {}, f.work(u"Documents"_s));
         // A batch goes by the folder in hand, whatever the button.
-        row("never chosen, cancelled holding one", "never chosen", "holding", {}, talk);
-        row("deleted, another chosen", "deleted", "choose", gone, talk);
-        row("deleted, cancelled", "deleted", "cancel", gone, {});
-        row("a file in its place, cancelled", "a file", "cancel", gone, {});
+        row("never chosen, cancelled holding one", "never chosen", "holding", {}, talk, f.work(u"Documents"_s));
+        row("deleted, another chosen", "deleted", "choose", gone, talk, f.work({}));
+        row("deleted, cancelled", "deleted", "cancel", gone, {}, f.work({}));
+        row("a file in its place, cancelled", "a file", "cancel", gone, {}, f.work({}));
+        // linked/a/b/c is gone, and linked/a is now a link to a folder holding a b: no starting there.
+        row("via a link", "link", "cancel", {u"The output folder \"c\" is no longer there.|"_s}, {}, f.work("linked"));
         // Gone while the file converts: the file is told and rejected, not the folder asked for.
         row("deleted while converting", "deleted while converting", "none",
             {u"A problem occurred.|The file \"My%20Talk.key\" could not be converted and saved|OUT"_s,
              u"Some problems occurred.|"_s},
-            {});
+            {}, {});
     }
 
     void theOutputFolderIsAskedForWhenItIsNotThere()
@@ -354,6 +359,11 @@ private Q_SLOTS:
         SettingsStore &settings = SettingsStore::standard();
         if (folder == u"never chosen"_s)
             settings.useMemory({{Key::playSound, "false"}});
+        if (folder == u"link"_s) {
+            QVERIFY(QDir().mkpath(f.work(u"linked/a/b/c"_s)));
+            TestSettings::useOutputFolder(f.work(u"linked/a/b/c"_s), {{Key::playSound, "false"}});
+            QVERIFY(Program::sh(u"rm -r a && mkdir -p ../elsewhere/b && ln -s ../elsewhere a"_s, f.work(u"linked"_s)));
+        }
         const QString stored = settings.string(Key::outputPath, {});
         if (folder == u"deleted"_s || folder == u"a file"_s)
             QVERIFY(QDir(f.out).removeRecursively());
@@ -376,6 +386,7 @@ private Q_SLOTS:
         }
         QCOMPARE(f.panels.size(), whileConverting ? 1 : 2);
         QVERIFY(whileConverting || f.panels.at(1).canChooseDirectories());
+        QTEST(f.panels.value(1).directory(), "starts");
         QCOMPARE(QDir(another).entryList(QDir::Files), converted);
         // Kept as the folder chosen; called off: nothing recorded, nothing made where the folder was.
         QCOMPARE(settings.string(Key::outputPath, {}), converted.isEmpty() ? stored : FileUrl::absoluteString(another));

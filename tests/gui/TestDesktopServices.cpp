@@ -109,6 +109,8 @@ private Q_SLOTS:
     void openFileStartsTheNamedApplicationElseTheDefault()
     {
         FreedesktopDesktopServices services;
+        // The completion action is named for what it will do.
+        QCOMPARE(services.actionTitle(u"Open in Keynote"_s), u"Open with the Default Application"_s);
         QVERIFY(services.openFile(m_presentation, u"Keynote"_s));
         QCOMPARE(m_calls, QStringList{u"open file://"_s + m_presentation});
 
@@ -124,6 +126,7 @@ private Q_SLOTS:
         QVERIFY(writeFile(
             applications + u"keynote.desktop"_s,
             u"[Desktop Entry]\nType=Application\nName=Keynote\nExec=\"%1\" --open %f %i\n"_s.arg(script).toUtf8()));
+        QCOMPARE(services.actionTitle(u"Open in Keynote"_s), u"Open in Keynote"_s);
         QVERIFY(services.openFile(m_presentation, u"Keynote"_s));
         QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(record), 120000);
         QFile arguments(record);

@@ -253,6 +253,15 @@ bool FreedesktopDesktopServices::openFile(const QString &path, const QString &ap
     return openWithDefaultHandler(QUrl::fromLocalFile(file));
 }
 
+QString FreedesktopDesktopServices::actionTitle(const QString &storedAction)
+{
+    if (storedAction == QLatin1String("Show in Finder"))
+        return QStringLiteral("Show in Files");
+    if (storedAction == QLatin1String("Open in Keynote") && findApplicationExec(QStringLiteral("Keynote")).isEmpty())
+        return QStringLiteral("Open with the Default Application");
+    return storedAction;
+}
+
 QString FreedesktopDesktopServices::findApplicationExec(const QString &name)
 {
     QSet<QString> seenIds;

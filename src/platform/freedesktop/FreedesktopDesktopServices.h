@@ -31,6 +31,10 @@ public:
     bool notify(const QString &title, const QString &body, const QString &actionLabel,
                 std::function<void()> onAction) override;
 
+    // The file manager is "Files" here, and Keynote is named only when an
+    // application of that name is installed: the one openFile would start.
+    QString actionTitle(const QString &storedAction) override;
+
     // The Exec line of the installed application whose Name is name, or empty.
     // Desktop entries are looked up in the XDG applications folders, earlier
     // folders hiding entries of the same id in later ones.

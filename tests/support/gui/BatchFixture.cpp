@@ -12,6 +12,8 @@ BatchFixture::BatchFixture()
 {
     FatalTrap::install();
     TestSettings::isolateScratch(m_work.path());
+    // A home of the test's own: its documents folder is where dialogs start.
+    qputenv("HOME", QFile::encodeName(m_work.path())), qunsetenv("XDG_CONFIG_HOME"), QDir().mkpath(work("Documents"));
     const PackageFactory factory(work("in"));
     for (const char *name : {"My Talk.key", "Plain.key", "Three.v2.key"})
         factory.make(QString::fromUtf8(name));

@@ -12,11 +12,11 @@
 #include <deque>
 
 // The stage for the window tests that convert, one per test class: packages
-// to convert, a scratch folder of this process's own, fatal conditions thrown,
-// and nothing that waits for a person: alerts take their first button, open
-// dialogs take the queued answers (a cancel when none is left), the desktop is
-// recorded. All three are kept for the test to look at (alerts, panels,
-// desktop).
+// to convert, a home (documents in HOME/Documents) and a scratch folder of
+// this process's own, fatal conditions thrown, and nothing that waits for a
+// person: alerts take their first button, open dialogs take the queued answers
+// (a cancel when none is left), the desktop is recorded. All three are kept
+// for the test to look at (alerts, panels, desktop).
 class BatchFixture : public AlertRecorder
 {
 public:

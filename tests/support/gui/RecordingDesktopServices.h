@@ -3,6 +3,7 @@
 #include "platform/DesktopServices.h"
 
 #include <QStringList>
+#include <QVariantMap>
 
 // Stands in for the desktop while it lives: records every call, in order, as
 // text such as openFile("/out/My Talk.key", "Keynote"), and answers true.
@@ -29,7 +30,11 @@ public:
         return record("notify", {title, body, actionLabel});
     }
 
+    // The desktop's words for the completion actions: a Linux desktop without Keynote's unless a test says otherwise.
+    QString actionTitle(const QString &action) override { return titles.value(action, action).toString(); }
+
     QStringList calls;
+    QVariantMap titles{{"Show in Finder", "Show in Files"}, {"Open in Keynote", "Open with the Default Application"}};
     // What the last notification's action would do.
     std::function<void()> notificationAction;
 
