@@ -28,9 +28,9 @@ QString mainUsage()
 {
     return QStringLiteral(
         "Usage: deckwright [PACKAGE_OR_FOLDER...]\n"
-        "  or:  deckwright convert [--jobs N] [--layout reference|root] [--keep-folders]\n"
-        "                          [--skip-existing] [--json] [--quiet] --output DIR\n"
-        "                          PACKAGE_OR_FOLDER...\n"
+        "  or:  deckwright convert [--jobs N] [--layout reference|root]\n"
+        "                          [--keep-folders] [--skip-existing] [--json] [--quiet]\n"
+        "                          --output DIR PACKAGE_OR_FOLDER...\n"
         "  or:  deckwright check PATH...\n"
         "  or:  deckwright [convert|check] --help|--version\n"
         "Upgrade Keynote '08 presentations to the Keynote '09 file format.\n"
