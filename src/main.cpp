@@ -1,4 +1,5 @@
 #include "cli/CheckCommand.h"
+#include "cli/CommandLine.h"
 #include "cli/ConvertCommand.h"
 #include "cli/Usage.h"
 #include "core/Fatal.h"
@@ -20,30 +21,41 @@
 #include <QTimer>
 
 #include <memory>
+#include <optional>
 
 namespace {
 QString mainUsage()
 {
     return QStringLiteral(
         "Usage: deckwright [PACKAGE_OR_FOLDER...]\n"
-        "       deckwright convert [--jobs N] [--layout reference|root] [--keep-folders]\n"
-        "                          [--skip-existing] [--json] [--quiet] --output DIR\n"
-        "                          PACKAGE_OR_FOLDER...\n"
-        "       deckwright check PATH...\n"
-        "Upgrades Keynote '08 presentations to the Keynote '09 file format.\n"
+        "  or:  deckwright convert [--jobs N] [--layout reference|root]\n"
+        "                          [--keep-folders] [--skip-existing] [--json] [--quiet]\n"
+        "                          --output DIR PACKAGE_OR_FOLDER...\n"
+        "  or:  deckwright check PATH...\n"
+        "  or:  deckwright [convert|check] --help|--version\n"
+        "Upgrade Keynote '08 presentations to the Keynote '09 file format.\n"
         "\n"
         "Without a command the desktop application starts (or the running one\n"
         "comes to the front); packages given to it, and those found in folders\n"
-        "given to it, are converted as one batch.\n"
+        "given to it, are converted as one batch. Qt's own options (-platform NAME,\n"
+        "-style NAME) are taken too.\n"
         "\n"
         "Commands:\n"
-        "  convert        convert packages without a window (see deckwright convert --help)\n"
+        "  convert        convert packages without a window\n"
+        "                 (see 'deckwright convert --help')\n"
         "  check          tell whether packages can be converted, changing nothing\n"
-        "                 (see deckwright check --help)\n"
+        "                 (see 'deckwright check --help')\n"
         "\n"
         "Options:\n"
-        "  -h, --help     show this help\n"
-        "  -v, --version  show the version\n");
+        "  -h, --help     show this help and exit\n"
+        "  -V, --version  show the version and exit\n"
+        "\n"
+        "Exit status:\n"
+        "  0  it ended normally, or handed the packages to the running one\n"
+        "  1  there is no display, or it cannot start\n"
+        "  2  a usage error\n"
+        "\n"
+        "Full documentation: man deckwright\n");
 }
 
 // Whether Qt knows where to show a window. On Linux that is a display named
@@ -64,22 +76,23 @@ bool hasDisplay(int argc, char *argv[])
 }
 
 // Reads what Qt has left of the desktop application's command line: the
-// packages, which it adds to packages, or an unknown option, a usage error
-// whose status it returns.
-int takePackages(QStringList &packages)
+// packages, which it adds to packages. A status when the program ends here:
+// for a usage error, or once the help or the version is shown.
+std::optional<int> takePackages(QStringList &packages)
 {
-    bool optionsEnded = false;
-    for (const QString &argument : QCoreApplication::arguments().mid(1)) {
-        if (!optionsEnded && argument == QLatin1String("--")) {
-            optionsEnded = true;
-        } else if (!optionsEnded && argument.startsWith(QLatin1Char('-'))) {
-            QTextStream err(stderr);
-            return usageError(err, {}, QStringLiteral("unknown option %1").arg(argument));
-        } else {
-            packages.append(QFileInfo(argument).absoluteFilePath());
-        }
+    CommandLine parser(
+        {{QStringLiteral("help"), QStringLiteral("h")}, {QStringLiteral("version"), QStringLiteral("V")}});
+    if (!parser.parse(QCoreApplication::arguments().mid(1))) {
+        QTextStream err(stderr);
+        return usageError(err, {}, parser.error());
     }
-    return 0;
+    if (parser.isSet(QStringLiteral("help")) || parser.isSet(QStringLiteral("version"))) {
+        QTextStream(stdout) << (parser.isSet(QStringLiteral("help")) ? mainUsage() : versionText());
+        return 0;
+    }
+    for (const QString &argument : parser.arguments())
+        packages.append(QFileInfo(argument).absoluteFilePath());
+    return std::nullopt;
 }
 
 // A command without windows: `deckwright convert` or `deckwright check`.
@@ -88,8 +101,6 @@ int runCommand(int argc, char *argv[], int (*command)(const QStringList &, QText
     prepareStandardStreams();
     StopRequest::installSignalHandlers();
     QCoreApplication app(argc, argv);
-    QCoreApplication::setApplicationName(QStringLiteral("Deckwright"));
-    QCoreApplication::setApplicationVersion(QString::fromUtf8(BuildConfig::version));
     QTextStream out(stdout);
     QTextStream err(stderr);
     return command(QCoreApplication::arguments().mid(2), out, err);
@@ -113,8 +124,8 @@ int runDesktop(int argc, char *argv[])
     StopRequest::installSignalHandlers();
     QApplication app(argc, argv);
     QStringList packages;
-    if (const int status = takePackages(packages))
-        return status;
+    if (const std::optional<int> status = takePackages(packages))
+        return *status;
     if (!display) {
         QTextStream(stderr) << "deckwright: there is no display to show the window on; "
                                "'deckwright convert --output DIR PACKAGE...' converts without one.\n";
@@ -124,9 +135,7 @@ int runDesktop(int argc, char *argv[])
     // and "General" or "Choose Folder To Save To" are whole titles. The main
     // window is titled "Deckwright", and the task bar knows the program by its
     // desktop entry.
-    QApplication::setApplicationName(QStringLiteral("Deckwright"));
     QApplication::setOrganizationName(QStringLiteral("bramblefox"));
-    QApplication::setApplicationVersion(QString::fromUtf8(BuildConfig::version));
     QGuiApplication::setDesktopFileName(QStringLiteral("com.bramblefox.Deckwright"));
     QApplication::setWindowIcon(AppDelegate::applicationIcon());
     // Closing the main window hides it; Deckwright runs until the person quits.
@@ -183,6 +192,8 @@ int runDesktop(int argc, char *argv[])
 
 int main(int argc, char *argv[])
 {
+    QCoreApplication::setApplicationName(QStringLiteral("Deckwright"));
+    QCoreApplication::setApplicationVersion(QString::fromUtf8(BuildConfig::version));
     const QString first = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QString();
     if (first == QLatin1String("convert"))
         return runCommand(argc, argv, &ConvertCommand::run);
@@ -192,8 +203,8 @@ int main(int argc, char *argv[])
         QTextStream(stdout) << mainUsage();
         return 0;
     }
-    if (first == QLatin1String("-v") || first == QLatin1String("--version")) {
-        QTextStream(stdout) << "Deckwright " << BuildConfig::version << "\n";
+    if (first == QLatin1String("-V") || first == QLatin1String("--version")) {
+        QTextStream(stdout) << versionText();
         return 0;
     }
     // The first word is a command when it is not a file: a misspelt one is no package.

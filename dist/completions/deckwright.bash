@@ -51,14 +51,15 @@ _deckwright()
             ;;
         esac
         if [[ $cur == -* ]]; then
-            COMPREPLY=($(compgen -W '--output --layout --jobs --help' -- "$cur"))
+            COMPREPLY=($(compgen -W '--output --layout --jobs --keep-folders --skip-existing --json
+                --quiet --help --version' -- "$cur"))
         else
             _deckwright_paths "$cur"
         fi
         ;;
     check)
         if [[ $cur == -* ]]; then
-            COMPREPLY=($(compgen -W '--help' -- "$cur"))
+            COMPREPLY=($(compgen -W '--help --version' -- "$cur"))
         else
             _deckwright_paths "$cur"
         fi

@@ -1,11 +1,11 @@
 #include "cli/CheckCommand.h"
 
+#include "cli/CommandLine.h"
 #include "cli/Usage.h"
 #include "core/DiskSpace.h"
 #include "core/PackageCheck.h"
 #include "core/PackageSearch.h"
 
-#include <QCommandLineParser>
 #include <QFileInfo>
 #include <QTextStream>
 
@@ -13,15 +13,17 @@ QString CheckCommand::usage()
 {
     return QStringLiteral(
         "Usage: deckwright check PATH...\n"
-        "Tells whether Deckwright can convert each Keynote package, without\n"
+        "  or:  deckwright check --help|--version\n"
+        "Tell whether Deckwright can convert each Keynote package, without\n"
         "converting it and without changing anything.\n"
+        "\n"
+        "Options:\n"
+        "  -h, --help     show this help and exit\n"
+        "  -V, --version  show the version and exit\n"
         "\n"
         "A PATH is a package, a single .key file, or a folder, which is searched\n"
         "for packages through its subfolders, never inside a package and never\n"
         "through a link.\n"
-        "\n"
-        "Options:\n"
-        "  -h, --help  show this help\n"
         "\n"
         "One line is printed for each, in the order given (a folder's packages in\n"
         "name order):\n"
@@ -31,14 +33,20 @@ QString CheckCommand::usage()
         "  PATH: not convertible (REASON), SIZE\n"
         "  FOLDER: no Keynote packages in it\n"
         "  FOLDER: a folder that could not be read (SYSTEM'S REASON)\n"
-        "The reasons are those 'deckwright convert --help' lists. SIZE is the\n"
-        "package's files added up; it and the slides are shown where known.\n"
+        "The reasons are those 'deckwright convert --help' lists, and a tool the\n"
+        "conversion would run that is missing (the tool /usr/bin/zip is not\n"
+        "installed). SIZE is the package's files added up; it and the slides are\n"
+        "shown where known.\n"
         "\n"
-        "Exit status: 0 when everything given is convertible, 1 when anything is\n"
-        "not (a folder without packages or that could not be read included), 2 for\n"
-        "a usage error, 3 when a line could not be written to standard output (a\n"
-        "full disk, a closed descriptor, a pipe whose reader is gone: no SIGPIPE),\n"
-        "where the check stops.\n");
+        "Exit status:\n"
+        "  0  everything given is convertible\n"
+        "  1  anything is not (a folder without packages or that could not be read\n"
+        "     included)\n"
+        "  2  a usage error\n"
+        "  3  a line could not be written to standard output (a full disk, a closed\n"
+        "     descriptor, a pipe whose reader is gone: no SIGPIPE); the check stops\n"
+        "\n"
+        "Full documentation: man deckwright\n");
 }
 
 namespace {
@@ -70,22 +78,16 @@ QString line(const QString &shown, const PackageCheck::Verdict &verdict)
 int CheckCommand::run(const QStringList &arguments, QTextStream &out, QTextStream &err)
 {
     const auto refuse = [&err](const QString &reason) { return usageError(err, QStringLiteral("check"), reason); };
-    QCommandLineParser parser;
-    parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsCompactedShortOptions);
-    const QCommandLineOption helpOption({QStringLiteral("h"), QStringLiteral("help")},
-                                        QStringLiteral("Show this help."));
-    parser.addOption(helpOption);
-    parser.addPositionalArgument(QStringLiteral("PATH"), QStringLiteral("Packages, .key files and folders."),
-                                 QStringLiteral("PATH..."));
-    // The parser expects the program name first.
-    if (!parser.parse(QStringList{QStringLiteral("deckwright check")} + arguments))
-        return refuse(parser.errorText());
-    if (parser.isSet(helpOption)) {
-        out << usage();
+    CommandLine parser(
+        {{QStringLiteral("help"), QStringLiteral("h")}, {QStringLiteral("version"), QStringLiteral("V")}});
+    if (!parser.parse(arguments))
+        return refuse(parser.error());
+    if (parser.isSet(QStringLiteral("help")) || parser.isSet(QStringLiteral("version"))) {
+        out << (parser.isSet(QStringLiteral("help")) ? usage() : versionText());
         out.flush();
         return AllConvertible;
     }
-    const QStringList paths = parser.positionalArguments();
+    const QStringList paths = parser.arguments();
     if (paths.isEmpty())
         return refuse(QStringLiteral("no path given"));
 

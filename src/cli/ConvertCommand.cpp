@@ -1,5 +1,6 @@
 #include "cli/ConvertCommand.h"
 
+#include "cli/CommandLine.h"
 #include "cli/ConvertJobs.h"
 #include "cli/ConvertOutcome.h"
 #include "cli/ConvertReport.h"
@@ -12,10 +13,11 @@
 #include "core/OutputFolder.h"
 #include "core/PackageSearch.h"
 #include "core/SettingsStore.h"
+#include "core/StopRequest.h"
 
-#include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QFileInfo>
+#include <QScopeGuard>
 #include <QTextStream>
 #include <QThread>
 
@@ -28,10 +30,13 @@
 QString ConvertCommand::usage()
 {
     const QString text = QStringLiteral(
-        "Usage: deckwright convert --output DIR [--layout reference|root] [--jobs N]\n"
+        "Usage: deckwright convert [--jobs N] [--layout reference|root]\n"
         "                          [--keep-folders] [--skip-existing] [--json] [--quiet]\n"
-        "                          PACKAGE_OR_FOLDER...\n"
-        "Converts Keynote '08 packages to Keynote '09 files in DIR.\n"
+        "                          --output DIR PACKAGE_OR_FOLDER...\n"
+        "  or:  deckwright convert --help|--version\n"
+        "Convert Keynote '08 packages, and those found in folders, to Keynote '09\n"
+        "files in DIR, without a window and without changing the desktop program's\n"
+        "settings.\n"
         "\n"
         "Options:\n"
         "  -o, --output DIR     the folder that receives the converted files\n"
@@ -56,7 +61,8 @@ QString ConvertCommand::usage()
         "                       already-done, copies nothing and takes no number\n"
         "      --json           one JSON object per item instead of the lines below\n"
         "  -q, --quiet          no progress line and no summary on standard error\n"
-        "  -h, --help           show this help\n"
+        "  -h, --help           show this help and exit\n"
+        "  -V, --version        show the version and exit\n"
         "\n"
         "A folder is searched for packages through its subfolders, but never into a\n"
         "package and never through a symbolic link, so no --recursive is needed. Its\n"
@@ -97,21 +103,26 @@ QString ConvertCommand::usage()
         "  its name does not end in .key | its name is only the extension .key\n"
         "  it links to PATH, whose name does not end in .key\n"
         "  its name is not valid UTF-8 | it was not found | its path is too long to open\n"
-        "  it could not be read | it is a symbolic link | it is a FIFO, a device or a socket\n"
-        "  index.apxl.gz is missing | index.apxl.gz (index.apxl) could not be read (REASON)\n"
-        "  index.apxl is a folder | the document is damaged | the document is not UTF-8 text\n"
-        "  the document is larger than 256 MB | the document has no Keynote '08 version tag\n"
-        "  already in the Keynote '09 format | it is a single file, not a Keynote '08 package\n"
+        "  it could not be read | it is a symbolic link\n"
+        "  it is a FIFO, a device or a socket | index.apxl.gz is missing\n"
+        "  index.apxl.gz (index.apxl) could not be read (REASON)\n"
+        "  index.apxl is a folder | the document is damaged\n"
+        "  the document is not UTF-8 text | the document is larger than 256 MB\n"
+        "  the document has no Keynote '08 version tag\n"
+        "  already in the Keynote '09 format\n"
+        "  it is a single file, not a Keynote '08 package\n"
         "  it holds a link to a file outside the package: NAME\n"
         "  it holds a symbolic link (a FIFO, a device, a socket, a mount point): NAME\n"
         "  it holds a file (a folder) that could not be read: NAME\n"
         "  a path in it is too long to copy: NAME | it changed while it was copied\n"
         "  it could not be copied to the scratch folder (SYSTEM'S REASON)\n"
         "Why a package fails: not enough free space to convert it; the output folder\n"
-        "is inside the package; the scratch (output) folder's disk is full; zip or\n"
-        "the write of the document or the file failed (could not write OUTPUT_FILE,\n"
-        "with --keep-folders also because a symbolic link or a file stands where a\n"
-        "folder goes); with --jobs, its worker could not start or ended unexpectedly.\n"
+        "is inside the package; the scratch (output) folder's disk is full; a tool\n"
+        "the conversion runs is missing (the tool /usr/bin/zip is not installed;\n"
+        "the tool PATH cannot be run (SYSTEM'S REASON)); zip or the write of the\n"
+        "document or the file failed (could not write OUTPUT_FILE, with\n"
+        "--keep-folders also because a symbolic link or a file stands where a folder\n"
+        "goes); with --jobs, its worker could not start or ended unexpectedly.\n"
         "Nothing already in DIR is ever replaced: a name in use gets a number\n"
         "(Talk.1.key, Talk.2.key, ...), and a file appears in DIR whole or not at all.\n"
         "Packages converted at once are numbered as they would be one after another:\n"
@@ -121,78 +132,57 @@ QString ConvertCommand::usage()
         "  deckwright convert -o ~/Converted ~/Decks/2008 ~/Desktop/Pitch.key\n"
         "  deckwright convert --jobs 2 -o ~/Converted ~/Decks\n"
         "  deckwright convert --layout root -o ~/Converted ~/Old/Talk.key\n"
-        "  deckwright convert --keep-folders -o ~/Converted ~/Decks\n"
         "  deckwright convert --keep-folders --skip-existing -o ~/Converted ~/Decks\n"
         "  deckwright convert --json -o ~/Converted ~/Decks > results.jsonl\n"
         "  deckwright convert --quiet -o ~/Converted ~/Decks\n"
         "\n"
-        "Exit status: 0 when every item was converted or had nothing to do (already\n"
-        "in the Keynote '09 format, or already done with --skip-existing), 1 when\n"
-        "any was refused or failed, 2 for a usage error, 3 when a line could not be\n"
-        "written to standard output (a full disk, a closed descriptor, or a pipe\n"
-        "whose reader is gone, as with '| head -1': no SIGPIPE); the conversions\n"
-        "under way are then undone and none is started. Interrupted (Ctrl+C,\n"
-        "SIGTERM, SIGHUP), the conversions under way are undone and the command\n"
-        "ends by that signal.\n");
+        "Exit status:\n"
+        "  0    every item converted, or nothing to do for it (Keynote '09 already,\n"
+        "       or already done)\n"
+        "  1    any item refused or failed, or a folder given holds no package\n"
+        "  2    a usage error\n"
+        "  3    a line could not be written to standard output (a full disk, a\n"
+        "       closed descriptor, a pipe whose reader is gone, as with '| head -1':\n"
+        "       no SIGPIPE); the conversions under way are undone, none is started\n"
+        "  129, 130, 143 (in a shell)\n"
+        "       ended by SIGHUP, SIGINT (Ctrl+C) or SIGTERM; the conversions under\n"
+        "       way are undone\n"
+        "\n"
+        "Full documentation: man deckwright\n");
     return text.arg(MachineLimits::describeParallelConversions());
 }
 
 int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStream &err)
 {
     const auto refuse = [&err](const QString &reason) { return usageError(err, QStringLiteral("convert"), reason); };
-    QCommandLineParser parser;
-    parser.setSingleDashWordOptionMode(QCommandLineParser::ParseAsCompactedShortOptions);
-    const QCommandLineOption outputOption({QStringLiteral("o"), QStringLiteral("output")},
-                                          QStringLiteral("The folder that receives the converted files."),
-                                          QStringLiteral("DIR"));
-    const QCommandLineOption helpOption({QStringLiteral("h"), QStringLiteral("help")},
-                                        QStringLiteral("Show this help."));
-    const QCommandLineOption layoutOption({QStringLiteral("l"), QStringLiteral("layout")},
-                                          QStringLiteral("How the archive holds the package."),
-                                          QStringLiteral("LAYOUT"));
-    const QCommandLineOption jobsOption({QStringLiteral("j"), QStringLiteral("jobs")},
-                                        QStringLiteral("Convert up to N packages at once."), QStringLiteral("N"),
-                                        QString::number(QThread::idealThreadCount()));
-    const QCommandLineOption keepFoldersOption(QStringLiteral("keep-folders"),
-                                               QStringLiteral("Keep the folders of the packages found."));
-    const QCommandLineOption skipExistingOption(QStringLiteral("skip-existing"),
-                                                QStringLiteral("Skip packages converted before."));
-    const QCommandLineOption jsonOption(QStringLiteral("json"), QStringLiteral("One JSON object per item."));
-    const QCommandLineOption quietOption({QStringLiteral("q"), QStringLiteral("quiet")},
-                                         QStringLiteral("No progress and no summary."));
-    // A process that converts what the command asks on its standard input (ConvertWorker),
-    // into the output folder the command opened and handed down.
-    QCommandLineOption workerOption(QStringLiteral("worker"));
-    workerOption.setFlags(QCommandLineOption::HiddenFromHelp);
-    QCommandLineOption descriptorOption(QStringLiteral("output-descriptor"), QString(), QStringLiteral("FD"));
-    descriptorOption.setFlags(QCommandLineOption::HiddenFromHelp);
-    // A worker tells how far each conversion is, for the progress line.
-    QCommandLineOption progressOption(QStringLiteral("progress"));
-    progressOption.setFlags(QCommandLineOption::HiddenFromHelp);
-    // The options that shape each conversion: workers get them as they were given here.
-    const QList<QCommandLineOption> converterOptions{layoutOption, skipExistingOption};
-    for (const QCommandLineOption &option :
-         {outputOption, layoutOption, helpOption, jobsOption, keepFoldersOption, skipExistingOption, jsonOption,
-          quietOption, workerOption, descriptorOption, progressOption})
-        parser.addOption(option);
-    parser.addPositionalArgument(QStringLiteral("PACKAGE_OR_FOLDER"),
-                                 QStringLiteral("Keynote '08 packages, or folders holding them."),
-                                 QStringLiteral("PACKAGE_OR_FOLDER..."));
-    // The parser expects the program name first.
-    if (!parser.parse(QStringList{QStringLiteral("deckwright convert")} + arguments))
-        return refuse(parser.errorText());
-    if (parser.isSet(helpOption)) {
-        out << usage();
+    CommandLine parser({
+        {QStringLiteral("output"), QStringLiteral("o"), QStringLiteral("a folder")},
+        {QStringLiteral("layout"), QStringLiteral("l"), QStringLiteral("a layout (reference or root)")},
+        {QStringLiteral("jobs"), QStringLiteral("j"), QStringLiteral("a number")},
+        {QStringLiteral("keep-folders"), {}},
+        {QStringLiteral("skip-existing"), {}},
+        {QStringLiteral("json"), {}},
+        {QStringLiteral("quiet"), QStringLiteral("q")},
+        {QStringLiteral("help"), QStringLiteral("h")},
+        {QStringLiteral("version"), QStringLiteral("V")},
+        // Not for people: a process that converts what the command asks on its
+        // standard input (ConvertWorker), into the output folder the command
+        // opened and handed down, telling how far each conversion is.
+        {QStringLiteral("worker"), {}},
+        {QStringLiteral("output-descriptor"), {}, QStringLiteral("a number")},
+        {QStringLiteral("progress"), {}},
+    });
+    if (!parser.parse(arguments))
+        return refuse(parser.error());
+    if (parser.isSet(QStringLiteral("help")) || parser.isSet(QStringLiteral("version"))) {
+        out << (parser.isSet(QStringLiteral("help")) ? usage() : versionText());
         out.flush();
         return AllDone;
     }
-    const QStringList outputs = parser.values(outputOption);
-    if (outputs.size() > 1)
-        return refuse(QStringLiteral("only one output folder can be given"));
-    const QString outputDir = outputs.isEmpty() ? QString() : outputs.first();
-    const QStringList packages = parser.positionalArguments();
-    const bool worker = parser.isSet(workerOption);
-    const QString jobsText = parser.value(jobsOption);
+    const QString outputDir = parser.value(QStringLiteral("output"));
+    const QStringList packages = parser.arguments();
+    const bool worker = parser.isSet(QStringLiteral("worker"));
+    const QString jobsText = parser.value(QStringLiteral("jobs"), QString::number(QThread::idealThreadCount()));
     bool jobsIsNumber = false;
     const int jobs = jobsText.toInt(&jobsIsNumber);
     // A number too large to hold is no mistake of form: it is told this machine's bound.
@@ -207,18 +197,17 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
         return refuse(QStringLiteral("no package given"));
     if (!packages.isEmpty() && worker)
         return refuse(QStringLiteral("a worker takes its packages on standard input"));
-    const QStringList layouts = parser.values(layoutOption);
     const QString layout
-        = layouts.isEmpty() ? Converter::layoutName(Converter::ArchiveLayout::Reference) : layouts.last();
+        = parser.value(QStringLiteral("layout"), Converter::layoutName(Converter::ArchiveLayout::Reference));
     if (layout != Converter::layoutName(Converter::ArchiveLayout::Reference)
         && layout != Converter::layoutName(Converter::ArchiveLayout::PackageAtRoot))
         return refuse(QStringLiteral("unknown layout '%1' (reference or root)").arg(layout));
     // The folder is opened once, here, for the whole batch: every file goes
     // where it was now, and a worker works in the folder the command opened.
     std::shared_ptr<const OutputFolder> folder;
-    if (worker && parser.isSet(descriptorOption)) {
+    if (worker && parser.isSet(QStringLiteral("output-descriptor"))) {
         bool isNumber = false;
-        const int descriptor = parser.value(descriptorOption).toInt(&isNumber);
+        const int descriptor = parser.value(QStringLiteral("output-descriptor")).toInt(&isNumber);
         folder = std::make_shared<OutputFolder>(isNumber && descriptor > STDERR_FILENO ? descriptor : -1, outputDir);
     } else {
         const QFileInfo dirInfo(outputDir);
@@ -239,14 +228,14 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
         {SettingKey::outputPath, FileUrl::absoluteString(outputFolder)},
         {SettingKey::archiveLayout, layout},
     });
-    const bool skipExisting = parser.isSet(skipExistingOption);
+    const bool skipExisting = parser.isSet(QStringLiteral("skip-existing"));
     if (worker)
-        return ConvertWorker::run(folder, {skipExisting, parser.isSet(progressOption)});
+        return ConvertWorker::run(folder, {skipExisting, parser.isSet(QStringLiteral("progress"))});
 
     // What is told besides the results: on a terminal, how far the batch is.
     ConvertReport::Options told;
-    told.json = parser.isSet(jsonOption);
-    told.summary = !parser.isSet(quietOption);
+    told.json = parser.isSet(QStringLiteral("json"));
+    told.summary = !parser.isSet(QStringLiteral("quiet"));
     told.progress = told.summary && ::isatty(STDERR_FILENO);
     told.skipExisting = skipExisting;
     winsize terminal = {};
@@ -257,7 +246,7 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
     QList<ConvertJobs::Item> items;
     QList<ConvertReport::Item> reported;
     int toConvert = 0;
-    const bool keepFolders = parser.isSet(keepFoldersOption);
+    const bool keepFolders = parser.isSet(QStringLiteral("keep-folders"));
     for (const QString &argument : packages) {
         for (const PackageSearch::Item &found : PackageSearch::search(argument)) {
             const QString shown = PackageSearch::shownPath(argument, found.path);
@@ -277,20 +266,19 @@ int ConvertCommand::run(const QStringList &arguments, QTextStream &out, QTextStr
     }
     ConvertReport report(out, err, outputFolder, told);
     report.begin(reported);
+    // A signal ends the command from inside a conversion: the line goes first, as before any other ending.
+    StopRequest::setBeforeSignalEnds([&report] { report.clear(); });
+    const auto forget = qScopeGuard([] { StopRequest::setBeforeSignalEnds({}); });
 
     const int workers = std::min({jobs, toConvert, MachineLimits::parallelConversions()});
     if (workers > 1) {
+        // The options that shape each conversion go to the workers as they were given here.
         QStringList workerArguments{QStringLiteral("convert"), QStringLiteral("--worker"),
-                                    QStringLiteral("--output=") + outputFolder};
-        for (const QCommandLineOption &option : converterOptions) {
-            const QString name = QStringLiteral("--") + option.names().constLast();
-            if (option.valueName().isEmpty() && parser.isSet(option))
-                workerArguments.append(name);
-            for (const QString &value : parser.values(option))
-                workerArguments.append(name + QLatin1Char('=') + value);
-        }
+                                    QStringLiteral("--output=") + outputFolder, QStringLiteral("--layout=") + layout};
+        if (skipExisting)
+            workerArguments.append(QStringLiteral("--skip-existing"));
         if (told.progress)
-            workerArguments.append(QStringLiteral("--") + progressOption.names().constFirst());
+            workerArguments.append(QStringLiteral("--progress"));
         ConvertJobs batch(QCoreApplication::applicationFilePath(), workerArguments, folder, report);
         batch.run(items, workers);
         if (out.status() != QTextStream::Ok)

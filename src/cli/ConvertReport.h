@@ -43,6 +43,8 @@ public:
     bool print(int item, const ConvertOutcome &outcome);
     // Takes the progress line away and prints the summary.
     void end();
+    // Takes the progress line away, for an ending without a summary.
+    void clear();
     // 0 when every item printed was converted or had nothing to do, 1 otherwise.
     int status() const { return m_allDone ? 0 : 1; }
 
@@ -51,7 +53,6 @@ public:
 
 private:
     void draw(bool now);
-    void clear();
     int currentItem() const; // -1: none under way
     QString progressLine(int current) const;
 

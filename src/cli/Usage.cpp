@@ -1,5 +1,6 @@
 #include "cli/Usage.h"
 
+#include <QCoreApplication>
 #include <QFileDevice>
 #include <QString>
 #include <QTextStream>
@@ -14,9 +15,14 @@ int usageError(QTextStream &err, const QString &command, const QString &reason)
 {
     const QString program = command.isEmpty() ? QStringLiteral("deckwright") : QStringLiteral("deckwright ") + command;
     err << program << ": " << reason << "\n"
-        << "Try '" << program << " --help'.\n";
+        << "Try '" << program << " --help' for more information.\n";
     err.flush();
     return 2;
+}
+
+QString versionText()
+{
+    return QStringLiteral("Deckwright %1\n").arg(QCoreApplication::applicationVersion());
 }
 
 bool printLine(QTextStream &out, const QString &line)

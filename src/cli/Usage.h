@@ -3,10 +3,13 @@
 class QString;
 class QTextStream;
 
-// A mistake on the command line: "deckwright COMMAND: REASON" and where to
-// find the help, on err. An empty command means the program itself.
-// Returns 2, the exit status of every usage error.
+// A mistake on the command line: "deckwright COMMAND: REASON" and, on the
+// next line, where to find the help, on err. An empty command means the
+// program itself. Returns 2, the exit status of every usage error.
 int usageError(QTextStream &err, const QString &command, const QString &reason);
+
+// What `--version` prints, the program's or a command's: "Deckwright VERSION".
+QString versionText();
 
 // The result lines of a command go out one at a time, each at once. A line
 // that cannot be written (a full disk, a closed descriptor, a pipe no one

@@ -13,6 +13,7 @@ volatile sig_atomic_t g_converting = 0;
 volatile sig_atomic_t g_stop = 0; // 1 + signal number, or 1 for the person
 volatile sig_atomic_t g_childGroup = 0;
 int g_pipe[2] = {-1, -1};
+std::function<void()> g_beforeSignalEnds;
 
 const int kSignals[] = {SIGINT, SIGTERM, SIGHUP};
 
@@ -110,10 +111,17 @@ void StopRequest::finishSignal()
     if (!signalNumber)
         return;
     g_stop = 0;
+    if (g_beforeSignalEnds)
+        g_beforeSignalEnds();
     std::signal(signalNumber, SIG_DFL);
     ::raise(signalNumber);
     // Blocked or ignored after all: end with the status a shell gives that signal.
     ::_exit(128 + signalNumber);
+}
+
+void StopRequest::setBeforeSignalEnds(std::function<void()> action)
+{
+    g_beforeSignalEnds = std::move(action);
 }
 
 void StopRequest::stopWhenParentEnds()

@@ -2,6 +2,8 @@
 
 #include <QtGlobal>
 
+#include <functional>
+
 // Ends a conversion early without leaving anything behind. Two things ask
 // for it: SIGINT, SIGTERM or SIGHUP arriving while a conversion runs, and the
 // person (a Stop button). The running child tool and its own children are
@@ -31,6 +33,9 @@ public:
 
     // Ends the process by the signal that stopped it; returns when there was none.
     static void finishSignal();
+    // What is to be tidied just before a signal ends the process that way (a
+    // line drawn on a terminal); empty for nothing.
+    static void setBeforeSignalEnds(std::function<void()> action);
 
     // For a process that works for another: SIGTERM arrives when that one
     // ends, even by SIGKILL, so that this one stops as cleanly as for any

@@ -54,10 +54,16 @@ private Q_SLOTS:
         };
         convert("no package", "--output ../out", "no package given");
         convert("no output", "x.key", "no output folder given (--output DIR)");
-        convert("output without value", "--output", "Missing value after '--output'.");
+        convert("output without value", "--output", "option '--output' needs a folder");
+        convert("output empty", "--output= x.key", "option '--output' needs a folder");
+        convert("layout without value", "-o ../out x.key -l", "option '-l' needs a layout (reference or root)");
         convert("missing folder", "-o ../out/nope x.key", "the output folder ../out/nope does not exist");
         convert("not a folder", "-o Talk.key/index.apxl.gz x.key", "Talk.key/index.apxl.gz is not a folder");
-        convert("unknown option", "--fast", "Unknown option 'fast'.");
+        convert("unknown option", "--fast", "unknown option '--fast'");
+        convert("unknown short option", "-x -o ../out x.key", "unknown option '-x'");
+        convert("unknown letter among flags", "-qx -o ../out x.key", "unknown option '-x' in '-qx'");
+        convert("value on a flag", "--json=yes -o ../out x.key", "option '--json' takes no value");
+        convert("value on help", "--help=all", "option '--help' takes no value");
         convert("unknown layout", "-o ../out --layout=flat x.key", "unknown layout 'flat' (reference or root)");
         convert("no jobs", "-j 0 -o ../out x.key", "--jobs needs a whole number of at least 1, not '0'");
         convert("jobs not a number", "--jobs=all -o ../out x.key",
@@ -65,21 +71,25 @@ private Q_SLOTS:
         // The bound follows: processors and the limits on open files and processes.
         convert("jobs beyond any machine", "-j 99999999999 -o ../out x.key",
                 "--jobs 99999999999 is more than this machine can run: at most ");
-        convert("two output folders", "-o ../out -o ../out x.key", "only one output folder can be given");
+        convert("two output folders", "-o ../out -o ../out x.key", "option '--output' can be given only once");
+        convert("two layouts", "-lroot -o ../out --layout=root x.key", "option '--layout' can be given only once");
         // Root writes anywhere: a folder that cannot be written needs another user.
         convert("folder not writable", "-o ../locked x.key", "the output folder ../locked is not writable", true);
         row("check without a path", "check", "deckwright check: no path given");
-        row("check, unknown option", "check --fast Talk.key", "deckwright check: Unknown option 'fast'.");
-        row("unknown program option", "--bogus", "deckwright: unknown option --bogus");
+        row("check, unknown option", "check --fast Talk.key", "deckwright check: unknown option '--fast'");
+        row("unknown program option", "--bogus", "deckwright: unknown option '--bogus'");
+        row("unknown program option after a package", "Talk.key -x", "deckwright: unknown option '-x'");
         row("misspelt command", "conver",
             "deckwright: 'conver' is neither a command nor a file (the commands are 'convert' and 'check')");
         row("help", "--help", "Usage: deckwright [PACKAGE_OR_FOLDER...]", 0);
-        row("convert help", "convert --help", "Usage: deckwright convert --output DIR", 0);
+        row("convert help", "convert --help", "Usage: deckwright convert [--jobs N] [--layout reference|root]", 0);
         row("check help", "check -h", "Usage: deckwright check PATH...", 0);
-        row("version", "--version", "Deckwright ", 0);
+        for (const char *version : {"--version", "-V", "Talk.key --version", "convert --version", "check -V"})
+            row(version, QString::fromLatin1(version), u"Deckwright "_s, 0);
     }
 
-    // A usage error exits with 2 and says why on standard error; help and the version go to standard output.
+    // A usage error exits with 2 and says why on standard error, and where the help is; help and the version go
+    // to standard output.
     void usageErrorsSayWhyAndConvertNothing()
     {
         QFETCH(QStringList, arguments);
@@ -91,6 +101,10 @@ private Q_SLOTS:
         const Finished run = m_program.run(Program::deckwright(arguments), asNobody ? Program::Nobody : Program::Me);
         QCOMPARE(run.status, status);
         QVERIFY2((status ? run.firstErrorLine() : run.lines().value(0)).startsWith(first), run.out + run.err);
+        if (status)
+            QCOMPARE(
+                run.err.split('\n').mid(1),
+                QByteArrayList({"Try '" + first.section(u':', 0, 0).toUtf8() + " --help' for more information.", ""}));
         QCOMPARE(status ? run.out : run.err, QByteArray());
         QCOMPARE(QDir(m_work.filePath(u"out"_s)).entryList(QDir::AllEntries | QDir::NoDotAndDotDot), QStringList());
     }

@@ -298,6 +298,37 @@ private Q_SLOTS:
         QCOMPARE(m_program.leftovers().size(), 0);
     }
 
+    // Ctrl+C on a terminal: the progress line is gone before the shell's prompt comes back.
+    void ctrlCOnATerminalTakesTheLineAway_data()
+    {
+        QTest::addColumn<QString>("jobs");
+        QTest::newRow("one after another") << u"1"_s;
+        QTest::newRow("two at once") << u"2"_s;
+    }
+
+    void ctrlCOnATerminalTakesTheLineAway()
+    {
+        QFETCH(QString, jobs);
+        const QTemporaryDir outDir(m_work.filePath(u"tty-stopped-XXXXXX"_s));
+        QString command;
+        for (const QString &word : Program::deckwright({u"convert"_s, u"-j"_s, jobs, u"-o"_s, outDir.path(), m_big}))
+            command += u" '"_s + word + u'\'';
+        const auto process = m_program.start({u"script"_s, u"-qec"_s, command, u"/dev/null"_s});
+        // Ctrl+C reaches the terminal's foreground group: the session script made, once A is being zipped.
+        pid_t session = 0;
+        Program::waitUntil(*process, [&] {
+            for (const RunningProcess &found : Program::mentioning(QFile::encodeName(m_program.scratch())))
+                if (found.program == u"zip"_s)
+                    session = ::getsid(pid_t(found.parent));
+            return session > 0;
+        });
+        QVERIFY2(session > 0, "the large package was never zipped");
+        QCOMPARE(::kill(-session, SIGINT), 0);
+        const QString transcript = QString::fromUtf8(Program::finish(*process).out);
+        QVERIFY2(transcript.contains(u"\r1/3 "_s) && transcript.endsWith(u"\r\x1b[K"_s), qPrintable(transcript));
+        QCOMPARE(Tree::of(outDir.path()).paths(), u"."_s);
+    }
+
     void aLineThatCannotBeWrittenEndsTheCommand_data()
     {
         QTest::addColumn<QString>("shell"); // runs the command, "$@", with its standard output failing
