@@ -139,7 +139,21 @@ void PackageFileDialog::accept()
     // An ordinary folder (or a typed path) is browsed as usual; a package in folder mode is not.
     if (m_mode == Folders && selected.size() == 1 && isPackage(selected.first()))
         return QApplication::beep();
+    const QString before = directory().absolutePath();
     QFileDialog::accept();
+    if (directory().absolutePath() != before)
+        forgetSelection();
+}
+
+void PackageFileDialog::forgetSelection()
+{
+    // A folder reached by its typed path stays selected in its parent, out of
+    // sight, and every later choice would include it; what is picked in the
+    // folder now shown is all that counts.
+    for (const QAbstractItemView *view : findChildren<QAbstractItemView *>()) {
+        if (view->selectionModel())
+            view->selectionModel()->clear();
+    }
 }
 
 void PackageFileDialog::onDirectoryEntered(const QString &directory)
@@ -147,7 +161,7 @@ void PackageFileDialog::onDirectoryEntered(const QString &directory)
     // However a package was opened (single-click activation, a typed path),
     // step back out: in file modes that opening means choosing it.
     if (!isPackage(directory))
-        return;
+        return forgetSelection();
     const QFileInfo info(directory);
     setDirectory(info.absolutePath());
     if (m_mode != Folders) {
