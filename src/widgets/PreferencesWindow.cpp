@@ -153,7 +153,9 @@ QMenu *PreferencesWindow::createPopupMenu()
 
 void PreferencesWindow::keyPressEvent(QKeyEvent *event)
 {
-    if (event->key() == Qt::Key_Escape) {
+    // Escape, and the desktop's close-window keys (Ctrl+W): the main window's
+    // Close item only reaches the main window.
+    if (event->key() == Qt::Key_Escape || event->matches(QKeySequence::Close)) {
         hide();
         close();
         return;
