@@ -1,4 +1,5 @@
 #include "core/SettingsStore.h"
+#include "gui/Alert.h"
 #include "support/PackageFactory.h"
 #include "support/gui/RecordingDesktopServices.h"
 #include "widgets/HyperlinkTextField.h"
@@ -44,7 +45,8 @@ const QString flex = PreferencesWindowController::flexibleSpaceIdentifier();
 } // namespace
 
 // The reusable widgets: the preferences window and its panes, the text field
-// whose links open, and the file dialog that takes packages as files.
+// whose links open, the file dialog that takes packages as files; and the
+// alerts' answer to Escape.
 class TestWidgets : public QObject
 {
     Q_OBJECT
@@ -134,16 +136,19 @@ private Q_SLOTS:
         QCOMPARE(controller.window()->windowTitle(), u"Tall"_s);
     }
 
-    void escapeClosesAndTheFrameComesBackInANewController_data()
+    void aClosingKeyHidesAndTheFrameComesBackInANewController_data()
     {
+        QTest::addColumn<QKeySequence>("key");
         QTest::addColumn<bool>("afterTheTimer");
-        QTest::newRow("closed at once") << false;
+        QTest::newRow("Escape, closed at once") << QKeySequence(Qt::Key_Escape) << false;
         // The timed save, not the one on closing, keeps it.
-        QTest::newRow("closed after the timed save") << true;
+        QTest::newRow("Escape, closed after the timed save") << QKeySequence(Qt::Key_Escape) << true;
+        QTest::newRow("Ctrl+W") << QKeySequence(QKeySequence::Close) << false;
     }
 
-    void escapeClosesAndTheFrameComesBackInANewController()
+    void aClosingKeyHidesAndTheFrameComesBackInANewController()
     {
+        QFETCH(QKeySequence, key);
         QFETCH(bool, afterTheTimer);
         QTemporaryDir dir;
         SettingsStore::standard().useFile(dir.filePath(u"settings.json"_s));
@@ -156,7 +161,7 @@ private Q_SLOTS:
             QTRY_VERIFY(SettingsStore::standard().contains(PreferencesWindow::frameAutosaveKey()));
         QTest::keyClick(controller->window(), Qt::Key_Return);
         QVERIFY(controller->window()->isVisible());
-        QTest::keyClick(controller->window(), Qt::Key_Escape);
+        QTest::keySequence(controller->window(), key);
         QVERIFY(!controller->window()->isVisible());
 
         controller.reset(); // gone before the next run reads the file
@@ -231,6 +236,75 @@ private Q_SLOTS:
         QVERIFY(accept);
         QTRY_COMPARE(dialog.selectedFiles(), QStringList{package});
         QTRY_COMPARE(accept->text(), QStringLiteral("Convert"));
+    }
+
+    // A folder typed into the name field and entered leaves no row of its own
+    // selected out of sight: packages picked there are all taken.
+    void severalPackagesAreTakenInAFolderReachedByItsTypedPath_data()
+    {
+        QTest::addColumn<bool>("byEnter");
+        QTest::newRow("the Convert button") << false;
+        QTest::newRow("Enter") << true;
+    }
+    void severalPackagesAreTakenInAFolderReachedByItsTypedPath()
+    {
+        QFETCH(bool, byEnter);
+        QTemporaryDir dir;
+        const QString folder = dir.filePath(u"Talks"_s);
+        QVERIFY(QDir().mkpath(folder));
+        const QStringList packages{PackageFactory(folder).make("A.key"), PackageFactory(folder).make("B.key")};
+        PackageFileDialog dialog(PackageFileDialog::FilesAndPackages);
+        dialog.setDirectory(dir.path());
+        dialog.show();
+        QVERIFY(QTest::qWaitForWindowActive(&dialog));
+        auto *name = dialog.findChild<QLineEdit *>("fileNameEdit");
+        name->setFocus(); // where typing goes
+        QTest::keyClicks(name, folder);
+        QTest::keyClick(name, Qt::Key_Return);
+        QTRY_COMPARE(dialog.directory().absolutePath(), folder);
+
+        auto *files = dialog.findChild<QFileSystemModel *>();
+        QAbstractItemView *view = dialog.findChild<QAbstractItemView *>(u"treeView"_s);
+        if (!view->isVisible())
+            view = dialog.findChild<QAbstractItemView *>(u"listView"_s);
+        QTRY_VERIFY(!view->visualRect(files->index(packages.at(1))).isEmpty());
+        for (const QString &package : packages) // picked one by one, as several are picked
+            QTest::mouseClick(view->viewport(), Qt::LeftButton, Qt::ControlModifier,
+                              view->visualRect(files->index(package)).center());
+        if (byEnter)
+            QTest::keyClick(view, Qt::Key_Return);
+        else
+            dialog.findChild<QDialogButtonBox *>("buttonBox")->button(QDialogButtonBox::Open)->click();
+        QCOMPARE(dialog.result(), int(QDialog::Accepted));
+        QStringList chosen = dialog.chosenPaths();
+        chosen.sort();
+        QCOMPARE(chosen, packages);
+    }
+
+    void escapeGivesEveryAlertItsSafeAnswer_data()
+    {
+        QTest::addColumn<QStringList>("buttons");
+        QTest::addColumn<QString>("detail");
+        QTest::addColumn<int>("answer"); // the index of the button Escape stands for
+        QTest::newRow("OK") << QStringList{"OK"} << QString() << 0;
+        QTest::newRow("OK, with details") << QStringList{"OK"} << u"zip ended with status 12"_s << 0;
+        QTest::newRow("an offer declined") << QStringList{"Download", "Remind Me Later"} << QString() << 1;
+    }
+    void escapeGivesEveryAlertItsSafeAnswer()
+    {
+        QFETCH(QStringList, buttons);
+        QFETCH(QString, detail);
+        QFETCH(int, answer);
+        Alert alert;
+        for (const QString &button : buttons)
+            alert.addButton(button);
+        alert.setMessageText(u"A problem occurred."_s);
+        alert.setDetailedText(detail);
+        const std::unique_ptr<QMessageBox> box = alert.makeBox();
+        box->show();
+        QTest::keyClick(box.get(), Qt::Key_Escape);
+        QVERIFY(!box->isVisible());
+        QCOMPARE(Alert::answer(*box), Alert::firstButtonReturn + answer);
     }
 };
 
