@@ -95,8 +95,14 @@ PackageFileDialog::PackageFileDialog(Mode mode, QWidget *parent)
             view->viewport()->installEventFilter(this);
             view->installEventFilter(this);
         }
-        if (auto *tree = qobject_cast<QTreeView *>(view))
-            tree->header()->resizeSection(0, 340); // room for presentation names
+        if (auto *tree = qobject_cast<QTreeView *>(view)) {
+            // The name takes the room the size, type and date leave, each of
+            // those as wide as it reads, whatever the window's size or scale.
+            QHeaderView *header = tree->header();
+            header->setStretchLastSection(false);
+            header->setSectionResizeMode(QHeaderView::ResizeToContents);
+            header->setSectionResizeMode(0, QHeaderView::Stretch);
+        }
     }
 }
 

@@ -1,6 +1,7 @@
 #include "widgets/PreferencesWindow.h"
 
 #include "core/SettingsStore.h"
+#include "widgets/ScreenFit.h"
 
 #include <QCloseEvent>
 #include <QGuiApplication>
@@ -115,10 +116,9 @@ bool PreferencesWindow::setFrameFromString(const QString &frame)
     const QRect rect(values[0], values[1], values[2], values[3]);
     if (rect.width() <= 0 || rect.height() <= 0)
         return false;
-    // A frame left on a screen that is gone would put the window out of reach.
-    if (!QGuiApplication::screenAt(rect.center()))
-        return false;
-    setGeometry(rect);
+    // A frame saved under another scale factor, or on a screen that is gone,
+    // would put the window out of reach: it comes back within the screen it lands on.
+    setGeometry(ScreenFit::fittedOnScreen(this, rect));
     return true;
 }
 

@@ -172,6 +172,30 @@ private Q_SLOTS:
         QCOMPARE(controller->window()->geometry(), moved);
     }
 
+    // A frame saved under another scale factor (or another screen) comes back
+    // within the screen, moved no further than it must be.
+    void aSavedFrameComesBackOnTheScreen_data()
+    {
+        QTest::addColumn<QRect>("saved");
+        QTest::addColumn<QPoint>("shownAt");
+        const QRect screen = QGuiApplication::primaryScreen()->availableGeometry();
+        const int right = screen.right() + 1 - 380, bottom = screen.bottom() + 1 - 210;
+        QTest::newRow("past the right edge") << QRect(right + 100, 150, 380, 210) << QPoint(right, 150);
+        QTest::newRow("past the bottom edge") << QRect(40, bottom + 100, 380, 210) << QPoint(40, bottom);
+        QTest::newRow("beyond every screen") << QRect(screen.right() + 900, 150, 380, 210) << QPoint(right, 150);
+    }
+    void aSavedFrameComesBackOnTheScreen()
+    {
+        QFETCH(QRect, saved);
+        SettingsStore::standard().setObject(
+            PreferencesWindow::frameAutosaveKey(),
+            u"%1 %2 %3 %4"_s.arg(saved.x()).arg(saved.y()).arg(saved.width()).arg(saved.height()));
+        PreferencesWindowController controller;
+        controller.setPreferencesViewControllers({pane(u"A"_s, saved.size())});
+        controller.showPreferencesWindow();
+        QTEST(controller.window()->geometry().topLeft(), "shownAt");
+    }
+
     void noLinkGivesNoRecordsAndOpensNothing_data()
     {
         QTest::addColumn<QString>("text");
