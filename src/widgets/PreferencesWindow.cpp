@@ -3,6 +3,7 @@
 #include "core/SettingsStore.h"
 #include "widgets/ScreenFit.h"
 
+#include <QAction>
 #include <QCloseEvent>
 #include <QGuiApplication>
 #include <QKeyEvent>
@@ -36,6 +37,14 @@ PreferencesWindow::PreferencesWindow(QWidget *parent)
     setGeometry(frame);
 
     setFrameAutosaveName(frameAutosaveKey());
+
+    // The desktop's close-window keys (Ctrl+W) close it too. A shortcut, not a
+    // key press: a focused combo box takes Ctrl+W as a letter to search for,
+    // and the main window's Close item only reaches the main window.
+    auto *closeWindow = new QAction(this);
+    closeWindow->setShortcuts(QKeySequence::Close);
+    connect(closeWindow, &QAction::triggered, this, &QWidget::close);
+    addAction(closeWindow);
 }
 
 PreferencesWindow::~PreferencesWindow()
@@ -153,9 +162,7 @@ QMenu *PreferencesWindow::createPopupMenu()
 
 void PreferencesWindow::keyPressEvent(QKeyEvent *event)
 {
-    // Escape, and the desktop's close-window keys (Ctrl+W): the main window's
-    // Close item only reaches the main window.
-    if (event->key() == Qt::Key_Escape || event->matches(QKeySequence::Close)) {
+    if (event->key() == Qt::Key_Escape) {
         hide();
         close();
         return;

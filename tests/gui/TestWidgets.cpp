@@ -161,7 +161,11 @@ private Q_SLOTS:
             QTRY_VERIFY(SettingsStore::standard().contains(PreferencesWindow::frameAutosaveKey()));
         QTest::keyClick(controller->window(), Qt::Key_Return);
         QVERIFY(controller->window()->isVisible());
-        QTest::keySequence(controller->window(), key);
+        auto *focused = new QComboBox(controller->window()); // takes Ctrl+W as a letter to search for
+        focused->show();
+        focused->setFocus();
+        QVERIFY(QTest::qWaitForWindowActive(controller->window()));
+        QTest::keySequence(focused, key);
         QVERIFY(!controller->window()->isVisible());
 
         controller.reset(); // gone before the next run reads the file
