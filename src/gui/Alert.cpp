@@ -7,8 +7,6 @@
 #include <QPushButton>
 
 namespace {
-const char *const buttonIndexProperty = "alertButtonIndex";
-
 Alert::Responder &responder()
 {
     static Alert::Responder r;
@@ -49,45 +47,32 @@ int Alert::runModal()
         return firstButtonReturn;
     }
 
-    const std::unique_ptr<QMessageBox> box = makeBox();
-    box->exec();
-    return answer(*box);
-}
-
-std::unique_ptr<QMessageBox> Alert::makeBox() const
-{
-    auto box = std::make_unique<QMessageBox>(m_parent);
-    box->setIcon(m_style == Critical        ? QMessageBox::Critical
-                 : m_style == Informational ? QMessageBox::Information
-                                            : QMessageBox::Warning);
-    box->setWindowTitle(QGuiApplication::applicationDisplayName());
-    box->setText(m_messageText);
-    box->setInformativeText(m_informativeText);
-    box->setDetailedText(m_detailedText);
+    QMessageBox box(m_parent);
+    box.setIcon(m_style == Critical        ? QMessageBox::Critical
+                : m_style == Informational ? QMessageBox::Information
+                                           : QMessageBox::Warning);
+    box.setWindowTitle(QGuiApplication::applicationDisplayName());
+    box.setText(m_messageText);
+    box.setInformativeText(m_informativeText);
+    box.setDetailedText(m_detailedText);
     // The message reads as a heading above the details, and the details get room to breathe.
-    if (auto *message = box->findChild<QLabel *>(QStringLiteral("qt_msgbox_label"))) {
+    if (auto *message = box.findChild<QLabel *>(QStringLiteral("qt_msgbox_label"))) {
         QFont font = message->font();
         font.setBold(true);
         message->setFont(font);
     }
-    if (auto *details = box->findChild<QLabel *>(QStringLiteral("qt_msgbox_informativelabel")))
+    if (auto *details = box.findChild<QLabel *>(QStringLiteral("qt_msgbox_informativelabel")))
         details->setMinimumWidth(380);
     QStringList titles = m_buttons.isEmpty() ? QStringList{QStringLiteral("OK")} : m_buttons;
     QList<QAbstractButton *> made;
-    for (int i = 0; i < titles.size(); ++i) {
-        made.append(box->addButton(titles.at(i), i == 0 ? QMessageBox::AcceptRole : QMessageBox::RejectRole));
-        made.last()->setProperty(buttonIndexProperty, i);
-    }
-    box->setDefaultButton(qobject_cast<QPushButton *>(made.first()));
+    for (int i = 0; i < titles.size(); ++i)
+        made.append(box.addButton(titles.at(i), i == 0 ? QMessageBox::AcceptRole : QMessageBox::RejectRole));
+    box.setDefaultButton(qobject_cast<QPushButton *>(made.first()));
     // Escape gives the safe answer, chosen here rather than left to the box's
     // guess from the buttons' roles: the one button, or of several the last,
     // which declines.
-    box->setEscapeButton(made.last());
-    return box;
-}
-
-int Alert::answer(const QMessageBox &box)
-{
-    const QAbstractButton *clicked = box.clickedButton();
-    return firstButtonReturn + (clicked ? clicked->property(buttonIndexProperty).toInt() : 0);
+    box.setEscapeButton(made.last());
+    box.exec();
+    const int index = int(made.indexOf(box.clickedButton()));
+    return firstButtonReturn + (index < 0 ? 0 : index);
 }

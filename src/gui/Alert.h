@@ -4,9 +4,7 @@
 #include <QStringList>
 
 #include <functional>
-#include <memory>
 
-class QMessageBox;
 class QWidget;
 
 // Every alert of the program: buttons, a message, an informative text, run
@@ -39,11 +37,6 @@ public:
     // The common case: one button, shown and waited for.
     static void show(Style style, const QString &message, const QString &informative, QWidget *parent = nullptr,
                      const QString &detail = {}, const QString &button = QStringLiteral("OK"));
-
-    // The window runModal shows, not yet shown; and what the button that ended
-    // it answers (firstButtonReturn + its index).
-    std::unique_ptr<QMessageBox> makeBox() const;
-    static int answer(const QMessageBox &box);
 
     // Test seam: when set, runModal hands the alert to the responder and returns its answer.
     using Responder = std::function<int(const Alert &)>;
