@@ -68,6 +68,10 @@ int Alert::runModal()
     for (int i = 0; i < titles.size(); ++i)
         made.append(box.addButton(titles.at(i), i == 0 ? QMessageBox::AcceptRole : QMessageBox::RejectRole));
     box.setDefaultButton(qobject_cast<QPushButton *>(made.first()));
+    // Escape gives the safe answer, chosen here rather than left to the box's
+    // guess from the buttons' roles: the one button, or of several the last,
+    // which declines.
+    box.setEscapeButton(made.last());
     box.exec();
     const int index = int(made.indexOf(box.clickedButton()));
     return firstButtonReturn + (index < 0 ? 0 : index);

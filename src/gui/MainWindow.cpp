@@ -4,6 +4,7 @@
 #include "core/Logging.h"
 #include "ui_MainWindow.h"
 #include "widgets/PanelButton.h"
+#include "widgets/ScreenFit.h"
 
 #include <QApplication>
 #include <QCloseEvent>
@@ -11,6 +12,7 @@
 #include <QEnterEvent>
 #include <QFile>
 #include <QFontDatabase>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLayout>
 #include <QMimeData>
@@ -88,6 +90,7 @@ MainWindow::MainWindow(QWidget *parent)
                    | Qt::WindowMinimizeButtonHint | Qt::WindowCloseButtonHint);
     setAcceptDrops(true);
     m_dropHighlight = new DropHighlight(m_ui->centralWidget);
+    m_ui->statusLine->installEventFilter(this);
     // Each link of the line is named by its place.
     connect(m_ui->statusLine, &QLabel::linkActivated, this,
             [this](const QString &href) { Q_EMIT statusLinkActivated(m_statusLinks.value(href.toInt())); });
@@ -119,7 +122,8 @@ void MainWindow::present()
     if (!m_placed) {
         m_placed = true;
         adjustSize();
-        move(screen()->availableGeometry().center() - rect().center());
+        const QRect centred(screen()->availableGeometry().center() - rect().center(), size());
+        move(ScreenFit::fittedOnScreen(this, centred).topLeft()); // a scaled screen may be smaller than the window
     }
     show();
     raise();
@@ -236,6 +240,13 @@ bool MainWindow::eventFilter(QObject *watched, QEvent *event)
     if (watched == m_preferencesHeaderLabel && event->type() == QEvent::MouseButtonRelease) {
         Q_EMIT preferencesHeaderClicked(); // the panel still gets the click
         return false;
+    }
+    // Space follows the status line's focused link, as Enter does (and as Space presses a button).
+    if (watched == m_ui->statusLine && event->type() == QEvent::KeyPress
+        && static_cast<QKeyEvent *>(event)->key() == Qt::Key_Space) {
+        QKeyEvent enter(QEvent::KeyPress, Qt::Key_Return, Qt::NoModifier);
+        QCoreApplication::sendEvent(watched, &enter);
+        return true;
     }
     auto *panel = qobject_cast<PanelButton *>(watched);
     if (panel && panels().contains(panel)) {

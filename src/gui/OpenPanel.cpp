@@ -2,13 +2,16 @@
 
 #include "gui/Alert.h"
 #include "widgets/PackageFileDialog.h"
+#include "widgets/ScreenFit.h"
 
+#include <QCursor>
 #include <QDialog>
 #include <QDir>
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QLabel>
 #include <QStandardPaths>
+#include <QStyle>
 #include <QVBoxLayout>
 
 namespace {
@@ -66,7 +69,12 @@ OpenPanel::Response OpenPanel::runModal(QWidget *parent)
                                               : m_directory);
     layout->addWidget(files);
     QObject::connect(files, &QFileDialog::finished, &dialog, &QDialog::done);
-    dialog.resize(760, 480);
+    // Roomy where there is room, but never past the screen it opens on: on a
+    // scaled screen the buttons would be out of reach.
+    const QRect around = parent ? parent->frameGeometry() : QRect(QCursor::pos(), QSize(1, 1));
+    dialog.resize(ScreenFit::fitted(QRect(around.topLeft(), QSize(760, 480)), ScreenFit::availableAround(around),
+                                    dialog.style()->pixelMetric(QStyle::PM_TitleBarHeight, nullptr, &dialog))
+                      .size());
 
     if (dialog.exec() != QDialog::Accepted)
         return CancelResponse;

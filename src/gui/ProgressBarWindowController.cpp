@@ -16,6 +16,7 @@
 #include "ui_ProgressBarView.h"
 #include "widgets/ProgressIndicator.h"
 
+#include <QDialog>
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QGuiApplication>
@@ -122,7 +123,8 @@ void ProgressBarWindowController::loadWindow()
     // A dialog of the main window: above it, without a task bar entry of its
     // own, and while it shows the one window that takes input. What the person
     // does to the others meanwhile is dropped, not delivered after the batch.
-    auto *window = new QWidget(m_parentWindow,
+    // A QDialog, so that a screen reader announces it as one, by its title.
+    auto *window = new QDialog(m_parentWindow,
                                Qt::Dialog | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint);
     window->setAttribute(Qt::WA_QuitOnClose, false);
     window->setWindowModality(Qt::ApplicationModal);

@@ -43,7 +43,7 @@ QString BatchResult::outputText() const
 }
 
 ResultsWindow::ResultsWindow(QWidget *parent)
-    : QWidget(parent, Qt::Window)
+    : QDialog(parent, Qt::Window)
 {
     setWindowTitle(QStringLiteral("Results"));
     setAttribute(Qt::WA_QuitOnClose, false);
@@ -118,7 +118,7 @@ void ResultsWindow::showEvent(QShowEvent *event)
         m_placed = true;
         move(parentWidget()->frameGeometry().center() - rect().center());
     }
-    QWidget::showEvent(event);
+    QDialog::showEvent(event);
 }
 
 const BatchResult *ResultsWindow::selected() const

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QDialog>
 #include <QList>
 #include <QString>
 #include <QWidget>
@@ -31,8 +32,8 @@ struct BatchResult
 // The results of the last batch, file by file: its outcome, the name it was
 // saved under and why it was not converted. A row is shown in the file
 // manager (the converted file, or the package that was not) or opened; the
-// whole list is copied as text.
-class ResultsWindow : public QWidget
+// whole list is copied as text. A dialog to a screen reader, and Escape closes it.
+class ResultsWindow : public QDialog
 {
     Q_OBJECT
 

@@ -95,8 +95,14 @@ PackageFileDialog::PackageFileDialog(Mode mode, QWidget *parent)
             view->viewport()->installEventFilter(this);
             view->installEventFilter(this);
         }
-        if (auto *tree = qobject_cast<QTreeView *>(view))
-            tree->header()->resizeSection(0, 340); // room for presentation names
+        if (auto *tree = qobject_cast<QTreeView *>(view)) {
+            // The name takes the room the size, type and date leave, each of
+            // those as wide as it reads, whatever the window's size or scale.
+            QHeaderView *header = tree->header();
+            header->setStretchLastSection(false);
+            header->setSectionResizeMode(QHeaderView::ResizeToContents);
+            header->setSectionResizeMode(0, QHeaderView::Stretch);
+        }
     }
 }
 
@@ -139,7 +145,21 @@ void PackageFileDialog::accept()
     // An ordinary folder (or a typed path) is browsed as usual; a package in folder mode is not.
     if (m_mode == Folders && selected.size() == 1 && isPackage(selected.first()))
         return QApplication::beep();
+    const QString before = directory().absolutePath();
     QFileDialog::accept();
+    if (directory().absolutePath() != before)
+        forgetSelection();
+}
+
+void PackageFileDialog::forgetSelection()
+{
+    // A folder reached by its typed path stays selected in its parent, out of
+    // sight, and every later choice would include it; what is picked in the
+    // folder now shown is all that counts.
+    for (const QAbstractItemView *view : findChildren<QAbstractItemView *>()) {
+        if (view->selectionModel())
+            view->selectionModel()->clear();
+    }
 }
 
 void PackageFileDialog::onDirectoryEntered(const QString &directory)
@@ -147,7 +167,7 @@ void PackageFileDialog::onDirectoryEntered(const QString &directory)
     // However a package was opened (single-click activation, a typed path),
     // step back out: in file modes that opening means choosing it.
     if (!isPackage(directory))
-        return;
+        return forgetSelection();
     const QFileInfo info(directory);
     setDirectory(info.absolutePath());
     if (m_mode != Folders) {

@@ -42,6 +42,7 @@ private Q_SLOTS:
 private:
     QString m_acceptLabel;
     void onDirectoryEntered(const QString &directory);
+    void forgetSelection();
     bool choose(const QStringList &paths);
 
     Mode m_mode;

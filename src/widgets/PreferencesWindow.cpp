@@ -1,7 +1,9 @@
 #include "widgets/PreferencesWindow.h"
 
 #include "core/SettingsStore.h"
+#include "widgets/ScreenFit.h"
 
+#include <QAction>
 #include <QCloseEvent>
 #include <QGuiApplication>
 #include <QKeyEvent>
@@ -35,6 +37,14 @@ PreferencesWindow::PreferencesWindow(QWidget *parent)
     setGeometry(frame);
 
     setFrameAutosaveName(frameAutosaveKey());
+
+    // The desktop's close-window keys (Ctrl+W) close it too. A shortcut, not a
+    // key press: a focused combo box takes Ctrl+W as a letter to search for,
+    // and the main window's Close item only reaches the main window.
+    auto *closeWindow = new QAction(this);
+    closeWindow->setShortcuts(QKeySequence::Close);
+    connect(closeWindow, &QAction::triggered, this, &QWidget::close);
+    addAction(closeWindow);
 }
 
 PreferencesWindow::~PreferencesWindow()
@@ -115,10 +125,9 @@ bool PreferencesWindow::setFrameFromString(const QString &frame)
     const QRect rect(values[0], values[1], values[2], values[3]);
     if (rect.width() <= 0 || rect.height() <= 0)
         return false;
-    // A frame left on a screen that is gone would put the window out of reach.
-    if (!QGuiApplication::screenAt(rect.center()))
-        return false;
-    setGeometry(rect);
+    // A frame saved under another scale factor, or on a screen that is gone,
+    // would put the window out of reach: it comes back within the screen it lands on.
+    setGeometry(ScreenFit::fittedOnScreen(this, rect));
     return true;
 }
 

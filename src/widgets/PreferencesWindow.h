@@ -9,7 +9,7 @@
 // The preferences window: a toolbar (when there is one) above the shown pane.
 // It starts with a 420 x 230 content area in the middle of the screen, comes
 // back where the user left it (its frame is kept in the settings store), and
-// closes on Escape. Closing only hides it.
+// closes on Escape or Ctrl+W. Closing only hides it.
 class PreferencesWindow : public QMainWindow
 {
     Q_OBJECT

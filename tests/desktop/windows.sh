@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # The windows as a window manager sees them, on a private X server with
 # openbox: exact titles, fixed sizes without a maximize action, the class the
-# desktop entry names, and menu shortcuts that work while the preferences
-# window has the focus.
+# desktop entry names, menu shortcuts that work while the preferences window
+# has the focus, and the keys that close a window or dismiss an alert.
 # Usage: windows.sh DECKWRIGHT_BINARY
 set -euo pipefail
 app="$1"
@@ -91,6 +91,20 @@ done
 class="$(sed -n 's/^StartupWMClass=//p' "$(dirname "$0")/../../dist/com.bramblefox.Deckwright.desktop")"
 xprop -id "$main" WM_CLASS | grep -q ", \"$class\"\$" || fail "the main window's class is not \"$class\""
 
+# Ctrl+W closes the preferences window, whatever control has the focus.
+shown() { xdotool search --onlyvisible --name . 2>/dev/null | grep -qx "$1"; }
+press_until "$prefs" ctrl+w until_ eval '! shown "$prefs"' || fail "Ctrl+W did not close the preferences window"
+
+# Escape dismisses an alert: a second start hands this one a folder without packages.
+mkdir -p "$work/empty"
+"$app" "$work/empty" >>"$work/app.log" 2>&1 &
+pids+=($!)
+other() { for id in $(xdotool search --onlyvisible --name . 2>/dev/null); do
+    [[ "$id" != "$main" && "$(title "$id")" == Deckwright ]] && { echo "$id"; return 0; }; done; return 1; }
+alert="$(until_ other)" || fail "no alert for a folder without packages"
+press_until "$alert" Escape until_ eval '! shown "$alert"' || fail "Escape did not dismiss the alert"
+
+prefs="$(press_until "$main" ctrl+comma window General)" || fail "the preferences window did not come back"
 # Quit from the preferences window, not the main window.
 gone() { ! kill -0 "$app_pid" 2>/dev/null; }
 press_until "$prefs" ctrl+q until_ gone || fail "Ctrl+Q in the preferences window did not quit"

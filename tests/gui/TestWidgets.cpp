@@ -137,21 +137,27 @@ private Q_SLOTS:
     void escapeClosesAndTheFrameComesBackInANewController_data()
     {
         QTest::addColumn<bool>("afterTheTimer");
-        QTest::newRow("closed at once") << false;
+        QTest::addColumn<QPoint>("movedTo");
+        QTest::addColumn<QPoint>("shownAt"); // on the screen, moved no further than it must be
+        const QPoint rightEdge(QGuiApplication::primaryScreen()->availableGeometry().right() + 1 - 380, 150);
+        QTest::newRow("closed at once") << false << QPoint(37, 51) << QPoint(37, 51);
         // The timed save, not the one on closing, keeps it.
-        QTest::newRow("closed after the timed save") << true;
+        QTest::newRow("closed after the timed save") << true << QPoint(37, 51) << QPoint(37, 51);
+        // As a frame saved under a smaller scale factor comes back under a larger one.
+        QTest::newRow("past the right edge") << false << rightEdge + QPoint(100, 0) << rightEdge;
     }
 
     void escapeClosesAndTheFrameComesBackInANewController()
     {
         QFETCH(bool, afterTheTimer);
+        QFETCH(QPoint, movedTo);
+        QFETCH(QPoint, shownAt);
         QTemporaryDir dir;
         SettingsStore::standard().useFile(dir.filePath(u"settings.json"_s));
         auto controller = std::make_unique<PreferencesWindowController>();
         controller->setPreferencesViewControllers({pane(u"A"_s, QSize(380, 210))});
         controller->showPreferencesWindow();
-        controller->window()->move(37, 51);
-        const QRect moved = controller->window()->geometry();
+        controller->window()->setGeometry(QRect(movedTo, QSize(380, 210)));
         if (afterTheTimer)
             QTRY_VERIFY(SettingsStore::standard().contains(PreferencesWindow::frameAutosaveKey()));
         QTest::keyClick(controller->window(), Qt::Key_Return);
@@ -164,7 +170,7 @@ private Q_SLOTS:
         controller = std::make_unique<PreferencesWindowController>();
         controller->setPreferencesViewControllers({pane(u"A"_s, QSize(380, 210))});
         controller->showPreferencesWindow();
-        QCOMPARE(controller->window()->geometry(), moved);
+        QCOMPARE(controller->window()->geometry(), QRect(shownAt, QSize(380, 210)));
     }
 
     void noLinkGivesNoRecordsAndOpensNothing_data()
@@ -219,18 +225,35 @@ private Q_SLOTS:
         QCOMPARE(desktop.calls, QStringList(infos.size(), u"openUrl(\"https://example.org/w\")"_s));
     }
 
-    void theDefaultButtonKeepsItsLabelWithAPackageSelected()
+    // A folder typed into the name field and entered leaves no row of its own
+    // selected out of sight: packages picked there are all taken, and the
+    // default button keeps its label with packages selected.
+    void severalPackagesAreTakenInAFolderReachedByItsTypedPath()
     {
         QTemporaryDir dir;
-        const QString package = PackageFactory(dir.path()).make("Talk.key");
+        const QString folder = dir.filePath(u"Talks"_s);
+        const QStringList packages{PackageFactory(folder).make("A.key"), PackageFactory(folder).make("B.key")};
         PackageFileDialog dialog(PackageFileDialog::FilesAndPackages);
         dialog.setAcceptLabel("Convert");
+        dialog.setDirectory(dir.path());
         dialog.show();
-        dialog.selectFile(package); // opens its folder too
+        QVERIFY(QTest::qWaitForWindowActive(&dialog));
+        auto *name = dialog.findChild<QLineEdit *>("fileNameEdit");
+        name->setFocus(); // where typing goes
+        QTest::keyClicks(name, folder);
+        QTest::keyClick(name, Qt::Key_Return);
+        QTRY_COMPARE(dialog.directory().absolutePath(), folder);
+
+        auto *files = dialog.findChild<QFileSystemModel *>();
+        auto *view = dialog.findChild<QAbstractItemView *>(u"treeView"_s);
+        QTRY_VERIFY(!view->visualRect(files->index(packages.at(1))).isEmpty());
+        for (const QString &package : packages) // picked one by one, as several are picked
+            QTest::mouseClick(view->viewport(), Qt::LeftButton, Qt::ControlModifier,
+                              view->visualRect(files->index(package)).center());
         QPushButton *accept = dialog.findChild<QDialogButtonBox *>("buttonBox")->button(QDialogButtonBox::Open);
-        QVERIFY(accept);
-        QTRY_COMPARE(dialog.selectedFiles(), QStringList{package});
         QTRY_COMPARE(accept->text(), QStringLiteral("Convert"));
+        accept->click();
+        QCOMPARE(dialog.chosenPaths(), packages);
     }
 };
 
