@@ -93,7 +93,8 @@ private Q_SLOTS:
         PreferencesWindowController controller;
         controller.setShowToolbarWithSingleViewController(singlePaneToolbar);
         controller.setCenterToolbarItems(centred);
-        controller.setPreferencesViewControllers(QVector{pane(u"General"_s), pane(u"Advanced"_s)}.mid(0, panes));
+        controller.setPreferencesViewControllers(
+            QVector<PreferencesPane>{pane(u"General"_s), pane(u"Advanced"_s)}.mid(0, panes));
         controller.showPreferencesWindow();
         QCOMPARE(controller.window()->windowTitle(), u"General"_s);
         QTEST(toolbarItemNames(controller.toolbar()), "items");
